@@ -90,6 +90,32 @@ constexpr DWORD DKPF_CONF_COLLECT_PARAM = 0x100;
 constexpr DWORD DKPF_CONF_ALL = 0x1FF;
 constexpr DWORD DKPF_CONF_EVERY = 0xFFFF;  // what the module's own callers pass
 
+/* One line per setting, in the order in which they are read and logged. */
+typedef struct _DKPF_SETTING {
+    const char*         lpKey;      // key path in the cluster configuration
+    DWORD DKPF_CONF::*  lpField;    // where the value goes
+    DWORD               dwBit;      // bit that selects the field
+    const char*         lpLogText;  // line of the configuration log
+} DKPF_SETTING;
+constexpr DKPF_SETTING g_aSetting[] = {
+    { "/root/diskperf/parameters/perfenable", &DKPF_CONF::perf_enable, DKPF_CONF_PERF_ENABLE, "perfenable = %d" },
+    { "/root/diskperf/parameters/perflogsave", &DKPF_CONF::perf_log_save, DKPF_CONF_PERF_LOG_SAVE,
+      "perflogsave = %d" },
+    { "/root/diskperf/parameters/perflogsize", &DKPF_CONF::perf_log_size, DKPF_CONF_PERF_LOG_SIZE,
+      "perflogsize = %d" },
+    { "/root/diskperf/parameters/perflogrotation", &DKPF_CONF::perf_log_rotation, DKPF_CONF_PERF_LOG_ROTATION,
+      "perflogrotation = %d" },
+    { "/root/diskperf/parameters/collectinterval", &DKPF_CONF::collect_interval, DKPF_CONF_COLLECT_INTERVAL,
+      "collectinterval = %d" },
+    { "/root/diskperf/parameters/writeinterval", &DKPF_CONF::write_interval, DKPF_CONF_WRITE_INTERVAL,
+      "writeinterval = %d" },
+    { "/root/diskperf/parameters/collectparam", &DKPF_CONF::collect_param, DKPF_CONF_COLLECT_PARAM,
+      "collectparam = %#x" },
+    { "/root/diskperf/log/level", &DKPF_CONF::log_level, DKPF_CONF_LOG_LEVEL, "loglevel = %d" },
+    { "/root/diskperf/log/size", &DKPF_CONF::log_size, DKPF_CONF_LOG_SIZE, "logsize = %d" },
+};
+static_assert(ARRAYSIZE(g_aSetting) * sizeof(DWORD) == sizeof(DKPF_CONF), "one line per field");
+
 /* One raw sample, copied whole into and out of the shared region. Other processes read these bytes. */
 typedef struct _DKPF_PARAM {
     DWORD         param_num;                       // rows of instance in use
@@ -182,6 +208,13 @@ constexpr DWORD DKPF_EVENT_CSVLOG_FAILED = 0x800012C3;  // warning
 constexpr DWORD DKPF_EVENT_CSVLOG_OK = 0x400012C4;      // informational
 constexpr DWORD DKPF_EVENT_TABLE_FULL = 0xC00012C6;     // error
 
+/* What a query of the Performance Library asks for. */
+constexpr DWORD DKPF_QUERY_ITEMS = 0;    // a list of title indexes
+constexpr DWORD DKPF_QUERY_GLOBAL = 1;
+constexpr DWORD DKPF_QUERY_FOREIGN = 2;  // another computer; we have nothing to say
+constexpr DWORD DKPF_QUERY_COSTLY = 3;   // slow counters; we have none
+constexpr DWORD DKPF_QUERY_UNKNOWN = 4;
+
 /* ---- Trace -------------------------------------------------------------------------------------------------------- */
 
 constexpr DWORD DKPF_LOG_ERROR = TNWLOG_ERROR;          // every failed call
@@ -196,9 +229,14 @@ constexpr DWORD DKPF_LOG_EVENT = TNWLOG_EVENT;          // entry of the system e
  * of a build machine gets into a log. May change the thread's last-error value. */
 #define DKPF_TRACE(hLog, dwLevel, ...) \
     log_write((hLog), (dwLevel), 0, DKPF_TRACE_SOURCE, __LINE__, __func__, __VA_ARGS__)
+/* The same from a helper, in the name of the routine that it serves: operators look for that one. */
+#define DKPF_TRACE_FOR(lpRoutine, hLog, dwLevel, ...) \
+    log_write((hLog), (dwLevel), 0, DKPF_TRACE_SOURCE, __LINE__, (lpRoutine), __VA_ARGS__)
 /* One entry of the system event log. */
 #define DKPF_TRACE_EVENT(hLog, dwEventID) \
     log_write((hLog), DKPF_LOG_EVENT, (dwEventID), DKPF_TRACE_SOURCE, __LINE__, __func__, "")
+#define DKPF_TRACE_EVENT_FOR(lpRoutine, hLog, dwEventID) \
+    log_write((hLog), DKPF_LOG_EVENT, (dwEventID), DKPF_TRACE_SOURCE, __LINE__, (lpRoutine), "")
 
 #define DKPF_BOOLSTR(b) ((b) ? "TRUE" : "FALSE")
 
@@ -237,10 +275,24 @@ extern HTNWLOG g_hDkpfTraceLog;   // periodic paths
 extern HTNWLOG g_hDkpfConfLog;    // configuration
 extern DWORD   g_dwDkpfLogLevel;  // level given at log_init; bulk dumps look at it
 
+/* diskperf_pfmon: the open provider of this process. */
+extern DWORD g_dwPfmOpenCount;  // opens not yet closed
+extern DWORD g_dwFirstCounter;  // title index of the object's name; counter j has + 2 (j + 1)
+extern DWORD g_dwFirstHelp;     // title index of the object's help text; likewise
+
 /* A handle that may be closed. */
 inline BOOL _DkpfHandleValid(HANDLE h)
 {
     return h != NULL && h != INVALID_HANDLE_VALUE;
+}
+
+/* Closes a handle if it is valid, and forgets it. */
+inline void _DkpfCloseHandle(HANDLE* lphHandle)
+{
+    if (_DkpfHandleValid(*lphHandle)) {
+        CloseHandle(*lphHandle);
+        *lphHandle = NULL;
+    }
 }
 
 /* ---- Routines by unit --------------------------------------------------------------------------------------------- */
