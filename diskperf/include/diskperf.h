@@ -1,5 +1,6 @@
 /*
- * Private header of tnwdiskperf: the records that cross processes, the trace wrapper, the state and the routines by unit.
+ * Private header of tnwdiskperf: the records that cross processes, the trace wrapper, the state and the routines by
+ * unit.
  */
 #ifndef DISKPERF_H
 #define DISKPERF_H
@@ -10,7 +11,7 @@
 #include "tnwlog.h"
 #include "velcor.h"
 
-/* ---- Records ------------------------------------------------------------------------------------------------------ */
+/* ---- Records ----------------------------------------------------------------------------------------------------- */
 
 #define DKPF_OFFSET(record, field, offset) \
     static_assert(offsetof(record, field) == (offset), #record "." #field " is part of a format")
@@ -92,17 +93,15 @@ constexpr DWORD DKPF_CONF_EVERY = 0xFFFF;  // what the module's own callers pass
 
 /* One line per setting, in the order in which they are read and logged. */
 typedef struct _DKPF_SETTING {
-    const char*         lpKey;      // key path in the cluster configuration
-    DWORD DKPF_CONF::*  lpField;    // where the value goes
-    DWORD               dwBit;      // bit that selects the field
-    const char*         lpLogText;  // line of the configuration log
+    const char* lpKey;            // key path in the cluster configuration
+    DWORD DKPF_CONF::*lpField;    // where the value goes
+    DWORD             dwBit;      // bit that selects the field
+    const char*       lpLogText;  // line of the configuration log
 } DKPF_SETTING;
 constexpr DKPF_SETTING g_aSetting[] = {
     { "/root/diskperf/parameters/perfenable", &DKPF_CONF::perf_enable, DKPF_CONF_PERF_ENABLE, "perfenable = %d" },
-    { "/root/diskperf/parameters/perflogsave", &DKPF_CONF::perf_log_save, DKPF_CONF_PERF_LOG_SAVE,
-      "perflogsave = %d" },
-    { "/root/diskperf/parameters/perflogsize", &DKPF_CONF::perf_log_size, DKPF_CONF_PERF_LOG_SIZE,
-      "perflogsize = %d" },
+    { "/root/diskperf/parameters/perflogsave", &DKPF_CONF::perf_log_save, DKPF_CONF_PERF_LOG_SAVE, "perflogsave = %d" },
+    { "/root/diskperf/parameters/perflogsize", &DKPF_CONF::perf_log_size, DKPF_CONF_PERF_LOG_SIZE, "perflogsize = %d" },
     { "/root/diskperf/parameters/perflogrotation", &DKPF_CONF::perf_log_rotation, DKPF_CONF_PERF_LOG_ROTATION,
       "perflogrotation = %d" },
     { "/root/diskperf/parameters/collectinterval", &DKPF_CONF::collect_interval, DKPF_CONF_COLLECT_INTERVAL,
@@ -138,18 +137,18 @@ DKPF_SIZE(DKPF_PARAM, DKPF_PARAM_SIZE);
 
 /* The shared region. No version word: all processes are built from this layout. */
 typedef struct _DKPF_SHM_INFO {
-    DKPF_CONF     conf;                        // current configuration
-    DWORD         reserved1;                   // keeps param_num at 40
-    DWORD         param_num;                   // this and the next four fields as in DKPF_PARAM
+    DKPF_CONF     conf;       // current configuration
+    DWORD         reserved1;  // keeps param_num at 40
+    DWORD         param_num;  // this and the next four fields as in DKPF_PARAM
     DWORD         parammax_num;
     DWORD         sampling_time;
-    DWORD         reserved2;                   // keeps local_time at 56
+    DWORD         reserved2;  // keeps local_time at 56
     SYSTEMTIME    local_time;
     DWORD         InitFlag[DKPF_NMP_MAX];
-    DWORD         PMProcessID[DKPF_PROC_MAX];  // owner of each consumer row, 0 = free; [0] stays 0
-    DWORD         reserved3;                   // keeps instance at 464
-    DKPF_INSTANCE instance[DKPF_PARAM_NUM];    // latest current values
-    DKPF_INSTANCE reserved4[8];                // zero from creation
+    DWORD         PMProcessID[DKPF_PROC_MAX];                  // owner of each consumer row, 0 = free; [0] stays 0
+    DWORD         reserved3;                                   // keeps instance at 464
+    DKPF_INSTANCE instance[DKPF_PARAM_NUM];                    // latest current values
+    DKPF_INSTANCE reserved4[8];                                // zero from creation
     DKPF_INSTANCE maxinstance[DKPF_PROC_MAX][DKPF_PARAM_NUM];  // rows of peaks; slots 7 to 11 of each stay zero
 } DKPF_SHM_INFO;
 DKPF_OFFSET(DKPF_SHM_INFO, conf, 0);
@@ -201,21 +200,21 @@ constexpr DWORD DKPF_BLOCK_WRITE = 1;    // write thread, about itself and its s
 constexpr DWORD DKPF_BLOCK_COLLECT = 2;  // collect thread
 
 /* Event numbers of the system event log; the texts are in tnwmsg.dll. */
-constexpr DWORD DKPF_EVENT_STOPPED = 0xC00012C5;        // error
-constexpr DWORD DKPF_EVENT_COLLECT_FAILED = 0x800012C1; // warning
-constexpr DWORD DKPF_EVENT_COLLECT_OK = 0x400012C2;     // informational
-constexpr DWORD DKPF_EVENT_CSVLOG_FAILED = 0x800012C3;  // warning
-constexpr DWORD DKPF_EVENT_CSVLOG_OK = 0x400012C4;      // informational
-constexpr DWORD DKPF_EVENT_TABLE_FULL = 0xC00012C6;     // error
+constexpr DWORD DKPF_EVENT_STOPPED = 0xC00012C5;         // error
+constexpr DWORD DKPF_EVENT_COLLECT_FAILED = 0x800012C1;  // warning
+constexpr DWORD DKPF_EVENT_COLLECT_OK = 0x400012C2;      // informational
+constexpr DWORD DKPF_EVENT_CSVLOG_FAILED = 0x800012C3;   // warning
+constexpr DWORD DKPF_EVENT_CSVLOG_OK = 0x400012C4;       // informational
+constexpr DWORD DKPF_EVENT_TABLE_FULL = 0xC00012C6;      // error
 
 /* What a query of the Performance Library asks for. */
-constexpr DWORD DKPF_QUERY_ITEMS = 0;    // a list of title indexes
+constexpr DWORD DKPF_QUERY_ITEMS = 0;  // a list of title indexes
 constexpr DWORD DKPF_QUERY_GLOBAL = 1;
 constexpr DWORD DKPF_QUERY_FOREIGN = 2;  // another computer; we have nothing to say
 constexpr DWORD DKPF_QUERY_COSTLY = 3;   // slow counters; we have none
 constexpr DWORD DKPF_QUERY_UNKNOWN = 4;
 
-/* ---- Trace -------------------------------------------------------------------------------------------------------- */
+/* ---- Trace ------------------------------------------------------------------------------------------------------- */
 
 constexpr DWORD DKPF_LOG_ERROR = TNWLOG_ERROR;          // every failed call
 constexpr DWORD DKPF_LOG_WARNING = TNWLOG_WARNING;      // finite time-outs, an empty selection
@@ -240,26 +239,26 @@ constexpr DWORD DKPF_LOG_EVENT = TNWLOG_EVENT;          // entry of the system e
 
 #define DKPF_BOOLSTR(b) ((b) ? "TRUE" : "FALSE")
 
-/* ---- State -------------------------------------------------------------------------------------------------------- */
+/* ---- State ------------------------------------------------------------------------------------------------------- */
 
 /* diskperf_common: life cycle. Written under g_hDllInitMutex by the entry points alone. */
-extern HANDLE g_hDllInitMutex;         // unnamed; from process attach to detach
-extern DWORD  g_dwInitCount;           // DkpfInitialize calls not yet taken back
-extern BOOL   g_bDiskAgent;            // process flag of the latest DkpfInitialize; TRUE = producer
-extern HANDLE g_hInfoMutex;            // owner of the region mutex's handle; g_hShmMutex borrows it
-extern HANDLE g_hReloadEvent1;         // auto-reset; wakes the collect thread
-extern HANDLE g_hReloadEvent2;         // auto-reset; wakes the write thread
-extern HANDLE g_hTerminateEvent;       // manual-reset; ends both threads
+extern HANDLE g_hDllInitMutex;    // unnamed; from process attach to detach
+extern DWORD  g_dwInitCount;      // DkpfInitialize calls not yet taken back
+extern BOOL   g_bDiskAgent;       // process flag of the latest DkpfInitialize; TRUE = producer
+extern HANDLE g_hInfoMutex;       // owner of the region mutex's handle; g_hShmMutex borrows it
+extern HANDLE g_hReloadEvent1;    // auto-reset; wakes the collect thread
+extern HANDLE g_hReloadEvent2;    // auto-reset; wakes the write thread
+extern HANDLE g_hTerminateEvent;  // manual-reset; ends both threads
 extern HANDLE g_hCollectThread;
 extern HANDLE g_hWriteThread;
-extern DWORD  g_dwThreadExitTimeout;   // s that _DkpfExitThreads waits for both threads together
-extern DWORD  g_dwDebugMode;           // debug switch of the registry, bit set
+extern DWORD  g_dwThreadExitTimeout;                          // s that _DkpfExitThreads waits for both threads together
+extern DWORD  g_dwDebugMode;                                  // debug switch of the registry, bit set
 extern char   g_szString[DKPF_STRING_NUM][DKPF_STRING_SIZE];  // message strings; written before the threads start
-extern WARN_EVENT_REC g_WarnEvent[3];  // under g_hWarnEventMutex
-extern HANDLE g_hWarnEventMutex;       // unnamed
+extern WARN_EVENT_REC g_WarnEvent[3];                         // under g_hWarnEventMutex
+extern HANDLE         g_hWarnEventMutex;                      // unnamed
 
 /* diskperf_shm: region. Written under g_hShmMutex. */
-extern HANDLE         g_hShmMutex;        // same handle as g_hInfoMutex, set and cleared with it
+extern HANDLE         g_hShmMutex;  // same handle as g_hInfoMutex, set and cleared with it
 extern HANDLE         g_hShmMap;
 extern DKPF_SHM_INFO* g_pShmInfo;         // the view, or NULL
 extern DWORD          g_dwShmInitCount;   // _DkpfShmInitialize calls not yet taken back
@@ -295,7 +294,7 @@ inline void _DkpfCloseHandle(HANDLE* lphHandle)
     }
 }
 
-/* ---- Routines by unit --------------------------------------------------------------------------------------------- */
+/* ---- Routines by unit -------------------------------------------------------------------------------------------- */
 
 /* diskperf_util: named objects open to every account, locks, trace logs. */
 HANDLE _DkpfCreateMutex(const char* lpName);
@@ -356,10 +355,10 @@ BOOL _DkpfPlogWriteCSV(DWORD collectParam, const DKPF_DISP* lpData, const DKPF_P
                        const HTNWCSV* lpRawHandles, DWORD* lpdwErr);
 
 /* diskperf_pfmon: Performance Monitor provider. */
-BOOL _DkpfPfmGetObjectIndexFromReg(DWORD* lpdwFirstCounter, DWORD* lpdwFirstHelp, DWORD* lpdwErr);
+BOOL  _DkpfPfmGetObjectIndexFromReg(DWORD* lpdwFirstCounter, DWORD* lpdwFirstHelp, DWORD* lpdwErr);
 DWORD _DkpfPfmGetPMQueryType(const WCHAR* lpQuery);
-BOOL _DkpfPfmIsNumberInUnicodeList(DWORD dwNumber, const WCHAR* lpList);
-BOOL _DkpfPfmSetCollectHeader(void* lpPerfHeader, DWORD* lpdwErr);
-BOOL _DkpfPfmSetCollectBody(const DKPF_DISP* lpDispCounter, void* lpPerfBody, void** lpRetAddr, DWORD* lpdwErr);
+BOOL  _DkpfPfmIsNumberInUnicodeList(DWORD dwNumber, const WCHAR* lpList);
+BOOL  _DkpfPfmSetCollectHeader(void* lpPerfHeader, DWORD* lpdwErr);
+BOOL  _DkpfPfmSetCollectBody(const DKPF_DISP* lpDispCounter, void* lpPerfBody, void** lpRetAddr, DWORD* lpdwErr);
 
 #endif

@@ -13,7 +13,7 @@
 #include <process.h>
 #include <string.h>
 
-/* ---- Conversion --------------------------------------------------------------------------------------------------- */
+/* ---- Conversion -------------------------------------------------------------------------------------------------- */
 
 /* One number of one disk: lpDriver and lpFilter are the disk's two entries, lpMode the one that holds the queues. */
 static ULONGLONG _DkpfFieldValue(const DKPF_FIELD& field, const VELCOR_ENTRY* lpDriver, const VELCOR_ENTRY* lpFilter,
@@ -30,9 +30,9 @@ static ULONGLONG _DkpfFieldValue(const DKPF_FIELD& field, const VELCOR_ENTRY* lp
     }
 }
 
-/* Merges both records into one sample. A disk with an unknown mirror mode spoils the sample: none of it may be stored. */
-BOOL _DkpfConvPerfDrvToShm(const void* lpDriverRecord, const void* lpMirrorRecord, DKPF_PARAM* lpSample,
-                           DWORD* lpdwErr)
+/* Merges both records into one sample. A disk with an unknown mirror mode spoils the sample: none of it may be stored.
+ */
+BOOL _DkpfConvPerfDrvToShm(const void* lpDriverRecord, const void* lpMirrorRecord, DKPF_PARAM* lpSample, DWORD* lpdwErr)
 {
     BOOL                 bRet = FALSE;
     const VELCOR_RECORD* lpDriver = static_cast<const VELCOR_RECORD*>(lpDriverRecord);
@@ -83,7 +83,7 @@ exit:
     return bRet;
 }
 
-/* ---- Zero sample -------------------------------------------------------------------------------------------------- */
+/* ---- Zero sample ------------------------------------------------------------------------------------------------- */
 
 /* Stores a sample of zeros that keeps the row numbers and the disks' flags: readers still see which disks exist. Reads
  * first, and so takes the producer's own peaks out of the region. */
@@ -118,7 +118,7 @@ exit:
     return bRet;
 }
 
-/* ---- Device ------------------------------------------------------------------------------------------------------- */
+/* ---- Device ------------------------------------------------------------------------------------------------------ */
 
 /* The filter library's buffer: its record, and the room that its contract asks for behind it. */
 typedef struct _DKPF_MIRROR {
@@ -160,29 +160,29 @@ static BOOL _DkpfReadRecords(const char* lpRoutine, HANDLE hDevice, VELCOR_EXCHA
         return FALSE;
     }
     if (lpExchange->status != 0) {
-        DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR,
-                       " IoCtl(VELCOR_GET_PERFORMANCE) Driver failed.<%#x>", lpExchange->status);
+        DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR, " IoCtl(VELCOR_GET_PERFORMANCE) Driver failed.<%#x>",
+                       lpExchange->status);
         return FALSE;
     }
     lpMirror->record.header = VELCOR_REQUEST_HEADER;
     dwW32Err = TnwDkfltrGetMirrorPerformance(lpMirror);
     if (dwW32Err != 0) {
-        DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR,
-                       "TnwDkfltrGetMirrorPerformance() failed.(W32Err=%d)", dwW32Err);
+        DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR, "TnwDkfltrGetMirrorPerformance() failed.(W32Err=%d)",
+                       dwW32Err);
         return FALSE;
     }
     return TRUE;
 }
 
-/* ---- Collect thread ----------------------------------------------------------------------------------------------- */
+/* ---- Collect thread ---------------------------------------------------------------------------------------------- */
 
 /* What the thread works with, all of it on its own stack (some 43,000 bytes): the loop takes no memory. */
 typedef struct _DKPF_COLLECT {
     DKPF_CONF       conf;      // as last read from the region
     DWORD           interval;  // s, read once: a reload never changes it
     HANDLE          hDevice;
-    LONGLONG        loop;      // iterations; the sample of the first only primes the counters
-    DWORD           start;     // tick at the start of the iteration
+    LONGLONG        loop;   // iterations; the sample of the first only primes the counters
+    DWORD           start;  // tick at the start of the iteration
     VELCOR_EXCHANGE exchange;
     DKPF_MIRROR     mirror;
     DKPF_PARAM      sample;
@@ -226,7 +226,8 @@ static void _DkpfCollectSample(const char* lpRoutine, DKPF_COLLECT* lpCollect)
     _DkpfResetWarnEventLog(DKPF_WARN_COLLECT, DKPF_BLOCK_COLLECT, &dwErr);
 }
 
-/* Takes over a changed configuration. FALSE: it could not be, and the iteration is over. Traces in the thread's name. */
+/* Takes over a changed configuration. FALSE: it could not be, and the iteration is over. Traces in the thread's name.
+ */
 static BOOL _DkpfCollectReload(const char* lpRoutine, DKPF_COLLECT* lpCollect)
 {
     DWORD       dwErr = DKPF_ERR_SUCCESS;
@@ -276,8 +277,8 @@ static BOOL _DkpfCollectIteration(const char* lpRoutine, DKPF_COLLECT* lpCollect
         if (dwElapsed >= dwInterval) {
             return TRUE;
         }
-        // Always from the start of the iteration: several reloads in one iteration take the time off more than once, and
-        // the rest may wrap to a very long wait. Kept as it is.
+        // Always from the start of the iteration: several reloads in one iteration take the time off more than once,
+        // and the rest may wrap to a very long wait. Kept as it is.
         dwRemaining -= dwElapsed;
     }
     if (dwWait == WAIT_TIMEOUT) {
@@ -291,8 +292,8 @@ static BOOL _DkpfCollectIteration(const char* lpRoutine, DKPF_COLLECT* lpCollect
     }
     dwW32Err = GetLastError();
     DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_ERROR,
-                   " WaitForMultipleObjects(%d(%#p,%#p)) error. <ret=%d><W32Err=%d>", 2, ahEvent[0], ahEvent[1],
-                   dwWait, dwW32Err);
+                   " WaitForMultipleObjects(%d(%#p,%#p)) error. <ret=%d><W32Err=%d>", 2, ahEvent[0], ahEvent[1], dwWait,
+                   dwW32Err);
     *lpdwErr = DKPF_ERR_SYNC;
     return FALSE;
 }

@@ -16,7 +16,7 @@
 #include <process.h>
 #include <string.h>
 
-/* ---- State -------------------------------------------------------------------------------------------------------- */
+/* ---- State ------------------------------------------------------------------------------------------------------- */
 
 /* Written by the entry points under g_hDllInitMutex. The worker threads read the events; they have ended before anybody
  * closes them. */
@@ -39,10 +39,10 @@ char g_szString[DKPF_STRING_NUM][DKPF_STRING_SIZE] = {};
 WARN_EVENT_REC g_WarnEvent[3] = {};
 HANDLE         g_hWarnEventMutex = NULL;
 
-/* ---- Start -------------------------------------------------------------------------------------------------------- */
+/* ---- Start ------------------------------------------------------------------------------------------------------- */
 
-/* Closes the configuration library after a read, in reverse order of what was opened. A failure here changes nothing: the
- * values have been read, or their own failure says so. Traces in the caller's name. */
+/* Closes the configuration library after a read, in reverse order of what was opened. A failure here changes nothing:
+ * the values have been read, or their own failure says so. Traces in the caller's name. */
 static void _DkpfCloseConfig(const char* lpRoutine, BOOL bConfig, BOOL bPolicy)
 {
     XMLLIB_STATUS status = 0;
@@ -68,8 +68,8 @@ static void _DkpfCloseConfig(const char* lpRoutine, BOOL bConfig, BOOL bPolicy)
     }
 }
 
-/* Reads the nine settings as the library gives them: defaults and ranges are the policy's business. The caller's record is
- * written only when all were read. */
+/* Reads the nine settings as the library gives them: defaults and ranges are the policy's business. The caller's record
+ * is written only when all were read. */
 BOOL _DkpfGetConfig(DKPF_CONF* lpDkpfConf, DWORD* lpdwErr)
 {
     BOOL          bRet = FALSE;
@@ -214,7 +214,7 @@ exit:
     return bRet;
 }
 
-/* ---- Warning events ----------------------------------------------------------------------------------------------- */
+/* ---- Warning events ---------------------------------------------------------------------------------------------- */
 
 /* Time after which a kind that is still raised is written once more, ms. */
 static const DWORD g_dwWarnRepeat = 24u * 60 * 60 * 1000;
@@ -247,8 +247,8 @@ exit:
     return bRet;
 }
 
-/* Source blockId reports kind index. The first source raises the event; a kind that stays raised is written again after a
- * day by whichever source reports next. */
+/* Source blockId reports kind index. The first source raises the event; a kind that stays raised is written again after
+ * a day by whichever source reports next. */
 BOOL _DkpfSetWarnEventLog(int index, DWORD blockId, DWORD* lpdwErr)
 {
     BOOL            bRet = FALSE;
@@ -323,7 +323,7 @@ BOOL _DkpfTermWarnEventLog(DWORD* lpdwErr)
     return TRUE;
 }
 
-/* ---- Threads ------------------------------------------------------------------------------------------------------ */
+/* ---- Threads ----------------------------------------------------------------------------------------------------- */
 
 typedef struct _DKPF_WORKER {
     HANDLE*     lphThread;
@@ -358,8 +358,7 @@ static BOOL _DkpfAwaitThreads(const char* lpRoutine, DWORD* lpdwRunning, DWORD* 
             (*lpdwRunning)++;
         } else {
             dwW32Err = GetLastError();
-            DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_ERROR, worker.lpFailed, *worker.lphThread, dwWait,
-                           dwW32Err);
+            DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_ERROR, worker.lpFailed, *worker.lphThread, dwWait, dwW32Err);
             *lpdwErr = DKPF_ERR_SYNC;
             return FALSE;
         }
@@ -417,7 +416,7 @@ exit:
     return bRet;
 }
 
-/* ---- Entry points ------------------------------------------------------------------------------------------------- */
+/* ---- Entry points ------------------------------------------------------------------------------------------------ */
 
 /* Thread notices are wanted by the statically linked run-time: they are not switched off. */
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD dwReason, LPVOID)
@@ -431,8 +430,8 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD dwReason, LPVOID)
     return TRUE;
 }
 
-/* Creates the reload events and the terminate event. What was created before a failure is the caller's to close. Traces in
- * the caller's name. */
+/* Creates the reload events and the terminate event. What was created before a failure is the caller's to close. Traces
+ * in the caller's name. */
 static BOOL _DkpfCreateEvents(const char* lpRoutine, DWORD* lpdwErr)
 {
     DWORD dwW32Err = 0;
@@ -463,8 +462,8 @@ static BOOL _DkpfCreateEvents(const char* lpRoutine, DWORD* lpdwErr)
     return TRUE;
 }
 
-/* Starts both worker threads; both read the configuration from the region, which is there by now. Traces in the caller's
- * name. */
+/* Starts both worker threads; both read the configuration from the region, which is there by now. Traces in the
+ * caller's name. */
 static BOOL _DkpfStartThreads(const char* lpRoutine, DWORD* lpdwErr)
 {
     int nErrno = 0;
@@ -726,7 +725,7 @@ exit:
     return bRet;
 }
 
-/* ---- Display values ----------------------------------------------------------------------------------------------- */
+/* ---- Display values ---------------------------------------------------------------------------------------------- */
 
 /* Sums of one sample's current values over the disk slots seen so far; the rows that a total's ratio, average or rate
  * needs are filled. */
@@ -852,8 +851,8 @@ BOOL _DkpfCmnGetDisplayValue(const DKPF_PARAM* lpCurrentParam, const DKPF_PARAM*
         } else if (g_aCounter[j].kind == DKPF_AVERAGE) {
             lpTotal[j] = _DkpfAverage(prev.value[p], prev.value[p2], cur.value[p], cur.value[p2]);
         } else if (g_aCounter[j].kind == DKPF_RATE) {
-            lpTotal[j] = _DkpfRate(prev.value[p], lpPreviousParam->sampling_time, cur.value[p],
-                                   lpCurrentParam->sampling_time);
+            lpTotal[j] =
+                _DkpfRate(prev.value[p], lpPreviousParam->sampling_time, cur.value[p], lpCurrentParam->sampling_time);
         }
     }
     bRet = TRUE;

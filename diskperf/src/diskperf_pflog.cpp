@@ -15,7 +15,7 @@
 
 #include <charconv>
 
-/* ---- Text --------------------------------------------------------------------------------------------------------- */
+/* ---- Text -------------------------------------------------------------------------------------------------------- */
 
 char g_szComputerName[DKPF_COMPUTER_SIZE] = {};
 
@@ -47,9 +47,9 @@ static void _DkpfTextAppend(DKPF_TEXT* lpText, const char* lpPiece)
 /* A number in decimal, padded with zeros to a width of at most 20. */
 static void _DkpfTextNumber(DKPF_TEXT* lpText, ULONGLONG value, int nWidth)
 {
-    char                  szDigits[24] = {};
-    std::to_chars_result  result = std::to_chars(szDigits, szDigits + sizeof(szDigits) - 1, value);
-    const int             nDigits = static_cast<int>(result.ptr - szDigits);
+    char                 szDigits[24] = {};
+    std::to_chars_result result = std::to_chars(szDigits, szDigits + sizeof(szDigits) - 1, value);
+    const int            nDigits = static_cast<int>(result.ptr - szDigits);
 
     for (int i = nDigits; i < nWidth; i++) {
         _DkpfTextAppend(lpText, "0");
@@ -57,9 +57,10 @@ static void _DkpfTextNumber(DKPF_TEXT* lpText, ULONGLONG value, int nWidth)
     _DkpfTextAppend(lpText, szDigits);
 }
 
-/* ---- Header lines ------------------------------------------------------------------------------------------------- */
+/* ---- Header lines ------------------------------------------------------------------------------------------------ */
 
-/* Instance name of a mirror disk, or of the total for 0. FALSE where there is no such disk. Traces in the caller's name. */
+/* Instance name of a mirror disk, or of the total for 0. FALSE where there is no such disk. Traces in the caller's
+ * name. */
 static BOOL _DkpfPlogInstanceName(const char* lpRoutine, int nmpIndex, char* lpName, size_t size, DWORD* lpdwErr)
 {
     DKPF_TEXT text = _DkpfTextStart(lpName, size);
@@ -103,7 +104,8 @@ static void _DkpfPlogHeaderColumn(DKPF_TEXT* lpText, const char* lpInstance, DWO
     _DkpfTextAppend(lpText, "\"");
 }
 
-/* Header of a display file: the columns that collectParam selects, in ascending bit order; bits 17 to 31 mean nothing. */
+/* Header of a display file: the columns that collectParam selects, in ascending bit order; bits 17 to 31 mean nothing.
+ */
 BOOL _DkpfPlogHeaderStr(int nmpIndex, DWORD collectParam, char* lpStr, DWORD* lpdwErr)
 {
     BOOL      bRet = FALSE;
@@ -153,7 +155,7 @@ exit:
     return bRet;
 }
 
-/* ---- Data lines --------------------------------------------------------------------------------------------------- */
+/* ---- Data lines -------------------------------------------------------------------------------------------------- */
 
 /* Time stamp field: "03/07/2024 14:05:09.042". All lines of a pass carry the same time, up to 130 of them: the text is
  * kept while the 16 bytes of the time are the same. Write thread alone. */
@@ -223,7 +225,8 @@ BOOL _DkpfPlogDataStrRaw(int nSlot, const DKPF_PARAM* lpSample, char* lpStr, DWO
     text = _DkpfTextStart(lpStr, DKPF_LINE_SIZE);
     _DkpfPlogTimeStamp(&text, &lpSample->local_time);
     for (const DKPF_RAWCOLUMN& column : g_aRawColumn) {
-        const DKPF_INSTANCE* lpRow = column.bPeak ? &lpSample->maxinstance[column.row] : &lpSample->instance[column.row];
+        const DKPF_INSTANCE* lpRow =
+            column.bPeak ? &lpSample->maxinstance[column.row] : &lpSample->instance[column.row];
 
         _DkpfPlogValue(&text, lpRow->inst_sub[nSlot].value);
     }
@@ -250,10 +253,10 @@ BOOL _DkpfPlogDataStrRawTotal(const DKPF_RAWTOTAL* lpRawTotal, const SYSTEMTIME*
     return TRUE;
 }
 
-/* ---- Files -------------------------------------------------------------------------------------------------------- */
+/* ---- Files ------------------------------------------------------------------------------------------------------- */
 
-/* Opens one file under its base name; on failure the handle stays 0 and the next pass tries again. Traces in the caller's
- * name. */
+/* Opens one file under its base name; on failure the handle stays 0 and the next pass tries again. Traces in the
+ * caller's name. */
 static BOOL _DkpfPlogOpen(const char* lpRoutine, const char* lpName, const DKPF_CONF* lpDkpfConf, const char* lpHeader,
                           HTNWCSV* lphFile, DWORD* lpdwErr)
 {
@@ -332,8 +335,8 @@ static BOOL _DkpfPlogOpenRaw(const char* lpRoutine, int nmpIndex, const DKPF_CON
     return _DkpfPlogOpen(lpRoutine, szName, lpDkpfConf, lpStr, lphFile, lpdwErr);
 }
 
-/* Opens what is not open of the files of the disks that are present, and the total's once some disk has a file. A failure
- * costs that file alone; the code is the last one's. */
+/* Opens what is not open of the files of the disks that are present, and the total's once some disk has a file. A
+ * failure costs that file alone; the code is the last one's. */
 BOOL _DkpfPlogInit(const DWORD* lpInitFlag, const DKPF_CONF* lpDkpfConf, char* lpStr, HTNWCSV* lpDispHandles,
                    HTNWCSV* lpRawHandles, DWORD* lpdwErr)
 {
@@ -504,16 +507,16 @@ BOOL _DkpfPlogWriteCSV(DWORD collectParam, const DKPF_DISP* lpData, const DKPF_P
     return bRet;
 }
 
-/* ---- Write thread ------------------------------------------------------------------------------------------------- */
+/* ---- Write thread ------------------------------------------------------------------------------------------------ */
 
 /* What the thread works with. Files stay open until it ends, also those of a disk that leaves. */
 typedef struct _DKPF_WRITER {
-    DKPF_CONF      conf;         // as last read from the region
-    DKPF_CONF      saved;        // of the pass before, to see what a reload changed
-    ULONGLONG      pass;         // the first after start or after a reset does not wait
-    DWORD          start;        // tick at the start of the pass
-    DWORD          wait;         // ms from the start of the pass to its sample
-    char*          lpStr;        // header or data line, DKPF_LINE_SIZE bytes
+    DKPF_CONF      conf;   // as last read from the region
+    DKPF_CONF      saved;  // of the pass before, to see what a reload changed
+    ULONGLONG      pass;   // the first after start or after a reset does not wait
+    DWORD          start;  // tick at the start of the pass
+    DWORD          wait;   // ms from the start of the pass to its sample
+    char*          lpStr;  // header or data line, DKPF_LINE_SIZE bytes
     DKPF_PARAM*    lpCurParam;
     DKPF_PARAM*    lpPrevParam;  // baseline of the display values
     DKPF_DISP*     lpData;
@@ -524,10 +527,10 @@ typedef struct _DKPF_WRITER {
 
 /* What a step leaves to do. */
 typedef enum _DKPF_STEP {
-    DKPF_STEP_ON,       // go on within the pass
-    DKPF_STEP_NEXT,     // the pass is over, begin the next
-    DKPF_STEP_STOP,     // the thread ends as asked
-    DKPF_STEP_FAILED,   // the thread ends on an error
+    DKPF_STEP_ON,      // go on within the pass
+    DKPF_STEP_NEXT,    // the pass is over, begin the next
+    DKPF_STEP_STOP,    // the thread ends as asked
+    DKPF_STEP_FAILED,  // the thread ends on an error
 } DKPF_STEP;
 
 /* Is logging on? */
@@ -674,8 +677,8 @@ static DKPF_STEP _DkpfPlogWait(const char* lpRoutine, DKPF_WRITER* lpWriter)
     }
 }
 
-/* Reads the latest sample and decides whether there is something to show. DKPF_STEP_ON with lpWriter->wait changed: no new
- * sample yet, wait again. Traces in the thread's name. */
+/* Reads the latest sample and decides whether there is something to show. DKPF_STEP_ON with lpWriter->wait changed: no
+ * new sample yet, wait again. Traces in the thread's name. */
 static DKPF_STEP _DkpfPlogSample(const char* lpRoutine, DKPF_WRITER* lpWriter, BOOL* lpbNew)
 {
     DWORD       dwErr = DKPF_ERR_SUCCESS;
@@ -772,8 +775,8 @@ static void _DkpfPlogFree(void* lpBuffer)
     }
 }
 
-/* Once per write interval turns the latest sample into one line per CSV file. Ends on the terminate event, or on an error
- * of its own start or wait. */
+/* Once per write interval turns the latest sample into one line per CSV file. Ends on the terminate event, or on an
+ * error of its own start or wait. */
 unsigned __stdcall _DkpfPlogWriteThread(void*)
 {
     DWORD       dwErr = DKPF_ERR_SUCCESS;

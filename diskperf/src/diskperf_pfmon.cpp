@@ -16,7 +16,7 @@
 #include <wchar.h>
 #include <winperf.h>
 
-/* ---- State -------------------------------------------------------------------------------------------------------- */
+/* ---- State ------------------------------------------------------------------------------------------------------- */
 
 /* The definitions as they stand at the start of each block. */
 typedef struct _DKPF_PERF_HEADER {
@@ -60,12 +60,13 @@ DKPF_DISP*        g_lpPfmDisp = NULL;
 DKPF_PERF_HEADER* g_lpPfmHeader = NULL;
 DKPF_RAWTOTAL*    g_lpPfmRawTotal = NULL;
 
-/* Bits of the debug switch that stop an entry point in a message box, so that a debugger can be attached to the host. */
+/* Bits of the debug switch that stop an entry point in a message box, so that a debugger can be attached to the host.
+ */
 constexpr DWORD DKPF_DEBUG_OPEN = 1;
 constexpr DWORD DKPF_DEBUG_COLLECT = 2;
 constexpr DWORD DKPF_DEBUG_CLOSE = 4;
 
-/* ---- Title indexes ------------------------------------------------------------------------------------------------ */
+/* ---- Title indexes ----------------------------------------------------------------------------------------------- */
 
 /* Reads the two bases that the system gave to our names when they were registered. */
 BOOL _DkpfPfmGetObjectIndexFromReg(DWORD* lpdwFirstCounter, DWORD* lpdwFirstHelp, DWORD* lpdwErr)
@@ -120,7 +121,7 @@ exit:
     return bRet;
 }
 
-/* ---- Query -------------------------------------------------------------------------------------------------------- */
+/* ---- Query ------------------------------------------------------------------------------------------------------- */
 
 /* What kind of query it is: its first word alone decides. */
 DWORD _DkpfPfmGetPMQueryType(const WCHAR* lpQuery)
@@ -128,7 +129,9 @@ DWORD _DkpfPfmGetPMQueryType(const WCHAR* lpQuery)
     static const struct {
         const WCHAR* lpWord;
         DWORD        dwType;
-    } aWord[] = { { L"Global", DKPF_QUERY_GLOBAL }, { L"Foreign", DKPF_QUERY_FOREIGN }, { L"Costly", DKPF_QUERY_COSTLY } };
+    } aWord[] = { { L"Global", DKPF_QUERY_GLOBAL },
+                  { L"Foreign", DKPF_QUERY_FOREIGN },
+                  { L"Costly", DKPF_QUERY_COSTLY } };
 
     DWORD        dwType = DKPF_QUERY_UNKNOWN;
     size_t       length = 0;
@@ -168,8 +171,8 @@ exit:
     return dwType;
 }
 
-/* TRUE where a number stands in a list as a whole item. Goes character by character: a strange character spoils its item
- * and no other. */
+/* TRUE where a number stands in a list as a whole item. Goes character by character: a strange character spoils its
+ * item and no other. */
 BOOL _DkpfPfmIsNumberInUnicodeList(DWORD dwNumber, const WCHAR* lpList)
 {
     BOOL  bRet = FALSE;
@@ -206,7 +209,7 @@ BOOL _DkpfPfmIsNumberInUnicodeList(DWORD dwNumber, const WCHAR* lpList)
     return bRet;
 }
 
-/* ---- Data block --------------------------------------------------------------------------------------------------- */
+/* ---- Data block -------------------------------------------------------------------------------------------------- */
 
 /* Field by field; operators compare these lines with what a viewer shows. Traces in the caller's name. */
 static void _DkpfPfmDumpHeader(const char* lpRoutine, const DKPF_PERF_HEADER* lpHeader)
@@ -303,8 +306,9 @@ BOOL _DkpfPfmSetCollectHeader(void* lpPerfHeader, DWORD* lpdwErr)
         lpCounter->DetailLevel = PERF_DETAIL_NOVICE;
         lpCounter->CounterType = PERF_COUNTER_LARGE_RAWCOUNT;
         lpCounter->CounterSize = sizeof(ULONGLONG);
-        lpCounter->CounterOffset = static_cast<DWORD>(offsetof(DKPF_PERF_INSTANCE, DkpfCounterValue) -
-                                                      offsetof(DKPF_PERF_INSTANCE, block)) + 8 * j;
+        lpCounter->CounterOffset =
+            static_cast<DWORD>(offsetof(DKPF_PERF_INSTANCE, DkpfCounterValue) - offsetof(DKPF_PERF_INSTANCE, block)) +
+            8 * j;
     }
     if ((g_dwDkpfLogLevel & DKPF_LOG_DUMP) != 0) {
         _DkpfPfmDumpHeader(__func__, lpHeader);
@@ -403,7 +407,7 @@ exit:
     return bRet;
 }
 
-/* ---- Entry points ------------------------------------------------------------------------------------------------- */
+/* ---- Entry points ------------------------------------------------------------------------------------------------ */
 
 /* Stops the host in a message box where the debug switch asks for it: MessageBoxA alone, nothing else may wait here. */
 static void _DkpfPfmDebugStop(DWORD dwBit, const char* lpText, const char* lpCaption)
@@ -485,8 +489,8 @@ static DWORD _DkpfPfmPrepare(const char* lpRoutine, DWORD* lpdwErr)
         return ERROR_OUTOFMEMORY;
     }
     if (!_DkpfPfmSetCollectHeader(g_lpPfmHeader, lpdwErr)) {
-        DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR,
-                       " _DkpfPfmSetCollectHeader() failed. errcode<0x%x>", *lpdwErr);
+        DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR, " _DkpfPfmSetCollectHeader() failed. errcode<0x%x>",
+                       *lpdwErr);
         return ERROR_INVALID_FUNCTION;
     }
     g_lpPfmHeader->object.TotalByteLength = DKPF_PERF_BLOCK_SIZE;
@@ -571,8 +575,8 @@ static BOOL _DkpfPfmIsOurQuery(const char* lpRoutine, const WCHAR* lpQuery)
     }
     if (!_DkpfPfmIsNumberInUnicodeList(g_dwFirstCounter, lpQuery)) {
         DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR,
-                       " _DkpfPfmIsNumberInUnicodeList() failed. ObjectNameTitleIndex<%d> pQuery<%d>",
-                       g_dwFirstCounter, lpQuery[0]);
+                       " _DkpfPfmIsNumberInUnicodeList() failed. ObjectNameTitleIndex<%d> pQuery<%d>", g_dwFirstCounter,
+                       lpQuery[0]);
         return FALSE;
     }
     return TRUE;

@@ -12,7 +12,7 @@
 
 #include <string.h>
 
-/* ---- State -------------------------------------------------------------------------------------------------------- */
+/* ---- State ------------------------------------------------------------------------------------------------------- */
 
 HANDLE         g_hShmMutex = NULL;
 HANDLE         g_hShmMap = NULL;
@@ -21,7 +21,7 @@ DWORD          g_dwShmInitCount = 0;
 DWORD          g_dwPMProcessID = 0;
 int            g_nPMProcessIDIdx = 0;
 
-/* ---- Mapping ------------------------------------------------------------------------------------------------------ */
+/* ---- Mapping ----------------------------------------------------------------------------------------------------- */
 
 /* Creates the region, zero-filled. Sets both region globals, or neither. */
 BOOL _DkpfShmCreateMapping(SECURITY_ATTRIBUTES* lpAttributes, DWORD* lpdwErr)
@@ -105,7 +105,7 @@ exit:
     return bRet;
 }
 
-/* ---- Consumer table ----------------------------------------------------------------------------------------------- */
+/* ---- Consumer table ---------------------------------------------------------------------------------------------- */
 
 /* Peaks of one consumer row start again. The caller holds g_hShmMutex. */
 static void _DkpfShmClearRow(DKPF_SHM_INFO* lpShm, int nRow)
@@ -113,8 +113,8 @@ static void _DkpfShmClearRow(DKPF_SHM_INFO* lpShm, int nRow)
     memset(lpShm->maxinstance[nRow], 0, sizeof(DKPF_INSTANCE) * DKPF_PARAMMAX_NUM);
 }
 
-/* TRUE where the owner of a consumer row is known to be gone. In doubt it lives: a row too few costs a reader its peaks,
- * a row too many costs nothing. The traces name the sweep, whose lines operators know. */
+/* TRUE where the owner of a consumer row is known to be gone. In doubt it lives: a row too few costs a reader its
+ * peaks, a row too many costs nothing. The traces name the sweep, whose lines operators know. */
 static BOOL _DkpfShmIsOwnerGone(const char* lpRoutine, int nRow, DWORD dwProcessID)
 {
     BOOL   bGone = FALSE;
@@ -143,13 +143,11 @@ static BOOL _DkpfShmIsOwnerGone(const char* lpRoutine, int nRow, DWORD dwProcess
     if (!GetExitCodeProcess(hProcess, &dwExitCode)) {
         dwW32Err = GetLastError();
         DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DETAIL,
-                       "  [Idx:%d] GetExitCodeProcess() failed, process check impossible. <W32Err=%d>", nRow,
-                       dwW32Err);
+                       "  [Idx:%d] GetExitCodeProcess() failed, process check impossible. <W32Err=%d>", nRow, dwW32Err);
     } else if (dwExitCode == STILL_ACTIVE) {
         DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DETAIL, "  [Idx:%d] Process check succeeded. : ACTIVE", nRow);
     } else {
-        DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DETAIL, "  [Idx:%d] Process check succeeded. : DEACTIVE",
-                       nRow);
+        DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DETAIL, "  [Idx:%d] Process check succeeded. : DEACTIVE", nRow);
         bGone = TRUE;
     }
     if (!CloseHandle(hProcess)) {
@@ -217,10 +215,10 @@ static BOOL _DkpfShmClaimRow(const char* lpRoutine, DWORD* lpdwErr)
     return TRUE;
 }
 
-/* ---- Life cycle --------------------------------------------------------------------------------------------------- */
+/* ---- Life cycle -------------------------------------------------------------------------------------------------- */
 
-/* First use in a process: the producer creates the region (row 0 is its own, it is never entered in the table), a reader
- * opens it and claims a row. Further calls only count. */
+/* First use in a process: the producer creates the region (row 0 is its own, it is never entered in the table), a
+ * reader opens it and claims a row. Further calls only count. */
 BOOL _DkpfShmInitialize(BOOL bCreate, DWORD* lpdwErr)
 {
     BOOL                 bRet = FALSE;
@@ -321,8 +319,8 @@ exit:
     return bRet;
 }
 
-/* Gives this process's row back and lets the region go. The caller holds g_hShmMutex. Stops where the system refuses, so
- * that the next call tries the rest again. Traces in the caller's name. */
+/* Gives this process's row back and lets the region go. The caller holds g_hShmMutex. Stops where the system refuses,
+ * so that the next call tries the rest again. Traces in the caller's name. */
 static BOOL _DkpfShmRelease(const char* lpRoutine, DWORD* lpdwErr)
 {
     DWORD dwW32Err = 0;
@@ -391,10 +389,10 @@ exit:
     return bRet;
 }
 
-/* ---- Accessors ---------------------------------------------------------------------------------------------------- */
+/* ---- Accessors --------------------------------------------------------------------------------------------------- */
 
-/* Takes g_hShmMutex and makes sure that the region is there. After FALSE the mutex is not held. Traces in the accessor's
- * name. */
+/* Takes g_hShmMutex and makes sure that the region is there. After FALSE the mutex is not held. Traces in the
+ * accessor's name. */
 static BOOL _DkpfShmEnter(const char* lpRoutine, DWORD* lpdwErr)
 {
     if (!_DkpfMutexLock(g_hShmMutex, -1)) {
@@ -507,9 +505,9 @@ template <class RECORD> static void _DkpfShmDumpHeader(const char* lpRoutine, co
     DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DUMP, "  param_num        <%d>", lpRecord->param_num);
     DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DUMP, "  parammax_num     <%d>", lpRecord->parammax_num);
     DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DUMP, "  sampling_time    <%lu>", lpRecord->sampling_time);
-    DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DUMP,
-                   "  local_time       <%d/%02d/%02d(%d) %02d:%02d:%02d.%03d>", time.wYear, time.wMonth, time.wDay,
-                   time.wDayOfWeek, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
+    DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DUMP, "  local_time       <%d/%02d/%02d(%d) %02d:%02d:%02d.%03d>",
+                   time.wYear, time.wMonth, time.wDay, time.wDayOfWeek, time.wHour, time.wMinute, time.wSecond,
+                   time.wMilliseconds);
 }
 
 /* Flag and current values of disk slot j. */

@@ -12,7 +12,7 @@
 #include <stdio.h>
 #include <string.h>
 
-/* ---- State -------------------------------------------------------------------------------------------------------- */
+/* ---- State ------------------------------------------------------------------------------------------------------- */
 
 HTNWLOG g_hDkpfLog = NULL;
 HTNWLOG g_hDkpfTraceLog = NULL;
@@ -31,7 +31,7 @@ static const DKPF_LOG g_aLog[] = {
     { &g_hDkpfConfLog, "diskperf_conf", "osktnw_diskperf_conf_log" },
 };
 
-/* ---- Named objects ------------------------------------------------------------------------------------------------ */
+/* ---- Named objects ----------------------------------------------------------------------------------------------- */
 
 /*
  * A security descriptor whose DACL is NULL: the processes of the product run under different accounts and must all be
@@ -134,7 +134,7 @@ exit:
     return hEvent;
 }
 
-/* ---- Locks -------------------------------------------------------------------------------------------------------- */
+/* ---- Locks ------------------------------------------------------------------------------------------------------- */
 
 /* Waits for a mutex or another object; nTimeout in ms, -1 = INFINITE. A mutex whose owner died is taken over as it is:
  * what it guards is checked by its readers. After FALSE the caller must not release. */
@@ -176,7 +176,7 @@ BOOL _DkpfMutexUnlock(HANDLE hMutex)
     return bRet;
 }
 
-/* ---- Module banner ------------------------------------------------------------------------------------------------ */
+/* ---- Module banner ----------------------------------------------------------------------------------------------- */
 
 /* Last write time of a file, local, "2024:3:5-9:7:3". Leaves lpStamp as it is where the file cannot be opened. */
 static void _DkpfGetFileStamp(const char* lpPath, char* lpStamp)
@@ -238,8 +238,8 @@ static void _DkpfGetFileVersion(const char* lpPath, char* lpVersion)
     GlobalFree(lpBlock);
 }
 
-/* Time stamp and version of a file on the standard search path; both buffers hold DKPF_BANNER_SIZE bytes. What cannot be
- * found out stays as it was: a banner without it is still a banner. */
+/* Time stamp and version of a file on the standard search path; both buffers hold DKPF_BANNER_SIZE bytes. What cannot
+ * be found out stays as it was: a banner without it is still a banner. */
 void _DkpfGetFileStampAndVersion(const char* lpName, char* lpStamp, char* lpVersion)
 {
     char szPath[1024] = {};
@@ -249,7 +249,7 @@ void _DkpfGetFileStampAndVersion(const char* lpName, char* lpStamp, char* lpVers
     _DkpfGetFileVersion(szPath, lpVersion);
 }
 
-/* ---- Trace logs --------------------------------------------------------------------------------------------------- */
+/* ---- Trace logs -------------------------------------------------------------------------------------------------- */
 
 /* Opens the three trace logs, or none of them, and writes one banner into each. Reads the configuration for level and
  * size; in a producer the configuration is read once more when it is published. */
@@ -282,8 +282,7 @@ BOOL _DkpfLogInit(void)
                 g_dwDkpfLogLevel = conf.log_level;
             }
         }
-        DKPF_TRACE(*log.lphLog, DKPF_LOG_NOTICE, "===DiskPerf module initialize=T.S.<%s> Ver<%s>=", szStamp,
-                   szVersion);
+        DKPF_TRACE(*log.lphLog, DKPF_LOG_NOTICE, "===DiskPerf module initialize=T.S.<%s> Ver<%s>=", szStamp, szVersion);
     }
     bRet = TRUE;
 
