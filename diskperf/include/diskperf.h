@@ -257,7 +257,8 @@ extern char   g_szString[DKPF_STRING_NUM][DKPF_STRING_SIZE];  // message strings
 extern WARN_EVENT_REC g_WarnEvent[3];                         // under g_hWarnEventMutex
 extern HANDLE         g_hWarnEventMutex;                      // unnamed
 
-/* diskperf_shm: region. Written under g_hShmMutex. */
+/* diskperf_shm: region. Written under g_hShmMutex, which itself is set and cleared with g_hInfoMutex; a start that
+ * failed lets go of the view after its release. */
 extern HANDLE         g_hShmMutex;  // same handle as g_hInfoMutex, set and cleared with it
 extern HANDLE         g_hShmMap;
 extern DKPF_SHM_INFO* g_pShmInfo;         // the view, or NULL
@@ -306,7 +307,7 @@ BOOL   _DkpfLogTerm(void);
 void   _DkpfGetFileStampAndVersion(const char* lpName, char* lpStamp, char* lpVersion);
 
 /* diskperf_shm: life of the region and copies in and out of it. Every routine locks g_hShmMutex by itself, except the
- * sweep, whose caller holds it. */
+ * two mappings and the sweep, whose caller holds it. */
 BOOL _DkpfShmInitialize(BOOL bCreate, DWORD* lpdwErr);
 BOOL _DkpfShmTerminate(DWORD* lpdwErr);
 BOOL _DkpfShmCreateMapping(SECURITY_ATTRIBUTES* lpAttributes, DWORD* lpdwErr);

@@ -693,7 +693,7 @@ BOOL DkpfTerminate(DWORD* lpdwErr)
     BOOL bLocked = FALSE;
 
     *lpdwErr = DKPF_ERR_SUCCESS;
-    DKPF_TRACE(g_hDkpfLog, DKPF_LOG_ENTEREXIT, "ENTER");
+    DKPF_TRACE(g_hDkpfLog, DKPF_LOG_ENTEREXIT, "ENTER<Proc=%s>", DKPF_BOOLSTR(g_bDiskAgent));
     if (g_hDllInitMutex == NULL) {
         *lpdwErr = DKPF_ERR_MUTEX_CREATE;
         goto exit;

@@ -617,7 +617,7 @@ static DKPF_STEP _DkpfPlogReload(const char* lpRoutine, DKPF_WRITER* lpWriter)
         *lpSaved = *lpConf;
         return DKPF_STEP_NEXT;
     }
-    if (!_DkpfPlogIsOn(lpSaved)) {
+    if (!_DkpfPlogIsOn(lpSaved) && lpConf->perf_enable == 1 && lpConf->perf_log_save == 1) {
         // Switched on: the first line covers the time since the last sample read.
         *lpWriter->lpPrevParam = *lpWriter->lpCurParam;
     }

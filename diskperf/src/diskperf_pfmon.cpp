@@ -11,7 +11,6 @@
 #include "diskperf.h"
 #include "diskperf_counter.h"
 
-#include <stdio.h>
 #include <string.h>
 #include <wchar.h>
 #include <winperf.h>
@@ -54,7 +53,7 @@ DWORD g_dwFirstCounter = 0;  // title index of the object's name
 DWORD g_dwFirstHelp = 0;     // title index of the object's help text
 
 /* Buffers from the first open to the last close. */
-DKPF_PARAM*       g_lpPfmPrevParam = NULL;  // sample of the last collect that returned data, or of the open
+DKPF_PARAM*       g_lpPfmPrevParam = NULL;  // baseline of the next collect; day 0: none
 DKPF_PARAM*       g_lpPfmCurParam = NULL;
 DKPF_DISP*        g_lpPfmDisp = NULL;
 DKPF_PERF_HEADER* g_lpPfmHeader = NULL;
@@ -381,9 +380,9 @@ BOOL _DkpfPfmSetCollectBody(const DKPF_DISP* lpDispCounter, void* lpPerfBody, vo
     }
     for (DWORD i = 0; i < DKPF_ROW_NUM; i++, lpInstance++) {
         if (i == 0) {
-            _snprintf(szName, sizeof(szName) - 1, "%s", g_szString[DKPF_STRING_TOTAL]);
+            wsprintfA(szName, "%s", g_szString[DKPF_STRING_TOTAL]);
         } else {
-            _snprintf(szName, sizeof(szName) - 1, "%s%d", g_szString[DKPF_STRING_NMP], static_cast<int>(i));
+            wsprintfA(szName, "%s%d", g_szString[DKPF_STRING_NMP], static_cast<int>(i));
         }
         nChars = MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, szName, -1, lpInstance->name, DKPF_PERF_NAME_CHARS);
         lpInstance->definition.ByteLength = static_cast<DWORD>(offsetof(DKPF_PERF_INSTANCE, block));
@@ -439,12 +438,13 @@ static void _DkpfPfmFreeBuffers(void)
     _DkpfPfmFree(reinterpret_cast<void**>(&g_lpPfmPrevParam));
 }
 
-/* A zero-filled buffer; NULL is traced in the caller's name. */
-static void* _DkpfPfmAlloc(const char* lpRoutine, DWORD dwSize)
+/* A zero-filled buffer; NULL with the code, traced in the caller's name. */
+static void* _DkpfPfmAlloc(const char* lpRoutine, DWORD dwSize, DWORD* lpdwErr)
 {
     void* lpBuffer = GlobalAlloc(GPTR, dwSize);
 
     if (lpBuffer == NULL) {
+        *lpdwErr = DKPF_ERR_MEMORY;
         DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR, " _MALLOC(size=%ulbyte) failed.", dwSize);
     }
     return lpBuffer;
@@ -462,11 +462,11 @@ static DWORD _DkpfPfmPrepare(const char* lpRoutine, DWORD* lpdwErr)
 {
     DKPF_PARAM sample = {};
 
-    g_lpPfmPrevParam = static_cast<DKPF_PARAM*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_PARAM)));
+    g_lpPfmPrevParam = static_cast<DKPF_PARAM*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_PARAM), lpdwErr));
     if (g_lpPfmPrevParam == NULL) {
         return ERROR_OUTOFMEMORY;
     }
-    g_lpPfmCurParam = static_cast<DKPF_PARAM*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_PARAM)));
+    g_lpPfmCurParam = static_cast<DKPF_PARAM*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_PARAM), lpdwErr));
     if (g_lpPfmCurParam == NULL) {
         return ERROR_OUTOFMEMORY;
     }
@@ -480,11 +480,11 @@ static DWORD _DkpfPfmPrepare(const char* lpRoutine, DWORD* lpdwErr)
         DKPF_TRACE_FOR(lpRoutine, g_hDkpfTraceLog, DKPF_LOG_ERROR, " Previous-RAW parameter is invalid.");
         return ERROR_INVALID_FUNCTION;
     }
-    g_lpPfmDisp = static_cast<DKPF_DISP*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_DISP)));
+    g_lpPfmDisp = static_cast<DKPF_DISP*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_DISP), lpdwErr));
     if (g_lpPfmDisp == NULL) {
         return ERROR_OUTOFMEMORY;
     }
-    g_lpPfmHeader = static_cast<DKPF_PERF_HEADER*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_PERF_HEADER)));
+    g_lpPfmHeader = static_cast<DKPF_PERF_HEADER*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_PERF_HEADER), lpdwErr));
     if (g_lpPfmHeader == NULL) {
         return ERROR_OUTOFMEMORY;
     }
@@ -494,7 +494,7 @@ static DWORD _DkpfPfmPrepare(const char* lpRoutine, DWORD* lpdwErr)
         return ERROR_INVALID_FUNCTION;
     }
     g_lpPfmHeader->object.TotalByteLength = DKPF_PERF_BLOCK_SIZE;
-    g_lpPfmRawTotal = static_cast<DKPF_RAWTOTAL*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_RAWTOTAL)));
+    g_lpPfmRawTotal = static_cast<DKPF_RAWTOTAL*>(_DkpfPfmAlloc(lpRoutine, sizeof(DKPF_RAWTOTAL), lpdwErr));
     if (g_lpPfmRawTotal == NULL) {
         return ERROR_OUTOFMEMORY;
     }

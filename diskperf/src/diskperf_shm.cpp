@@ -113,16 +113,16 @@ static void _DkpfShmClearRow(DKPF_SHM_INFO* lpShm, int nRow)
     memset(lpShm->maxinstance[nRow], 0, sizeof(DKPF_INSTANCE) * DKPF_PARAMMAX_NUM);
 }
 
-/* TRUE where the owner of a consumer row is known to be gone. In doubt it lives: a row too few costs a reader its
- * peaks, a row too many costs nothing. The traces name the sweep, whose lines operators know. */
-static BOOL _DkpfShmIsOwnerGone(const char* lpRoutine, int nRow, DWORD dwProcessID)
+/* Frees a consumer row whose owner is known to be gone. In doubt it lives: a row too few costs a reader its peaks, a
+ * row too many costs nothing. Traces in the sweep's name, whose lines operators know. */
+static void _DkpfShmSweepRow(const char* lpRoutine, DKPF_SHM_INFO* lpShm, int nRow)
 {
     BOOL   bGone = FALSE;
     DWORD  dwW32Err = 0;
     DWORD  dwExitCode = 0;
     HANDLE hProcess = NULL;
 
-    hProcess = OpenProcess(PROCESS_ALL_ACCESS, FALSE, dwProcessID);
+    hProcess = OpenProcess(PROCESS_ALL_ACCESS, FALSE, lpShm->PMProcessID[nRow]);
     if (hProcess == NULL) {
         dwW32Err = GetLastError();
         if (dwW32Err == ERROR_INVALID_PARAMETER) {
@@ -137,10 +137,8 @@ static BOOL _DkpfShmIsOwnerGone(const char* lpRoutine, int nRow, DWORD dwProcess
             DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DETAIL,
                            "  [Idx:%d] OpenProcess() failed, process check impossible. <W32Err=%d>", nRow, dwW32Err);
         }
-        return bGone;
-    }
-    // A process object outlives its process while anybody holds it: the exit code tells.
-    if (!GetExitCodeProcess(hProcess, &dwExitCode)) {
+    } else if (!GetExitCodeProcess(hProcess, &dwExitCode)) {
+        // A process object outlives its process while anybody holds it: the exit code tells.
         dwW32Err = GetLastError();
         DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DETAIL,
                        "  [Idx:%d] GetExitCodeProcess() failed, process check impossible. <W32Err=%d>", nRow, dwW32Err);
@@ -150,12 +148,15 @@ static BOOL _DkpfShmIsOwnerGone(const char* lpRoutine, int nRow, DWORD dwProcess
         DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DETAIL, "  [Idx:%d] Process check succeeded. : DEACTIVE", nRow);
         bGone = TRUE;
     }
-    if (!CloseHandle(hProcess)) {
+    if (bGone) {
+        lpShm->PMProcessID[nRow] = 0;
+        _DkpfShmClearRow(lpShm, nRow);
+    }
+    if (hProcess != NULL && !CloseHandle(hProcess)) {
         dwW32Err = GetLastError();
         DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_DETAIL, "  [Idx:%d] CloseHandle() failed. <W32Err=%d>", nRow,
                        dwW32Err);
     }
-    return bGone;
 }
 
 /* Frees the rows of readers that died without leaving. lpDkpfParam points at the region's param_num. The caller holds
@@ -180,10 +181,7 @@ BOOL _DkpfShmCheckProcExist(void* lpDkpfParam, DWORD* lpdwErr)
         }
         DKPF_TRACE(g_hDkpfLog, DKPF_LOG_DETAIL, "  [Idx:%d] Start check the process existance. PMProcessID<%d>", i,
                    lpShm->PMProcessID[i]);
-        if (_DkpfShmIsOwnerGone(__func__, i, lpShm->PMProcessID[i])) {
-            lpShm->PMProcessID[i] = 0;
-            _DkpfShmClearRow(lpShm, i);
-        }
+        _DkpfShmSweepRow(__func__, lpShm, i);
     }
     bRet = TRUE;
 
@@ -268,7 +266,10 @@ BOOL _DkpfShmInitialize(BOOL bCreate, DWORD* lpdwErr)
         bDone = TRUE;
     } else if (bCreate) {
         bDone = _DkpfShmCreateMapping(&attributes, lpdwErr);
-        if (!bDone) {
+        if (bDone) {
+            // The producer's own row, also where an earlier attachment of this process failed half-way as a reader.
+            g_nPMProcessIDIdx = 0;
+        } else {
             DKPF_TRACE(g_hDkpfLog, DKPF_LOG_ERROR, " _DkpfShmCreateMapping() failed. errcode<0x%x>", *lpdwErr);
         }
     } else if (!_DkpfShmOpenMapping(lpdwErr)) {
@@ -320,7 +321,8 @@ exit:
 }
 
 /* Gives this process's row back and lets the region go. The caller holds g_hShmMutex. Stops where the system refuses,
- * so that the next call tries the rest again. Traces in the caller's name. */
+ * so that the next call tries the rest again; that call then clears row 0, because the own row is given back by now.
+ * Traces in the caller's name. */
 static BOOL _DkpfShmRelease(const char* lpRoutine, DWORD* lpdwErr)
 {
     DWORD dwW32Err = 0;

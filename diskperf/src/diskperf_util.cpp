@@ -9,9 +9,6 @@
 #define DKPF_TRACE_SOURCE "diskperf/src/diskperf_util"  // __FILE__ would trace the build machine's path
 #include "diskperf.h"
 
-#include <stdio.h>
-#include <string.h>
-
 /* ---- State ------------------------------------------------------------------------------------------------------- */
 
 HTNWLOG g_hDkpfLog = NULL;
@@ -35,28 +32,31 @@ static const DKPF_LOG g_aLog[] = {
 
 /*
  * A security descriptor whose DACL is NULL: the processes of the product run under different accounts and must all be
- * able to open the same objects. The caller frees it with GlobalFree. On failure NULL, with the text for the trace (it
- * takes the error as its one argument) and the system's error.
+ * able to open the same objects. The caller frees it with GlobalFree. NULL with the system's error on failure, traced
+ * in the caller's name.
  */
-static SECURITY_DESCRIPTOR* _DkpfDescriptorForAll(const char** lplpText, DWORD* lpdwW32Err)
+static SECURITY_DESCRIPTOR* _DkpfDescriptorForAll(const char* lpRoutine, DWORD* lpdwW32Err)
 {
     SECURITY_DESCRIPTOR* lpDescriptor = NULL;
 
     lpDescriptor = static_cast<SECURITY_DESCRIPTOR*>(GlobalAlloc(GPTR, DKPF_SD_SIZE));
     if (lpDescriptor == NULL) {
         *lpdwW32Err = GetLastError();
-        *lplpText = "_MALLOC( SECURITY_DESCRIPTOR ) failed.(W32Err=%d)";
+        DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_ERROR, "_MALLOC( SECURITY_DESCRIPTOR ) failed.(W32Err=%d)",
+                       *lpdwW32Err);
         return NULL;
     }
     if (!InitializeSecurityDescriptor(lpDescriptor, SECURITY_DESCRIPTOR_REVISION)) {
         *lpdwW32Err = GetLastError();
-        *lplpText = "InitializeSecurityDescriptor() failed.(W32Err=%d)";
+        DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_ERROR, "InitializeSecurityDescriptor() failed.(W32Err=%d)",
+                       *lpdwW32Err);
         GlobalFree(lpDescriptor);
         return NULL;
     }
     if (!SetSecurityDescriptorDacl(lpDescriptor, TRUE, NULL, FALSE)) {
         *lpdwW32Err = GetLastError();
-        *lplpText = "SetSecurityDescriptorDacl() failed.(W32Err=%d)";
+        DKPF_TRACE_FOR(lpRoutine, g_hDkpfLog, DKPF_LOG_ERROR, "SetSecurityDescriptorDacl() failed.(W32Err=%d)",
+                       *lpdwW32Err);
         GlobalFree(lpDescriptor);
         return NULL;
     }
@@ -69,7 +69,6 @@ HANDLE _DkpfCreateMutex(const char* lpName)
 {
     HANDLE               hMutex = NULL;
     DWORD                dwW32Err = 0;
-    const char*          lpText = NULL;
     SECURITY_DESCRIPTOR* lpDescriptor = NULL;
     SECURITY_ATTRIBUTES  attributes = {};
 
@@ -80,9 +79,8 @@ HANDLE _DkpfCreateMutex(const char* lpName)
         dwW32Err = GetLastError();
         goto exit;
     }
-    lpDescriptor = _DkpfDescriptorForAll(&lpText, &dwW32Err);
+    lpDescriptor = _DkpfDescriptorForAll(__func__, &dwW32Err);
     if (lpDescriptor == NULL) {
-        DKPF_TRACE(g_hDkpfLog, DKPF_LOG_ERROR, lpText, dwW32Err);
         goto exit;
     }
     attributes.nLength = sizeof(attributes);
@@ -104,7 +102,6 @@ HANDLE _DkpfCreateEvent(BOOL bManual, const char* lpName)
 {
     HANDLE               hEvent = NULL;
     DWORD                dwW32Err = 0;
-    const char*          lpText = NULL;
     SECURITY_DESCRIPTOR* lpDescriptor = NULL;
     SECURITY_ATTRIBUTES  attributes = {};
 
@@ -115,9 +112,8 @@ HANDLE _DkpfCreateEvent(BOOL bManual, const char* lpName)
         dwW32Err = GetLastError();
         goto exit;
     }
-    lpDescriptor = _DkpfDescriptorForAll(&lpText, &dwW32Err);
+    lpDescriptor = _DkpfDescriptorForAll(__func__, &dwW32Err);
     if (lpDescriptor == NULL) {
-        DKPF_TRACE(g_hDkpfLog, DKPF_LOG_ERROR, lpText, dwW32Err);
         goto exit;
     }
     attributes.nLength = sizeof(attributes);
@@ -199,8 +195,8 @@ static void _DkpfGetFileStamp(const char* lpPath, char* lpStamp)
     if (GetFileInformationByHandle(hFile, &info) == TRUE) {
         FileTimeToLocalFileTime(&info.ftLastWriteTime, &local);
         FileTimeToSystemTime(&local, &time);
-        _snprintf(lpStamp, DKPF_BANNER_SIZE - 1, "%d:%d:%d-%d:%d:%d", time.wYear, time.wMonth, time.wDay, time.wHour,
-                  time.wMinute, time.wSecond);
+        wsprintfA(lpStamp, "%d:%d:%d-%d:%d:%d", time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute,
+                  time.wSecond);
     }
     CloseHandle(hFile);
 }
@@ -229,8 +225,7 @@ static void _DkpfGetFileVersion(const char* lpPath, char* lpVersion)
         VerQueryValueA(lpBlock, "\\VarFileInfo\\Translation", reinterpret_cast<void**>(&lpTranslation), &uLength) ==
             TRUE &&
         uLength >= 2 * sizeof(WORD)) {
-        _snprintf(szQuery, sizeof(szQuery) - 1, "\\StringFileInfo\\%04x%04x\\FileVersion", lpTranslation[0],
-                  lpTranslation[1]);
+        wsprintfA(szQuery, "\\StringFileInfo\\%04x%04x\\FileVersion", lpTranslation[0], lpTranslation[1]);
         if (VerQueryValueA(lpBlock, szQuery, reinterpret_cast<void**>(&lpText), &uLength)) {
             lstrcpynA(lpVersion, lpText, DKPF_BANNER_SIZE);
         }
