@@ -28,6 +28,10 @@
 #define VELCOR_MODE_SYNC 1u  /* the driver holds the queues */
 #define VELCOR_STATE_INITIALIZED 1u
 
+/* Which of the two records holds the queues of a disk in that mode. A mode that is none counts as asynchronous here, so
+ * that feeder and driver agree on where the numbers of such a disk go. */
+#define VELCOR_DRIVER_HOLDS(mode) ((mode) == VELCOR_MODE_SYNC)
+
 /* Status words in a reply; 0 is success. */
 #define VELCOR_STATUS_BAD_HEADER 0xE9F80001u /* the header word is not VELCOR_REQUEST_HEADER */
 #define VELCOR_STATUS_BAD_LENGTH 0xE9F80002u /* the length word is not VELCOR_RECORD_LENGTH */
@@ -75,9 +79,10 @@ typedef struct VELCOR_EXCHANGE {
 typedef VELCOR_EXCHANGE VELCOR_FILTER_EXCHANGE;
 
 /* What the feeder hands over, once a second or step. Peaks in the records are those of the fed interval: the driver keeps
- * the larger of them and what stands there since the last request. */
+ * the larger of them and what stands there since the last request. A peak that follows the mode (offsets 40, 64, 96) is
+ * compared with that of the record which held the queues before. Disks that are not, or were not, initialised keep none. */
 typedef struct VELCOR_FEED {
-    unsigned int driver_status; /* status word of the next replies; 0 as usual */
+    unsigned int driver_status; /* status word of the next replies, without a record; 0 as usual */
     unsigned int refuse;        /* not 0: VELCOR_GET_PERFORMANCE itself is refused (STATUS_DEVICE_NOT_READY) */
     unsigned int filter_error;  /* not 0: Win32 error number that the filter library answers */
     unsigned int reserved;
@@ -89,11 +94,13 @@ typedef struct VELCOR_FEED {
 static_assert(sizeof(VELCOR_ENTRY) == 256, "device format");
 static_assert(sizeof(VELCOR_RECORD) == 0x4008, "device format");
 static_assert(sizeof(VELCOR_EXCHANGE) == 0x4010, "device format");
+static_assert(sizeof(VELCOR_FEED) == 0x8020, "device format");
 static_assert(VELCOR_GET_PERFORMANCE == 0x9F8F2180u, "device format");
 #else
 _Static_assert(sizeof(VELCOR_ENTRY) == 256, "device format");
 _Static_assert(sizeof(VELCOR_RECORD) == 0x4008, "device format");
 _Static_assert(sizeof(VELCOR_EXCHANGE) == 0x4010, "device format");
+_Static_assert(sizeof(VELCOR_FEED) == 0x8020, "device format");
 _Static_assert(VELCOR_GET_PERFORMANCE == 0x9F8F2180u, "device format");
 #endif
 
