@@ -1,10 +1,13 @@
 /*
  * tnwlog: trace logs, message strings, event entries and CSV log files of the cluster product.
  *
- * Every routine may be called from any thread of any process; a handle belongs to the process that got it. Processes
- * that open the same trace log write the same files. All texts are narrow strings of the ANSI code page and are copied:
+ * Every routine may be called from any thread of any process; a handle belongs to the process that got it and is not closed while
+ * another thread uses it. Processes that open the same trace log write the same files. All texts are narrow strings of the ANSI code page and are copied:
  * nothing that is passed in needs to live longer than the call. No routine throws, and none changes a caller's buffer
  * unless it says so. Binding is by ordinal (import/tnwlog.def).
+ *
+ * HOME is the parent of the folder (bin) that tnwlog.dll itself lies in. HOME/log and HOME/perf are made by set-up, never
+ * here: a missing one is a status or a dropped line. tnwmsg.dll lies beside tnwlog.dll.
  */
 #ifndef TNWLOG_H
 #define TNWLOG_H
@@ -18,6 +21,12 @@ extern "C" {
 typedef struct TNWLOG_TRACE* HTNWLOG;       /* an open trace log; NULL is a legal "no log" for log_write */
 typedef struct TNWLOG_STRINGS* HTNWSTRINGS; /* an open string table */
 typedef struct TNWLOG_CSV* HTNWCSV;         /* an open CSV log file */
+
+/* Bounds of the arguments below. */
+#define TNWLOG_NAME_MAX 64u        /* characters of a log's or file's name; none of \ / : * ? " < > | . or a control character */
+#define TNWLOG_SIZE_MAX 4194303u   /* KiB of one file */
+#define TNWLOG_GENERATIONS_MAX 99u /* older generations of a CSV file */
+#define TNWLOG_LINE_MAX 65536u     /* bytes of a CSV line with its NUL */
 
 /* Status numbers. 6 and 8 come from TnwFormatMessage alone. */
 #define TNWLOG_OK 0u                 /* done */
@@ -41,6 +50,11 @@ typedef struct TNWLOG_CSV* HTNWCSV;         /* an open CSV log file */
 #define TNWLOG_DUMP 0x0020u
 #define TNWLOG_EVENT 0x8000u /* an entry for the system event log; the message number is the event ID */
 
+/* Files of a trace log: the current one and so many older generations. */
+#define TNWLOG_TRACE_GENERATIONS 15u
+/* Longest trace line with its CR LF, bytes. What is longer is cut at its end. */
+#define TNWLOG_TRACE_LINE_MAX 16384u
+
 /**
  * Ordinal 1. Opens a trace log of this process.
  * @param lpName      name of the log; files are HOME/log/NAME.log, NAME.1.log (newest older one) to NAME.15.log
@@ -50,7 +64,10 @@ typedef struct TNWLOG_CSV* HTNWCSV;         /* an open CSV log file */
  * @param dwReserved  0
  * @param lpKey       key of the log in the product's inventory of log files; not empty
  * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY. A file that cannot be opened is no failure: lines are
- *         dropped and counted, and each further line tries again.
+ *         dropped and counted, and each further line tries again. Opens no file: the first line does.
+ *
+ * A file is rotated by the first line that finds it at its bound, so it passes the bound by one line at most (more only while
+ * a reader holds it, or a generation, so that it cannot be renamed). Where processes give different bounds, each keeps to its own.
  */
 DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, DWORD dwReserved, const char* lpKey);
 
@@ -61,16 +78,27 @@ DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, 
 DWORD log_term(HTNWLOG hLog);
 
 /**
- * Ordinal 3. Writes one line: "2026/03/07 14:05:09.042 <pid>:<tid> <level> <source>(<line>) <routine>:<text>" CR LF.
- * @param hLog         the log; NULL writes nothing
+ * Ordinal 3. Writes one line: "2026/03/07 14:05:09.042 <pid>:<tid> <level> <source>(<line>) <routine>:<text>" CR LF. Time is
+ * local and without a zone, pid and tid decimal, the level hexadecimal with four digits ("0x0001"). Line breaks in the text
+ * become blanks.
+ * @param hLog         the log, open; NULL writes nothing
  * @param dwLevel      one level bit
  * @param dwMessage    0, or with TNWLOG_EVENT the event ID
- * @param lpSource     source unit, for example "diskperf/src/diskperf_shm"
+ * @param lpSource     source unit, for example "diskperf/src/diskperf_shm"; NULL as ""
  * @param nLine        line in it
- * @param lpRoutine    routine's name
- * @param lpFormat     format as in the C run-time of Windows (%I64d, %S, %#p), then its arguments
- * A line is whole, and in the file when the call returns. May wait up to 500 ms for another process's line or rotation,
- * never longer. Does not promise to keep the thread's last-error value.
+ * @param lpRoutine    routine's name; NULL as ""
+ * @param lpFormat     format as in the C run-time of Windows (%I64d, %S, %#p), then its arguments; NULL as ""
+ * A line is whole, and in the file when the call returns, also if the process dies the next moment. May wait up to 500 ms for
+ * another process's line or rotation, never longer: a line that does not get the log's lock is appended without it and counted.
+ * Lines that could not be written are dropped and counted; the next line that can be is preceded by one that tells the count.
+ * Below the level: one test, no system call. Does not promise to keep the thread's last-error value.
+ *
+ * With TNWLOG_EVENT and an event ID the line ends in " <event 0x800012C1>", the event goes to the system's event log (source
+ * "tnwdiskperf", text from tnwmsg.dll, severity from the top two bits), and in words to HOME/log/diskperf_event.log, which rotates
+ * like the log that it came from. One line per event:
+ *     2026/03/07 14:05:09.042 WARNING 0x800012C1 Performance figures ... <text of the caller, if there is any>
+ * Time as above, one blank, SUCCESS, INFORMATION, WARNING or ERROR, one blank, the ID with eight upper-case digits, one blank, text
+ * to the line's end. A number without a text, or a missing tnwmsg.dll, has "(no text: ...)" there.
  */
 void log_write(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const char* lpSource, int nLine, const char* lpRoutine,
                const char* lpFormat, ...);
@@ -106,13 +134,15 @@ DWORD TnwFormatMessage(HTNWSTRINGS hTable, DWORD dwNumber, char* lpText, DWORD d
  * @param dwSize         bound of one file, KiB, 1 to 4194303
  * @param dwGenerations  older generations kept, 0 to 99
  * @param dwMaxLine      longest line, bytes with the terminating NUL, 2 to 65536
- * @param lpHeader       header line without line end; copied
+ * @param lpHeader       header line without line end (one in it is an invalid argument); copied
  * @param dwReserved2    0
  * @param dwReserved3    0
  * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY; TNWLOG_LINE_TOO_LONG for the header. A file that cannot be
  *         opened or headed now is no failure: each write tries again and returns the status.
- * A file that is there with the same header is continued (a half-written last line is closed, NULs at its end are cut);
- * one with another header is rotated.
+ * A file that is there with the same header is continued; one with another header is rotated. NULs that a power loss left at its
+ * end are cut; a half-written last line is closed with CR LF, and before it with a quote where its last field lacks one; a
+ * half-written header is written anew.
+ * A file has one writer: a second one gets TNWLOG_NOT_OPEN from its writes. Readers are free to open, copy and hold it.
  */
 DWORD log_util_init(const char* lpName, HTNWCSV* phFile, DWORD dwFlags, DWORD dwReserved1, DWORD dwSize,
                     DWORD dwGenerations, DWORD dwMaxLine, const char* lpHeader, DWORD dwReserved2, DWORD dwReserved3);
@@ -121,11 +151,12 @@ DWORD log_util_init(const char* lpName, HTNWCSV* phFile, DWORD dwFlags, DWORD dw
 DWORD log_util_term(HTNWCSV hFile);
 
 /**
- * Ordinal 21. Appends one line and CR LF; starts a new file with the header first where the line would pass the bound.
+ * Ordinal 21. Appends one line and CR LF; starts a new file with the header first where the line would pass the bound (a
+ * line that alone passes it gets a file of its own). Formats as in log_write; a line break in the line is an invalid argument.
  * @return TNWLOG_OK; TNWLOG_LINE_TOO_LONG; TNWLOG_NOT_OPEN; TNWLOG_NO_DIRECTORY; TNWLOG_DISK_FULL; TNWLOG_WRITE_FAILED;
  *         TNWLOG_INVALID_ARGUMENT. After a failure the file is as before, or ends in a part of the line that the next call
  *         closes; the next call tries again from the start. A reader that holds the file so that it cannot be renamed
- *         delays the rotation, never the line.
+ *         delays the rotation, never the line; if a new header is due then, it is written once in front of the next line.
  */
 DWORD log_util_write(HTNWCSV hFile, const char* lpFormat, ...);
 

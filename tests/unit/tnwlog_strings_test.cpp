@@ -1,0 +1,182 @@
+// The message strings: what a header line is made of, read as the library reads them.
+#include "tnwlog_fixture.h"
+
+namespace {
+
+struct Title {
+    DWORD       dwNumber;
+    const char* lpText;
+};
+
+void PrintTo(const Title& title, std::ostream* lpOut)
+{
+    *lpOut << title.dwNumber;
+}
+
+const Title g_aTitle[] = {
+    { 0, "Transfer Ratio %" },
+    { 1, "Request Queue Bytes" },
+    { 2, "Request Queue Bytes Peak" },
+    { 3, "Unsynchronized Bytes" },
+    { 4, "Unsynchronized Bytes Peak" },
+    { 5, "Avg. us/Transfer" },
+    { 6, "Max. us/Transfer" },
+    { 7, "Send Queue Bytes" },
+    { 8, "Send Queue Bytes Peak" },
+    { 9, "History Buffer Bytes" },
+    { 10, "History Buffer Bytes Peak" },
+    { 11, "Write Bytes" },
+    { 12, "Write Bytes/sec" },
+    { 13, "Transfer Memory Bytes" },
+    { 14, "Transfer Memory Bytes Peak" },
+    { 15, "Avg. us/Write" },
+    { 16, "Max. us/Write" },
+    { 17, "Write Bytes Sum" },
+    { 20, "Transfer Bytes Before Reduction Sum" },
+    { 21, "Transfer Bytes Sum" },
+    { 22, "Write us Sum" },
+    { 23, "Max. us/Write" },
+    { 24, "Writes Sum" },
+    { 25, "Send Queue Bytes" },
+    { 26, "Send Queue Bytes Peak" },
+    { 27, "History Buffer Bytes" },
+    { 28, "History Buffer Bytes Peak" },
+    { 29, "Request Queue Bytes" },
+    { 30, "Request Queue Bytes Peak" },
+    { 31, "Transfer Memory Bytes" },
+    { 32, "Transfer Memory Bytes Peak" },
+    { 33, "Unsynchronized Bytes" },
+    { 34, "Unsynchronized Bytes Peak" },
+    { 35, "Transfer us Sum" },
+    { 36, "Max. us/Transfer" },
+    { 37, "Transfers Sum" },
+    { 38, "(PDH-CSV 4.0)" },
+    { 39, "NMP" },
+    { 40, "_Total" },
+};
+
+class Strings : public TnwLogTest
+{
+protected:
+    void SetUp() override { ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_OK); }
+    void TearDown() override
+    {
+        if (hTable != nullptr) {
+            EXPECT_EQ(api->TnwFreeStringTable(hTable), TNWLOG_OK);
+        }
+    }
+
+    HTNWSTRINGS hTable = nullptr;
+    char        szText[128] = "untouched";
+};
+
+class EachString : public Strings, public testing::WithParamInterface<Title>
+{
+};
+
+TEST_P(EachString, ReadsBackWithoutLineEndAndWithSinglePercentSigns)
+{
+    ASSERT_EQ(api->TnwFormatMessage(hTable, GetParam().dwNumber, szText, sizeof szText, 0), TNWLOG_OK);
+    EXPECT_STREQ(szText, GetParam().lpText);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EachString, testing::ValuesIn(g_aTitle),
+                         [](const auto& title) { return "Number" + std::to_string(title.param.dwNumber); });
+
+TEST_F(Strings, EveryNumberFrom0To40IsThereExcept18And19)
+{
+    for (DWORD dwNumber = 0; dwNumber <= 40; dwNumber++) {
+        const bool fThere = dwNumber != 18 && dwNumber != 19;
+        EXPECT_EQ(api->TnwFormatMessage(hTable, dwNumber, szText, sizeof szText, 0),
+                  fThere ? TNWLOG_OK : TNWLOG_NO_SUCH_MESSAGE)
+            << dwNumber;
+    }
+}
+
+TEST_F(Strings, ANumberThatIsNotThereLeavesTheTextUntouched)
+{
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 41, szText, sizeof szText, 0), TNWLOG_NO_SUCH_MESSAGE);
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 0xFFFFFFFF, szText, sizeof szText, 0), TNWLOG_NO_SUCH_MESSAGE);
+    EXPECT_STREQ(szText, "untouched");
+}
+
+TEST_F(Strings, ATextThatDoesNotFitWithItsNulLeavesTheBufferUntouched)
+{
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 39, szText, 3, 0), TNWLOG_TEXT_TOO_LONG); // NMP needs 4
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 39, szText, 0, 0), TNWLOG_TEXT_TOO_LONG);
+    EXPECT_STREQ(szText, "untouched");
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 39, szText, 4, 0), TNWLOG_OK);
+    EXPECT_STREQ(szText, "NMP");
+}
+
+TEST_F(Strings, NoTitleHoldsACharacterThatMeansSomethingInACounterPath)
+{
+    for (DWORD dwNumber = 0; dwNumber <= 40; dwNumber++) {
+        if (dwNumber != 38 && api->TnwFormatMessage(hTable, dwNumber, szText, sizeof szText, 0) == TNWLOG_OK) {
+            EXPECT_EQ(strpbrk(szText, "\\()*#\""), nullptr) << szText;
+        }
+    }
+}
+
+TEST_F(Strings, WrongArgumentsAreRefused)
+{
+    HTNWSTRINGS hOther = hTable;
+
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 0, nullptr, 128, 0), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 0, szText, sizeof szText, 1), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwFormatMessage(nullptr, 0, szText, sizeof szText, 0), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwLoadStringTable("diskperf", 0, nullptr), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwLoadStringTable(nullptr, 0, &hOther), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(hOther, nullptr);
+    EXPECT_EQ(api->TnwLoadStringTable("", 0, &hOther), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwLoadStringTable("diskperf", 1, &hOther), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwFreeStringTable(nullptr), TNWLOG_INVALID_ARGUMENT);
+}
+
+TEST_F(Strings, AComponentWithoutTextsHasNoTable)
+{
+    HTNWSTRINGS hOther = hTable;
+
+    EXPECT_EQ(api->TnwLoadStringTable("spooler", 0, &hOther), TNWLOG_NO_TABLE);
+    EXPECT_EQ(hOther, nullptr);
+}
+
+TEST_F(Strings, AClosedTableIsAnsweredNotFollowed)
+{
+    HTNWSTRINGS hSecond = nullptr;
+
+    ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hSecond), TNWLOG_OK);
+    EXPECT_EQ(api->TnwFreeStringTable(hSecond), TNWLOG_OK);
+    EXPECT_EQ(api->TnwFormatMessage(hSecond, 0, szText, sizeof szText, 0), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwFreeStringTable(hSecond), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 0, szText, sizeof szText, 0), TNWLOG_OK);
+}
+
+TEST_F(TnwLogTest, AHomeWithoutTheMessageFileHasNoTable)
+{
+    HTNWSTRINGS hTable = nullptr;
+
+    home.Remove(L"bin\\tnwmsg.dll");
+    EXPECT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_NO_TABLE);
+    EXPECT_EQ(hTable, nullptr);
+}
+
+TEST_F(TnwLogTest, AMessageFileWithoutMessagesIsNoTable)
+{
+    HTNWSTRINGS hTable = nullptr;
+
+    home.Install(L"tnwlog.dll", L"tnwmsg.dll");
+    EXPECT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_NO_TABLE);
+    home.Write(L"bin\\tnwmsg.dll", "no DLL at all");
+    EXPECT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_NO_TABLE);
+}
+
+TEST_F(TnwLogTest, ExportsByOrdinalAlone)
+{
+    EXPECT_EQ(GetProcAddress(api->Module(), "log_init"), nullptr);
+    EXPECT_NE(GetProcAddress(api->Module(), MAKEINTRESOURCEA(1)), nullptr);
+    EXPECT_EQ(GetProcAddress(api->Module(), MAKEINTRESOURCEA(4)), nullptr);
+    EXPECT_EQ(GetProcAddress(api->Module(), MAKEINTRESOURCEA(23)), nullptr);
+}
+
+} // namespace

@@ -1,0 +1,840 @@
+// Trace logs: the line, the levels, the files, and what happens when a file, a lock or a disk does not do as it should.
+#include "tnwlog_fixture.h"
+#include <algorithm>
+#include <stdio.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+// What the hooks below answer and count. Reset before each test.
+struct Calls {
+    int        waits = 0, writes = 0, releases = 0, times = 0, formats = 0, allocations = 0, opens = 0, moves = 0;
+    DWORD      waitResult = WAIT_OBJECT_0;
+    DWORD      failMoveAt = 0;    // the n-th rename from now fails as if the file were held
+    DWORD      shortWrite = 0;    // not 0: WriteFile writes so many bytes less, and succeeds
+    DWORD      writeError = 0;    // not 0: WriteFile fails with it
+    bool       refuseRead = false;
+    bool       mutexRefused = false;
+    ULONGLONG  ticks = 1000000;
+    std::vector<DWORD>       waitTimes;
+    std::vector<std::string> mutexNames;
+    int        nullDacls = 0;
+} g_calls;
+
+DWORD WINAPI WaitHook(HANDLE hObject, DWORD dwMs)
+{
+    g_calls.waits++;
+    g_calls.waitTimes.push_back(dwMs);
+    return g_calls.waitResult == WAIT_OBJECT_0 ? WaitForSingleObject(hObject, dwMs) : g_calls.waitResult;
+}
+
+BOOL WINAPI ReleaseHook(HANDLE hMutex)
+{
+    g_calls.releases++;
+    return ReleaseMutex(hMutex);
+}
+
+BOOL WINAPI WriteHook(HANDLE hFile, LPCVOID lpData, DWORD dwLength, LPDWORD lpdwWritten, LPOVERLAPPED lpAt)
+{
+    g_calls.writes++;
+    if (g_calls.writeError != 0) {
+        SetLastError(g_calls.writeError);
+        return FALSE;
+    }
+    return WriteFile(hFile, lpData, dwLength - g_calls.shortWrite, lpdwWritten, lpAt);
+}
+
+void WINAPI TimeHook(LPSYSTEMTIME lpTime)
+{
+    g_calls.times++;
+    *lpTime = { 2026, 3, 6, 7, 14, 5, 9, 42 };
+}
+
+ULONGLONG WINAPI TickHook()
+{
+    return g_calls.ticks;
+}
+
+int FormatHook(char* lpText, size_t cText, const char* lpFormat, va_list args)
+{
+    g_calls.formats++;
+    return _vsnprintf(lpText, cText, lpFormat, args);
+}
+
+LPVOID WINAPI AllocHook(HANDLE hHeap, DWORD dwFlags, SIZE_T cb)
+{
+    g_calls.allocations++;
+    return HeapAlloc(hHeap, dwFlags, cb);
+}
+
+HANDLE WINAPI OpenHook(LPCWSTR lpPath, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES lpSa, DWORD dwHow,
+                       DWORD dwFlags, HANDLE hTemplate)
+{
+    g_calls.opens++;
+    if (g_calls.refuseRead && (dwAccess & FILE_READ_DATA) != 0) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    }
+    return CreateFileW(lpPath, dwAccess, dwShare, lpSa, dwHow, dwFlags, hTemplate);
+}
+
+BOOL WINAPI MoveHook(LPCWSTR lpFrom, LPCWSTR lpTo, DWORD dwFlags)
+{
+    g_calls.moves++;
+    if (g_calls.failMoveAt != 0 && --g_calls.failMoveAt == 0) {
+        SetLastError(ERROR_SHARING_VIOLATION);
+        return FALSE;
+    }
+    return MoveFileExW(lpFrom, lpTo, dwFlags);
+}
+
+HANDLE WINAPI MutexHook(LPSECURITY_ATTRIBUTES lpSa, BOOL bOwner, LPCWSTR lpName)
+{
+    const std::wstring name = lpName;
+    PACL               lpDacl = nullptr;
+    BOOL               bPresent = FALSE, bDefault = FALSE;
+
+    g_calls.mutexNames.push_back(std::string(name.begin(), name.end()));
+    if (lpSa != nullptr && GetSecurityDescriptorDacl(lpSa->lpSecurityDescriptor, &bPresent, &lpDacl, &bDefault) && bPresent &&
+        lpDacl == nullptr) {
+        g_calls.nullDacls++;
+    }
+    if (g_calls.mutexRefused) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return CreateMutexW(lpSa, bOwner, lpName);
+}
+
+class Trace : public TnwLogTest
+{
+protected:
+    explicit Trace(const wchar_t* lpLeaf = L"home") : TnwLogTest(lpLeaf) { g_calls = Calls(); }
+
+    HTNWLOG Open(DWORD dwLevel = 0x3F, DWORD dwSize = 64, const char* lpName = "diskperf")
+    {
+        HTNWLOG hLog = nullptr;
+        EXPECT_EQ(api->log_init(lpName, &hLog, dwLevel, dwSize, 0, "key"), TNWLOG_OK);
+        return hLog;
+    }
+
+    void Put(HTNWLOG hLog, const std::string& text, DWORD dwLevel = TNWLOG_NOTICE)
+    {
+        api->log_write(hLog, dwLevel, 0, "src/unit", 7, "Routine", "%s", text.c_str());
+    }
+
+    // Text of each line behind "Routine:", or the whole line where it is another one.
+    std::vector<std::string> Texts(const wchar_t* lpFile = L"log\\diskperf.log")
+    {
+        std::vector<std::string> texts = Lines(home.Read(lpFile));
+        for (std::string& line : texts) {
+            const size_t at = line.find("Routine:");
+            line = at == std::string::npos ? line : line.substr(at + 8);
+        }
+        return texts;
+    }
+
+    // All generations, oldest line first.
+    std::vector<std::string> AllTexts()
+    {
+        std::vector<std::string> all;
+        for (int n = 15; n >= 0; n--) {
+            const std::wstring name = n != 0 ? L"log\\diskperf." + std::to_wstring(n) + L".log" : L"log\\diskperf.log";
+            for (std::string& text : Texts(name.c_str())) {
+                all.push_back(std::move(text));
+            }
+        }
+        return all;
+    }
+
+    // A line that makes a file of 1 KiB full: the next line starts a new one.
+    static std::string Big(const std::string& mark) { return mark + std::string(1100, '.'); }
+};
+
+/* ---- The line ---- */
+
+TEST_F(Trace, ALineHasTimeProcessThreadLevelPlaceAndText)
+{
+    HTNWLOG hLog = Open();
+
+    Hook("kernel32.dll", "GetLocalTime", TimeHook);
+    api->log_write(hLog, TNWLOG_ERROR, 0, "diskperf/src/diskperf_shm", 123, "_DkpfShmOpenMapping", " failed. <W32Err=%d>", 5);
+    EXPECT_EQ(home.Read(L"log\\diskperf.log"), "2026/03/07 14:05:09.042 " + std::to_string(GetCurrentProcessId()) + ":" +
+                                                   std::to_string(GetCurrentThreadId()) +
+                                                   " 0x0001 diskperf/src/diskperf_shm(123) _DkpfShmOpenMapping:"
+                                                   " failed. <W32Err=5>\r\n");
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, FormatsAreThoseOfTheWindowsRuntime)
+{
+    HTNWLOG hLog = Open();
+
+    api->log_write(hLog, TNWLOG_DETAIL, 0, "s", 1, "Routine", "%I64d|%I64u|%S|%#p|%#x|%ul|%05d|%c|%%", -5LL,
+                   18446744073709551615ULL, L"wide", reinterpret_cast<void*>(0x12), 0xB0000028u, 7u, 42, 'c');
+    EXPECT_THAT(Texts(), ElementsAre("-5|18446744073709551615|wide|0X0000000000000012|0xb0000028|7l|00042|c|%"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AnEmptyTextIsALine)
+{
+    HTNWLOG hLog = Open();
+
+    Put(hLog, "");
+    EXPECT_THAT(Texts(), ElementsAre(""));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, ADumpOfTheLongestCsvLineIsWhole)
+{
+    HTNWLOG           hLog = Open();
+    const std::string dump = std::string(13438, 'x') + "y";
+
+    Put(hLog, dump, TNWLOG_DUMP);
+    EXPECT_THAT(Texts(), ElementsAre(dump));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, ATextBeyondTheLongestLineIsCutAndTheLineEnds)
+{
+    HTNWLOG     hLog = Open();
+    std::string text;
+
+    Put(hLog, std::string(20000, 'x'));
+    Put(hLog, "next");
+    text = home.Read(L"log\\diskperf.log");
+    EXPECT_EQ(text.find("\r\n"), 16382u); // 16,384 with the line end
+    EXPECT_THAT(text, EndsWith("Routine:next\r\n"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, LineBreaksInATextBecomeBlanks)
+{
+    HTNWLOG hLog = Open();
+
+    Put(hLog, "one\r\ntwo\nthree");
+    EXPECT_THAT(Texts(), ElementsAre("one  two three"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, MissingPlaceAndFormatAreEmpty)
+{
+    HTNWLOG hLog = Open();
+
+    api->log_write(hLog, TNWLOG_ERROR, 0, nullptr, 0, nullptr, nullptr);
+    EXPECT_THAT(home.Read(L"log\\diskperf.log"), EndsWith(" 0x0001 (0) :\r\n"));
+    api->log_term(hLog);
+}
+
+/* ---- Levels ---- */
+
+TEST_F(Trace, ALogWritesTheLevelsOfItsMaskAlone)
+{
+    for (DWORD dwMask : { 0x01u, 0x02u, 0x04u, 0x08u, 0x10u, 0x20u }) {
+        HTNWLOG hLog = Open(dwMask);
+        for (DWORD dwLevel : { 0x01u, 0x02u, 0x04u, 0x08u, 0x10u, 0x20u }) {
+            Put(hLog, std::to_string(dwLevel), dwLevel);
+        }
+        EXPECT_THAT(Texts(), ElementsAre(std::to_string(dwMask)));
+        api->log_term(hLog);
+        home.Remove(L"log\\diskperf.log");
+    }
+}
+
+TEST_F(Trace, TheEventLevelPassesEveryMask)
+{
+    HTNWLOG hLog = Open(0);
+
+    Put(hLog, "quiet", TNWLOG_ERROR);
+    Put(hLog, "loud", TNWLOG_EVENT);
+    EXPECT_THAT(Texts(), ElementsAre("loud"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, NoLogWritesNothing)
+{
+    Put(nullptr, "nowhere", TNWLOG_ERROR);
+    api->log_write(nullptr, TNWLOG_EVENT, 0xC00012C5, "s", 1, "r", "");
+    EXPECT_TRUE(home.List(L"log").empty());
+}
+
+TEST_F(Trace, ALineBelowTheLevelFormatsAllocatesAndCallsNothing)
+{
+    HTNWLOG hLog = Open(TNWLOG_ERROR);
+
+    Put(hLog, "first", TNWLOG_ERROR);
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    Hook("kernel32.dll", "WriteFile", WriteHook);
+    Hook("kernel32.dll", "GetLocalTime", TimeHook);
+    Hook("kernel32.dll", "HeapAlloc", AllocHook);
+    Hook("kernel32.dll", "GetTickCount64", TickHook);
+    Hook("msvcrt.dll", "_vsnprintf", FormatHook);
+    Put(hLog, "below", TNWLOG_DUMP);
+    EXPECT_EQ(g_calls.waits + g_calls.writes + g_calls.times + g_calls.allocations + g_calls.formats, 0);
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AWrittenLineTakesOneLockOneFormatAndOneWriteAndAllocatesNothing)
+{
+    HTNWLOG hLog = Open();
+
+    Hook("kernel32.dll", "GetTickCount64", TickHook); // stands still: the file was opened just now
+    Put(hLog, "opens the file");
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    Hook("kernel32.dll", "ReleaseMutex", ReleaseHook);
+    Hook("kernel32.dll", "WriteFile", WriteHook);
+    Hook("kernel32.dll", "CreateFileW", OpenHook);
+    Hook("kernel32.dll", "HeapAlloc", AllocHook);
+    Hook("msvcrt.dll", "_vsnprintf", FormatHook);
+    Put(hLog, "second");
+    EXPECT_EQ(g_calls.waits, 1);
+    EXPECT_EQ(g_calls.releases, 1);
+    EXPECT_EQ(g_calls.writes, 1);
+    EXPECT_EQ(g_calls.opens, 0);
+    EXPECT_EQ(g_calls.formats, 1);
+    EXPECT_EQ(g_calls.allocations, 0);
+    api->log_term(hLog);
+}
+
+/* ---- Size and generations ---- */
+
+TEST_F(Trace, AFileNeverPassesItsBoundByMoreThanOneLine)
+{
+    HTNWLOG           hLog = Open(0x3F, 2);
+    const std::string line(100, 'x');
+    size_t            longest = 0;
+
+    Put(hLog, line);
+    longest = home.Read(L"log\\diskperf.log").size();
+    for (int n = 1; n < 200; n++) {
+        Put(hLog, line);
+    }
+    for (const std::wstring& name : home.List(L"log")) {
+        const size_t size = home.Read((L"log\\" + name).c_str()).size();
+        EXPECT_LT(size, 2048 + longest);
+        EXPECT_TRUE(size >= 2048 || name == L"diskperf.log");
+    }
+    EXPECT_GT(home.List(L"log").size(), 5u);
+    EXPECT_EQ(AllTexts().size(), 200u);
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, FifteenOlderGenerationsAreKeptNewestFirst)
+{
+    HTNWLOG hLog = Open(0x3F, 1);
+
+    for (int n = 0; n < 20; n++) {
+        Put(hLog, Big(std::to_string(n)));
+    }
+    EXPECT_EQ(home.List(L"log").size(), 16u);
+    EXPECT_THAT(Texts(L"log\\diskperf.log"), ElementsAre(Big("19")));
+    EXPECT_THAT(Texts(L"log\\diskperf.1.log"), ElementsAre(Big("18")));
+    EXPECT_THAT(Texts(L"log\\diskperf.15.log"), ElementsAre(Big("4")));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AFileThatIsThereIsContinued)
+{
+    HTNWLOG hLog = Open();
+
+    Put(hLog, "before");
+    api->log_term(hLog);
+    Restart();
+    hLog = Open();
+    Put(hLog, "after");
+    EXPECT_THAT(Texts(), ElementsAre("before", "after"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, LogsOfDifferentNamesDoNotMix)
+{
+    HTNWLOG hLog = Open(), hTrace = Open(0x3F, 64, "diskperf_trace");
+
+    Put(hLog, "a");
+    Put(hTrace, "b");
+    EXPECT_THAT(Texts(L"log\\diskperf.log"), ElementsAre("a"));
+    EXPECT_THAT(Texts(L"log\\diskperf_trace.log"), ElementsAre("b"));
+    api->log_term(hLog);
+    api->log_term(hTrace);
+}
+
+TEST_F(Trace, AWriterNoticesThatAnotherOneRotated)
+{
+    HTNWLOG hOne = Open(0x3F, 1), hTwo = Open(0x3F, 1); // as in two processes: each with a handle of its own
+
+    Put(hOne, "one");
+    Put(hTwo, Big("two"));
+    Put(hTwo, "two again");  // rotates; the first one's handle now leads to generation 1
+    Put(hOne, "one again");
+    EXPECT_THAT(Texts(L"log\\diskperf.1.log"), ElementsAre("one", Big("two")));
+    EXPECT_THAT(Texts(L"log\\diskperf.log"), ElementsAre("two again", "one again"));
+    api->log_term(hOne);
+    api->log_term(hTwo);
+}
+
+TEST_F(Trace, AnIdleWriterHoldsUpNoRotationHoweverOldItsFileIs)
+{
+    HTNWLOG hIdle = Open(0x3F, 1), hBusy = Open(0x3F, 1);
+
+    Put(hIdle, Big("oldest")); // stays open in this handle through all that follows
+    for (int n = 0; n < 18; n++) {
+        Put(hBusy, Big(std::to_string(n)));
+    }
+    Put(hIdle, "back");
+    EXPECT_THAT(AllTexts(), testing::SizeIs(16));
+    EXPECT_THAT(Texts(), ElementsAre("back"));
+    EXPECT_THAT(Texts(L"log\\diskperf.1.log"), ElementsAre(Big("17")));
+    api->log_term(hIdle);
+    api->log_term(hBusy);
+}
+
+TEST_F(Trace, ALargerBoundInOneProcessEndsWithinASecond)
+{
+    HTNWLOG hSmall = Open(0x3F, 1), hLarge = Open(0x3F, 64);
+
+    Hook("kernel32.dll", "GetTickCount64", TickHook);
+    Put(hLarge, "large");
+    Put(hSmall, Big("small"));
+    Put(hSmall, "small again"); // rotated; for the other the renamed file is not full
+    Put(hLarge, "late");
+    g_calls.ticks += 1000;
+    Put(hLarge, "in time");
+    EXPECT_THAT(Texts(L"log\\diskperf.1.log"), ElementsAre("large", Big("small"), "late"));
+    EXPECT_THAT(Texts(), ElementsAre("small again", "in time"));
+    api->log_term(hSmall);
+    api->log_term(hLarge);
+}
+
+TEST_F(Trace, AFileMovedAwayByHandIsStartedAnew)
+{
+    HTNWLOG hLog = Open();
+
+    Hook("kernel32.dll", "GetTickCount64", TickHook);
+    Put(hLog, "moved");
+    home.Move(L"log\\diskperf.log", L"log\\evidence.txt");
+    g_calls.ticks += 1000;
+    Put(hLog, "new");
+    EXPECT_THAT(Texts(L"log\\evidence.txt"), ElementsAre("moved"));
+    EXPECT_THAT(Texts(), ElementsAre("new"));
+    api->log_term(hLog);
+}
+
+/* ---- Rotations that do not come to their end ---- */
+
+TEST_F(Trace, AGapLeftByAKilledRotationIsFilledAndNothingIsLost)
+{
+    HTNWLOG hLog = nullptr;
+
+    // Fifteen generations were there, the oldest was put aside, and the process died having renamed 14 to 4: gap at 4.
+    for (int n = 1; n <= 15; n++) {
+        if (n != 4) {
+            home.Write((L"log\\diskperf." + std::to_wstring(n) + L".log").c_str(), std::to_string(n) + "\r\n");
+        }
+    }
+    home.Write(L"log\\diskperf.log", Big("current") + "\r\n");
+    hLog = Open(0x3F, 1);
+    Put(hLog, "new");
+    EXPECT_EQ(home.Read(L"log\\diskperf.15.log"), "15\r\n"); // above the gap nothing moves
+    EXPECT_EQ(home.Read(L"log\\diskperf.5.log"), "5\r\n");
+    EXPECT_EQ(home.Read(L"log\\diskperf.4.log"), "3\r\n");
+    EXPECT_EQ(home.Read(L"log\\diskperf.2.log"), "1\r\n");
+    EXPECT_EQ(home.Read(L"log\\diskperf.1.log"), Big("current") + "\r\n");
+    EXPECT_THAT(Texts(), ElementsAre("new"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AMissingCurrentFileAfterAKilledRotationIsMadeAnew)
+{
+    HTNWLOG hLog = nullptr;
+
+    home.Write(L"log\\diskperf.1.log", "older\r\n"); // killed between the last rename and the creation
+    hLog = Open(0x3F, 1);
+    Put(hLog, "new");
+    EXPECT_EQ(home.Read(L"log\\diskperf.1.log"), "older\r\n");
+    EXPECT_THAT(Texts(), ElementsAre("new"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, WhatAKilledRotationPutAsideIsDeletedByTheNext)
+{
+    HTNWLOG hLog = Open(0x3F, 1);
+
+    home.Write(L"log\\diskperf.del-12-345.log", "thrown away\r\n");
+    home.Write(L"log\\diskperf.notes.log", "not ours\r\n");
+    Put(hLog, Big("a"));
+    Put(hLog, "b");
+    EXPECT_EQ(home.List(L"log"), (Names{ L"diskperf.1.log", L"diskperf.log", L"diskperf.notes.log" }));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AHeldGenerationDelaysTheRotationAndNoLine)
+{
+    HTNWLOG hLog = Open(0x3F, 1);
+    HANDLE  hReader = nullptr;
+
+    for (const char* lpMark : { "a", "b", "c" }) {
+        Put(hLog, Big(lpMark));
+    }
+    hReader = home.Hold(L"log\\diskperf.1.log", 0);
+    Put(hLog, "d");
+    Put(hLog, "e");
+    EXPECT_THAT(Texts(), ElementsAre(Big("c"), "d", "e"));
+    CloseHandle(hReader);
+    Put(hLog, "f");
+    EXPECT_THAT(Texts(), ElementsAre("f"));
+    EXPECT_THAT(AllTexts(), ElementsAre(Big("a"), Big("b"), Big("c"), "d", "e", "f"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AReaderOfTheCurrentFileDelaysTheRotationAndNoLine)
+{
+    HTNWLOG hLog = Open(0x3F, 1);
+    HANDLE  hReader = nullptr;
+
+    Put(hLog, Big("a"));
+    hReader = home.Hold(L"log\\diskperf.log", FILE_SHARE_READ | FILE_SHARE_WRITE); // as most programs open files
+    Put(hLog, "b");
+    EXPECT_THAT(Texts(), ElementsAre(Big("a"), "b"));
+    CloseHandle(hReader);
+    Put(hLog, "c");
+    EXPECT_THAT(Texts(), ElementsAre("c"));
+    api->log_term(hLog);
+}
+
+class FailingRename : public Trace, public testing::WithParamInterface<int>
+{
+};
+
+TEST_P(FailingRename, LosesNoLineAndTheNextRotationGoesOn)
+{
+    HTNWLOG                  hLog = Open(0x3F, 1);
+    std::vector<std::string> expected;
+
+    for (const char* lpMark : { "a", "b", "c", "d", "e" }) {
+        Put(hLog, Big(lpMark));
+        expected.push_back(Big(lpMark));
+    }
+    // Four generations and the current file: five renames.
+    Hook("kernel32.dll", "MoveFileExW", MoveHook);
+    g_calls.failMoveAt = static_cast<DWORD>(GetParam());
+    for (const char* lpMark : { "f", "g" }) {
+        Put(hLog, lpMark);
+        expected.push_back(lpMark);
+    }
+    EXPECT_EQ(AllTexts(), expected);
+    EXPECT_THAT(Texts(), ElementsAre("g"));
+    api->log_term(hLog);
+}
+
+INSTANTIATE_TEST_SUITE_P(EachStep, FailingRename, testing::Range(1, 6));
+
+/* ---- Files that cannot be opened or written ---- */
+
+TEST_F(Trace, AMissingFolderCostsLinesNeverAStart)
+{
+    HTNWLOG hLog = nullptr;
+
+    home.Remove(L"log");
+    hLog = Open();
+    ASSERT_NE(hLog, nullptr);
+    Put(hLog, "lost");
+    Put(hLog, "lost too");
+    EXPECT_FALSE(home.Exists(L"log")); // set-up makes it, with the right access
+    home.MakeFolder(L"log");
+    Put(hLog, "here");
+    ASSERT_EQ(Texts().size(), 2u);
+    EXPECT_THAT(Texts()[0], HasSubstr(" 0x0002 platform/tnwlog/line("));
+    EXPECT_THAT(Texts()[0], EndsWith(") log_write: 2 lines were dropped, the file could not be written."));
+    EXPECT_EQ(Texts()[1], "here");
+    Put(hLog, "once told");
+    EXPECT_EQ(Texts().size(), 3u);
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AFileHeldWithoutSharingDropsLinesUntilItIsFree)
+{
+    HTNWLOG hLog = Open();
+    HANDLE  hReader = nullptr;
+
+    home.Write(L"log\\diskperf.log", "");
+    hReader = home.Hold(L"log\\diskperf.log", 0);
+    Put(hLog, "lost");
+    CloseHandle(hReader);
+    Put(hLog, "here");
+    ASSERT_EQ(Texts().size(), 2u);
+    EXPECT_THAT(Texts()[0], HasSubstr(": 1 lines were dropped"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AnAccountThatMayOnlyAppendAppends)
+{
+    HTNWLOG hLog = Open();
+
+    home.Write(L"log\\diskperf.log", "old\r\n");
+    Hook("kernel32.dll", "CreateFileW", OpenHook);
+    g_calls.refuseRead = true;
+    Put(hLog, "new");
+    EXPECT_THAT(Texts(), ElementsAre("old", "new"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AShortWriteOfAFullDiskLeavesNoPartOfTheLine)
+{
+    HTNWLOG hLog = Open();
+
+    Put(hLog, "before");
+    Hook("kernel32.dll", "WriteFile", WriteHook);
+    g_calls.shortWrite = 10;
+    Put(hLog, "does not fit");
+    EXPECT_THAT(Texts(), ElementsAre("before"));
+    g_calls.shortWrite = 0;
+    Put(hLog, "after");
+    ASSERT_EQ(Texts().size(), 3u);
+    EXPECT_THAT(Texts()[1], HasSubstr(": 1 lines were dropped"));
+    EXPECT_EQ(Texts()[2], "after");
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, ARefusedWriteIsCountedAndTheNextLineTriesAgain)
+{
+    HTNWLOG hLog = Open();
+
+    Hook("kernel32.dll", "WriteFile", WriteHook);
+    for (DWORD dwW32 : { 112u, 5u, 21u }) { // full, refused, not ready
+        g_calls.writeError = dwW32;
+        Put(hLog, "lost");
+    }
+    g_calls.writeError = 0;
+    Put(hLog, "here");
+    ASSERT_EQ(Texts().size(), 2u);
+    EXPECT_THAT(Texts()[0], HasSubstr(": 3 lines were dropped"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AHalfWrittenLastLineIsClosed)
+{
+    HTNWLOG hLog = Open();
+
+    home.Write(L"log\\diskperf.log", "whole\r\nhal");
+    Put(hLog, "next");
+    EXPECT_THAT(Texts(), ElementsAre("whole", "hal", "next"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, AHalfLineEndIsCompleted)
+{
+    HTNWLOG hLog = Open();
+
+    home.Write(L"log\\diskperf.log", "whole\r");
+    Put(hLog, "next");
+    EXPECT_THAT(Texts(), ElementsAre("whole", "next"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, NulsThatAPowerLossLeftAreCut)
+{
+    HTNWLOG hLog = Open();
+
+    home.Write(L"log\\diskperf.log", "whole\r\nhal" + std::string(9000, '\0'));
+    Put(hLog, "next");
+    EXPECT_THAT(Texts(), ElementsAre("whole", "hal", "next"));
+    api->log_term(hLog);
+}
+
+/* ---- The lock ---- */
+
+TEST_F(Trace, TheLocksAreOpenToEveryAccountAndNamedByHomeAndLog)
+{
+    HTNWLOG hLog = nullptr;
+
+    Hook("kernel32.dll", "CreateMutexW", MutexHook);
+    hLog = Open();
+    ASSERT_EQ(g_calls.mutexNames.size(), 2u);
+    EXPECT_EQ(g_calls.nullDacls, 2);
+    EXPECT_THAT(g_calls.mutexNames[0], testing::MatchesRegex("Global.TNW_LOG_\\w+_diskperf"));
+    EXPECT_EQ(g_calls.mutexNames[1], g_calls.mutexNames[0] + ".late");
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, TheLockDoesNotDependOnHowANameIsSpelled)
+{
+    HTNWLOG hLog = nullptr, hUpper = nullptr;
+
+    Hook("kernel32.dll", "CreateMutexW", MutexHook);
+    hLog = Open();
+    hUpper = Open(0x3F, 64, "DISKPERF");
+    ASSERT_EQ(g_calls.mutexNames.size(), 4u);
+    EXPECT_EQ(g_calls.mutexNames[0], g_calls.mutexNames[2]);
+    api->log_term(hLog);
+    api->log_term(hUpper);
+}
+
+TEST_F(Trace, ASuspendedOwnerDelaysAProcessOnceAndAtMostHalfASecond)
+{
+    HTNWLOG hLog = Open();
+
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    g_calls.waitResult = WAIT_TIMEOUT;
+    Put(hLog, "first");
+    ASSERT_EQ(g_calls.waitTimes.size(), 2u);
+    EXPECT_LE(g_calls.waitTimes[0] + g_calls.waitTimes[1], 500u);
+    EXPECT_GT(g_calls.waitTimes[0], 0u);
+    g_calls.waitTimes.clear();
+    Put(hLog, "second");
+    EXPECT_EQ(g_calls.waitTimes[0], 0u);
+    EXPECT_THAT(Texts(), ElementsAre("first", "second"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, LinesWithoutTheLockAreCountedAndToldWhenItAnswersAgain)
+{
+    HTNWLOG hLog = Open();
+
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    g_calls.waitResult = WAIT_TIMEOUT;
+    Put(hLog, "a");
+    Put(hLog, "b");
+    g_calls.waitResult = WAIT_OBJECT_0;
+    Put(hLog, "c");
+    Put(hLog, "d");
+    ASSERT_EQ(Texts().size(), 5u);
+    EXPECT_EQ(Texts()[2], "c"); // whether the lock answers shows only when this line has it
+    EXPECT_THAT(Texts()[3], HasSubstr(": 2 lines were written without the lock"));
+    EXPECT_EQ(Texts()[4], "d");
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, NothingIsRotatedWithoutTheLock)
+{
+    HTNWLOG hLog = Open(0x3F, 1);
+
+    Put(hLog, Big("full"));
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    g_calls.waitResult = WAIT_TIMEOUT;
+    Put(hLog, "behind the bound");
+    EXPECT_EQ(home.List(L"log"), Names{ L"diskperf.log" });
+    EXPECT_THAT(Texts(), ElementsAre(Big("full"), "behind the bound"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, ALockWhoseOwnerWasKilledIsTaken)
+{
+    HTNWLOG hLog = Open(0x3F, 1);
+
+    Put(hLog, Big("full"));
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    g_calls.waitResult = WAIT_ABANDONED;
+    Put(hLog, "new");
+    EXPECT_THAT(Texts(), ElementsAre("new")); // rotated: that is for the lock's owner alone
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, ALockThatCannotBeHadDoesNotStopTheLog)
+{
+    HTNWLOG hLog = nullptr;
+
+    Hook("kernel32.dll", "CreateMutexW", MutexHook);
+    g_calls.mutexRefused = true;
+    hLog = Open();
+    ASSERT_NE(hLog, nullptr);
+    Put(hLog, "line");
+    EXPECT_THAT(Texts(), ElementsAre("line"));
+    api->log_term(hLog);
+}
+
+/* ---- Arguments and handles ---- */
+
+TEST_F(Trace, WrongArgumentsAreRefusedAndSetNoHandle)
+{
+    struct {
+        const char* lpName;
+        DWORD       dwSize, dwReserved;
+        const char* lpKey;
+    } const aCase[] = { { nullptr, 64, 0, "k" }, { "", 64, 0, "k" },     { "l", 0, 0, "k" },    { "l", 4194304, 0, "k" },
+                        { "l", 64, 1, "k" },     { "l", 64, 0, nullptr }, { "l", 64, 0, "" } };
+
+    for (const auto& c : aCase) {
+        HTNWLOG hLog = reinterpret_cast<HTNWLOG>(this);
+        EXPECT_EQ(api->log_init(c.lpName, &hLog, 1, c.dwSize, c.dwReserved, c.lpKey), TNWLOG_INVALID_ARGUMENT);
+        EXPECT_EQ(hLog, nullptr);
+    }
+    EXPECT_EQ(api->log_init("l", nullptr, 1, 64, 0, "k"), TNWLOG_INVALID_ARGUMENT);
+}
+
+TEST_F(Trace, NamesThatLeadOutOfTheFolderOrMeanAnotherFileAreRefused)
+{
+    const std::string longest(64, 'n'), tooLong(65, 'n');
+    HTNWLOG           hLog = nullptr;
+
+    for (const char* lpName : { "..", "..\\etc", "a/b", "c:d", "a.b", "a*", "a?", "a\"", "a<", "a>", "a|", "a\tb", tooLong.c_str() }) {
+        EXPECT_EQ(api->log_init(lpName, &hLog, 1, 64, 0, "k"), TNWLOG_INVALID_ARGUMENT) << lpName;
+    }
+    hLog = Open(0x3F, 64, longest.c_str());
+    EXPECT_NE(hLog, nullptr);
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, ClosingWhatIsNotOpenIsRefused)
+{
+    HTNWLOG     hLog = Open();
+    HTNWSTRINGS hTable = nullptr;
+
+    ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_OK);
+    EXPECT_EQ(api->log_term(nullptr), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->log_term(reinterpret_cast<HTNWLOG>(hTable)), TNWLOG_INVALID_ARGUMENT); // open, but no log
+    EXPECT_EQ(api->log_term(hLog), TNWLOG_OK);
+    EXPECT_EQ(api->log_term(hLog), TNWLOG_INVALID_ARGUMENT);
+    EXPECT_EQ(api->TnwFreeStringTable(hTable), TNWLOG_OK);
+}
+
+LPVOID WINAPI NoMemory(HANDLE, DWORD, SIZE_T)
+{
+    return nullptr;
+}
+
+TEST_F(Trace, WithoutMemoryNoLogOpensAndNothingStaysBehind)
+{
+    HTNWLOG hLog = reinterpret_cast<HTNWLOG>(this);
+
+    Hook("kernel32.dll", "HeapAlloc", NoMemory);
+    EXPECT_EQ(api->log_init("diskperf", &hLog, 1, 64, 0, "k"), TNWLOG_NO_MEMORY);
+    EXPECT_EQ(hLog, nullptr);
+}
+
+/* ---- The home ---- */
+
+class OtherLetters : public Trace
+{
+protected:
+    OtherLetters() : Trace(L"H\u00E4user \u6771\u4EAC") {}
+};
+
+TEST_F(OtherLetters, AHomeWithOtherLettersIsAHome)
+{
+    HTNWLOG hLog = Open();
+
+    Put(hLog, "line");
+    EXPECT_THAT(Texts(), ElementsAre("line"));
+    api->log_term(hLog);
+}
+
+class DeepHome : public Trace
+{
+protected:
+    DeepHome() : Trace((std::wstring(120, L'a') + L"\\" + std::wstring(120, L'b')).c_str()) {}
+};
+
+TEST_F(DeepHome, APathOfMoreThan260CharactersIsNoLimit)
+{
+    HTNWLOG hLog = Open();
+
+    ASSERT_GT(home.Path(L"log\\diskperf.log").size(), 260u);
+    Put(hLog, "line");
+    EXPECT_THAT(Texts(), ElementsAre("line"));
+    api->log_term(hLog);
+}
+
+} // namespace
