@@ -1,0 +1,38 @@
+/*
+ * The subcommands of dkpfctl, one source file each. main.cpp reads the command line and calls one of them.
+ */
+#ifndef DKPF_TOOLS_COMMANDS_H
+#define DKPF_TOOLS_COMMANDS_H
+
+#include <string>
+
+namespace dkpf {
+
+/* Exit codes of every subcommand; each --help says what they mean there. */
+enum ToolExit : int {
+    TOOL_OK = 0,
+    TOOL_WRONG = 1,
+    TOOL_USAGE = 2,
+};
+
+struct StatusOptions {
+    bool json = false;
+};
+
+struct DumpOptions {
+    bool rows = false;
+    int  disk = 0;  // 1 to 64; 0: none
+};
+
+struct ConfigCheckOptions {
+    std::string file;  // empty: the installation's own
+};
+
+ToolExit RunStatus(const StatusOptions& options);
+ToolExit RunDump(const DumpOptions& options);
+ToolExit RunConfigCheck(const ConfigCheckOptions& options);
+ToolExit RunConfigReload();
+
+}
+
+#endif

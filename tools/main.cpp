@@ -1,0 +1,91 @@
+/*
+ * dkpfctl: the operator's tool. The command line is read here and nowhere else.
+ */
+#include <CLI/CLI.hpp>
+
+#include <windows.h>
+#include <functional>
+
+#include "commands.h"
+#include "console_out.h"
+#include "text.h"
+
+using namespace dkpf;
+
+static constexpr char STATUS_EXIT[] = "exit: 0 all is well; 1 something is wrong, said first and with what to do; 2 wrong usage";
+static constexpr char DUMP_EXIT[] = "exit: 0 printed; 1 no region (is the disk agent running?); 2 wrong usage";
+static constexpr char CHECK_EXIT[] =
+    "exit: 0 the file is accepted; 1 it is refused: file, line, column, key, value and reason are printed; 2 wrong usage";
+static constexpr char RELOAD_EXIT[] =
+    "exit: 0 the running agent has read the configuration; 1 the file is refused, no agent runs, or it did not answer; 2 "
+    "wrong usage";
+
+/* Chosen by the command line; called once it is known to be right. */
+struct Choice {
+    StatusOptions             status;
+    DumpOptions               dump;
+    ConfigCheckOptions        check;
+    std::function<ToolExit()> run;
+};
+
+static void DescribeStatus(CLI::App& app, Choice* choice)
+{
+    CLI::App* command = app.add_subcommand("status", "Services, agent, configuration, disks, samples, readers and warnings.");
+    command->add_flag("--json", choice->status.json, "the same as one JSON object");
+    command->footer(STATUS_EXIT);
+    command->callback([choice] { choice->run = [choice] { return RunStatus(choice->status); }; });
+}
+
+static void DescribeDump(CLI::App& app, Choice* choice)
+{
+    CLI::App* command = app.add_subcommand("dump", "Prints this machine's shared region once. Takes no consumer row and "
+                                                   "leaves every reader's peaks as they are.");
+    command->add_flag("--rows", choice->dump.rows, "the 33 consumer rows: owner, alive or gone");
+    command->add_option("--disk", choice->dump.disk, "one mirror disk, 1 to 64")->check(CLI::Range(1, 64));
+    command->footer(DUMP_EXIT);
+    command->callback([choice] { choice->run = [choice] { return RunDump(choice->dump); }; });
+}
+
+static void DescribeConfig(CLI::App& app, Choice* choice)
+{
+    CLI::App* config = app.add_subcommand("config", "The configuration.");
+    config->require_subcommand(1);
+
+    CLI::App* check = config->add_subcommand("check", "Checks a configuration file as the agent would.");
+    check->add_option("FILE", choice->check.file, "file to check; without it the installation's etc\\cluster.xml");
+    check->footer(CHECK_EXIT);
+    check->callback([choice] { choice->run = [choice] { return RunConfigCheck(choice->check); }; });
+
+    CLI::App* reload = config->add_subcommand("reload", "Has the running agent read its configuration again, and says "
+                                                        "what it took over and what waits for its restart.");
+    reload->footer(RELOAD_EXIT);
+    reload->callback([choice] { choice->run = [] { return RunConfigReload(); }; });
+}
+
+int wmain(int argc, wchar_t** argv)
+{
+    CLI::App app{ "dkpfctl: looks at and directs the disk performance of this machine.", "dkpfctl" };
+    Choice   choice;
+    app.set_version_flag("--version", "dkpfctl " DKPF_VERSION);
+    app.require_subcommand(1);
+    DescribeStatus(app, &choice);
+    DescribeDump(app, &choice);
+    DescribeConfig(app, &choice);
+
+    std::vector<std::string> arguments;  // last first, as the parser takes them
+    for (int i = argc - 1; i > 0; i--)
+        arguments.push_back(Narrow(argv[i]));
+    try {
+        app.parse(arguments);
+    } catch (const CLI::CallForHelp&) {
+        Print(app.help());  // of the subcommand that was named
+        return TOOL_OK;
+    } catch (const CLI::CallForVersion& version) {
+        Print(std::string(version.what()) + "\n");
+        return TOOL_OK;
+    } catch (const CLI::ParseError& error) {
+        PrintError(std::string("dkpfctl: ") + error.what() + "\n" + app.help());
+        return TOOL_USAGE;
+    }
+    return choice.run();
+}

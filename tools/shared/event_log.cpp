@@ -1,0 +1,121 @@
+#include "event_log.h"
+
+#include <fmt/format.h>
+#include <algorithm>
+#include <charconv>
+
+#include "file_io.h"
+
+namespace dkpf {
+
+static constexpr size_t EVENT_FILE_BOUND = 8u << 20;  // bytes of one generation that are looked at
+static constexpr int    EVENT_GENERATIONS = 15;
+static constexpr size_t TIME_LENGTH = 23;  // "2026/03/07 14:05:09.042"
+
+static bool IsTime(std::string_view text)
+{
+    static constexpr std::string_view pattern = "0000/00/00 00:00:00.000";
+    if (text.size() != pattern.size())
+        return false;
+    for (size_t i = 0; i < pattern.size(); i++) {
+        const bool digit = text[i] >= '0' && text[i] <= '9';
+        if (pattern[i] == '0' ? !digit : text[i] != pattern[i])
+            return false;
+    }
+    return true;
+}
+
+static std::string_view NextWord(std::string_view* rest)
+{
+    rest->remove_prefix(std::min(rest->find_first_not_of(' '), rest->size()));
+    const std::string_view word = rest->substr(0, rest->find(' '));
+    rest->remove_prefix(word.size());
+    return word;
+}
+
+static bool ParseEventId(std::string_view word, DWORD* id)
+{
+    if (word.size() < 3 || word[0] != '0' || (word[1] != 'x' && word[1] != 'X'))
+        return false;
+    const auto parsed = std::from_chars(word.data() + 2, word.data() + word.size(), *id, 16);
+    return parsed.ec == std::errc() && parsed.ptr == word.data() + word.size();
+}
+
+bool ParseEventLine(std::string_view line, EventEntry* entry)
+{
+    if (line.size() <= TIME_LENGTH || line[TIME_LENGTH] != ' ' || !IsTime(line.substr(0, TIME_LENGTH)))
+        return false;
+    EventEntry       parsed;
+    std::string_view rest = line.substr(TIME_LENGTH);
+    parsed.time = line.substr(0, TIME_LENGTH);
+    parsed.severity = NextWord(&rest);
+    if (!ParseEventId(NextWord(&rest), &parsed.id))
+        return false;
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+    parsed.text = rest;
+    *entry = std::move(parsed);
+    return true;
+}
+
+void ParseEvents(std::string_view content, EventHistory* history)
+{
+    while (!content.empty()) {
+        const size_t     end = content.find('\n');
+        std::string_view line = content.substr(0, end);
+        content.remove_prefix(end == std::string_view::npos ? content.size() : end + 1);
+        if (!line.empty() && line.back() == '\r')
+            line.remove_suffix(1);
+        EventEntry entry;
+        if (end != std::string_view::npos && ParseEventLine(line, &entry))
+            history->entries.push_back(std::move(entry));
+        else if (!line.empty())
+            history->unread++;
+    }
+}
+
+/* diskperf_event.log, diskperf_event.1.log (newest older one), ... */
+static std::wstring Generation(const std::wstring& path, int number)
+{
+    const size_t dot = path.find_last_of(L'.');
+    if (number == 0 || dot == std::wstring::npos)
+        return path;
+    return path.substr(0, dot) + L"." + std::to_wstring(number) + path.substr(dot);
+}
+
+EventHistory ReadEventsSince(const std::wstring& path, const std::string& since)
+{
+    EventHistory all;
+    for (int number = 0; number <= EVENT_GENERATIONS; number++) {
+        std::string content;
+        const DWORD error = ReadWholeFile(Generation(path, number), EVENT_FILE_BOUND, &content);
+        if (error != ERROR_SUCCESS) {
+            if (number == 0 && error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
+                all.error = error;
+            break;
+        }
+        EventHistory older;
+        ParseEvents(content, &older);
+        const bool reachesBack = !older.entries.empty() && older.entries.front().time < since;
+        all.unread += older.unread;
+        all.entries.insert(all.entries.begin(), older.entries.begin(), older.entries.end());
+        if (reachesBack)
+            break;
+    }
+    const auto tooOld = [&since](const EventEntry& entry) { return entry.time < since; };
+    all.entries.erase(std::remove_if(all.entries.begin(), all.entries.end(), tooOld), all.entries.end());
+    return all;
+}
+
+std::string EventTimeOf(const std::string& isoTime)
+{
+    std::string time = isoTime.substr(0, TIME_LENGTH);
+    for (size_t i = 0; i < time.size(); i++) {
+        if (time[i] == '-')
+            time[i] = '/';
+        else if (time[i] == 'T')
+            time[i] = ' ';
+    }
+    return IsTime(time) ? time : std::string();
+}
+
+}

@@ -1,0 +1,45 @@
+/*
+ * HOME/log/diskperf_event.log: every event entry in words, oldest first, with older generations beside it.
+ */
+#ifndef DKPF_TOOLS_EVENT_LOG_H
+#define DKPF_TOOLS_EVENT_LOG_H
+
+#include <windows.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dkpf {
+
+struct EventEntry {
+    std::string time;      // local, as in the file: "2026/03/07 14:05:09.042"
+    std::string severity;  // "ERROR", "WARNING", "INFORMATION"
+    DWORD       id = 0;    // with the severity bits: 0x800012C1
+    std::string text;
+};
+
+struct EventHistory {
+    std::vector<EventEntry> entries;      // oldest first
+    size_t                  unread = 0;   // lines that are no entries
+    DWORD                   error = 0;    // why the newest file could not be read; a missing one is none
+};
+
+/* One line without its line end: "2026/03/07 14:05:09.042 WARNING 0x800012C1 <text>". FALSE where it is no entry. */
+bool ParseEventLine(std::string_view line, EventEntry* entry);
+
+/* Entries of one file's content, appended to history. A cut-off last line counts as unread. */
+void ParseEvents(std::string_view content, EventHistory* history);
+
+/**
+ * Entries not older than a moment, over as many generations as reach back to it.
+ * @param path   the newest file
+ * @param since  local time in the file's form
+ */
+EventHistory ReadEventsSince(const std::wstring& path, const std::string& since);
+
+/* "2026-03-07T14:05:09.042+09:00" to the file's form; empty where it is no time. */
+std::string EventTimeOf(const std::string& isoTime);
+
+}
+
+#endif

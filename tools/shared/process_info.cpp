@@ -1,0 +1,38 @@
+#include "process_info.h"
+
+namespace dkpf {
+
+static ULONGLONG StartOf(HANDLE process)
+{
+    FILETIME created{}, exited{}, kernel{}, user{};
+    if (!GetProcessTimes(process, &created, &exited, &kernel, &user))
+        return 0;
+    return (static_cast<ULONGLONG>(created.dwHighDateTime) << 32) | created.dwLowDateTime;
+}
+
+ULONGLONG OwnProcessStart()
+{
+    return StartOf(GetCurrentProcess());
+}
+
+ProcessLife LookAtProcess(DWORD pid, ULONGLONG started)
+{
+    const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid);
+    if (process == nullptr)
+        return GetLastError() == ERROR_ACCESS_DENIED ? ProcessLife::Alive : ProcessLife::Gone;
+
+    // A process that has ended can be opened as long as somebody holds it: its exit code decides.
+    DWORD           exitCode = 0;
+    const bool      ended = GetExitCodeProcess(process, &exitCode) && exitCode != STILL_ACTIVE;
+    const ULONGLONG start = started == 0 ? 0 : StartOf(process);
+    CloseHandle(process);
+    const bool otherOwner = start != 0 && start != started;
+    return ended || otherOwner ? ProcessLife::Gone : ProcessLife::Alive;
+}
+
+const char* LifeText(ProcessLife life)
+{
+    return life == ProcessLife::Alive ? "alive" : "gone";
+}
+
+}

@@ -1,0 +1,59 @@
+#include "text.h"
+
+#include <fmt/format.h>
+#include <cstdlib>
+
+namespace dkpf {
+
+std::wstring Wide(std::string_view utf8)
+{
+    const int length = static_cast<int>(utf8.size());
+    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0)), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, wide.data(), static_cast<int>(wide.size()));
+    return wide;
+}
+
+static std::string ToCodePage(UINT codePage, std::wstring_view wide)
+{
+    const int length = static_cast<int>(wide.size());
+    std::string narrow(
+        static_cast<size_t>(WideCharToMultiByte(codePage, 0, wide.data(), length, nullptr, 0, nullptr, nullptr)), '\0');
+    WideCharToMultiByte(codePage, 0, wide.data(), length, narrow.data(), static_cast<int>(narrow.size()), nullptr,
+                        nullptr);
+    return narrow;
+}
+
+std::string Narrow(std::wstring_view wide)
+{
+    return ToCodePage(CP_UTF8, wide);
+}
+
+std::string ToAnsi(std::string_view utf8)
+{
+    return ToCodePage(CP_ACP, Wide(utf8));
+}
+
+std::string SystemErrorText(DWORD error)
+{
+    wchar_t     words[512] = {};
+    const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0,
+                                        words, ARRAYSIZE(words), nullptr);
+    std::wstring_view text(words, length);
+    while (!text.empty() && (text.back() <= L' ' || text.back() == L'.'))
+        text.remove_suffix(1);
+    return text.empty() ? fmt::format("error {}", error) : fmt::format("error {}, {}", error, Narrow(text));
+}
+
+std::string UtcOffsetText(int minutes)
+{
+    const int size = std::abs(minutes);
+    return fmt::format("{}{:02}:{:02}", minutes < 0 ? '-' : '+', size / 60, size % 60);
+}
+
+std::string IsoTime(const SYSTEMTIME& local, int utcOffsetMinutes)
+{
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}{}", local.wYear, local.wMonth, local.wDay, local.wHour,
+                       local.wMinute, local.wSecond, local.wMilliseconds, UtcOffsetText(utcOffsetMinutes));
+}
+
+}

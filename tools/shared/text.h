@@ -1,0 +1,30 @@
+/*
+ * Texts at the border to the system. Inside agent and tool every text is UTF-8.
+ */
+#ifndef DKPF_TOOLS_TEXT_H
+#define DKPF_TOOLS_TEXT_H
+
+#include <windows.h>
+#include <string>
+#include <string_view>
+
+namespace dkpf {
+
+std::wstring Wide(std::string_view utf8);
+std::string Narrow(std::wstring_view wide);
+
+/* UTF-8 to the ANSI code page, which the logging library takes; letters that it lacks become '?'. */
+std::string ToAnsi(std::string_view utf8);
+
+/* "error 5, Access is denied": the system's words for an error number, without line end. */
+std::string SystemErrorText(DWORD error);
+
+/* "2026-03-07T14:05:09.042+09:00" */
+std::string IsoTime(const SYSTEMTIME& local, int utcOffsetMinutes);
+
+/* "+09:00" */
+std::string UtcOffsetText(int minutes);
+
+}
+
+#endif

@@ -1,0 +1,65 @@
+/*
+ * What dkpfctl status knows about the machine. Gathered once, then judged and printed without asking again.
+ */
+#ifndef DKPF_TOOLS_STATUS_FACTS_H
+#define DKPF_TOOLS_STATUS_FACTS_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent_state.h"
+#include "config_check.h"
+#include "event_log.h"
+#include "process_info.h"
+#include "region_reader.h"
+#include "region_view.h"
+#include "service_control.h"
+
+namespace dkpf {
+
+struct ServiceFact {
+    std::string name;
+    ServiceInfo info;
+    bool        processGone = false;  // the service manager names a process that is not there
+};
+
+struct ConsumerFact {
+    int         row = 0;
+    DWORD       pid = 0;
+    ProcessLife life = ProcessLife::Gone;
+};
+
+struct StatusFacts {
+    ServiceFact driver;
+    ServiceFact feeder;
+    ServiceFact agentService;
+
+    StateFileContent agent;
+    bool             agentAlive = false;  // agent.state names a process that is there and has not stopped
+    ULONGLONG        agentAgeMs = 0;      // since its process started; only where alive
+
+    ConfigVerdict file;
+
+    RegionStatus              region = RegionStatus::Absent;
+    std::string               regionWords;  // where not Copied
+    RegionView                view;         // only where Copied
+    std::vector<ConsumerFact> consumers;    // rows in use
+
+    EventHistory events;  // since the agent's start; empty where it is not known
+
+    std::vector<std::pair<std::string, std::string>> places;  // what, path
+};
+
+/* Asks the machine. May block for 2 s on the region's mutex. */
+StatusFacts GatherStatus();
+
+/* Settings in force, where an agent lives and says them. */
+const SettingValues* InForce(const StatusFacts& facts);
+
+/* How old a sample may become before something is wrong, ms: two intervals, and room for a busy machine. */
+ULONGLONG SampleAgeLimitMs(const StatusFacts& facts);
+
+}
+
+#endif
