@@ -1,0 +1,53 @@
+/*
+ * The life of the disk agent, from its start to its end, the same as a service and in the foreground.
+ */
+#ifndef DKPF_AGENT_AGENT_LIFE_H
+#define DKPF_AGENT_AGENT_LIFE_H
+
+#include "agent_ports.h"
+#include "exit_codes.h"
+
+namespace dkpf {
+
+inline constexpr DWORD DRIVER_WAIT_MS = 10000;  // for the driver's service; the agent goes on in any case
+inline constexpr DWORD TICK_MS = 60000;         // how often the UTC offset is looked at
+
+/* What the process knows about itself. */
+struct AgentIdentity {
+    bool        console = false;
+    DWORD       pid = 0;
+    ULONGLONG   processStarted = 0;
+    std::string version;
+};
+
+class AgentLife {
+public:
+    AgentLife(const AgentPorts& ports, const AgentIdentity& identity);
+
+    /* Runs until the supervisor wants the end or the start fails. @return exit code */
+    AgentExit Run();
+
+private:
+    AgentExit BecomeProducer();
+    AgentExit CheckConfiguration();
+    void      StartDriver();
+    AgentExit BringUp();
+    void      Serve();
+    void      Reload();
+    void      LookAtClock();
+    AgentExit BringDown();
+
+    AgentExit   GiveUp(AgentExit code, const std::string& failure);
+    void        Remember(const std::string& failure);
+    void        Save();
+    std::string Now();
+
+    AgentPorts  m_ports;
+    std::string m_version;
+    AgentState  m_state;
+    bool        m_unsaved = false;  // the last save failed; the next tick tries again
+};
+
+}
+
+#endif

@@ -1,0 +1,257 @@
+#include "agent_process.h"
+
+#include <fmt/format.h>
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "admin_only.h"
+#include "agent_life.h"
+#include "home.h"
+#include "journal_log.h"
+#include "names.h"
+#include "process_info.h"
+#include "producer_guard.h"
+#include "stop_watch.h"
+#include "tnwdiskperf.h"
+
+namespace dkpf {
+
+namespace {
+
+class LinkedProduct : public Product {
+public:
+    bool Initialize(DWORD* code) override
+    {
+        return DkpfInitialize(TRUE, code) != FALSE;
+    }
+    bool Reinitialize(DWORD* code) override
+    {
+        return DkpfReinitialize(code) != FALSE;
+    }
+    bool Terminate(DWORD* code) override
+    {
+        return DkpfTerminate(code) != FALSE;
+    }
+};
+
+class InstalledConfiguration : public Configuration {
+public:
+    ConfigVerdict Check() override
+    {
+        return CheckConfiguration(nullptr);
+    }
+};
+
+/* The service manager may keep a start call for as long as it likes: a thread of its own makes it, and is left alone when
+ * the time is over. */
+class Win32DriverService : public DriverService {
+public:
+    ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) override
+    {
+        struct Attempt {
+            std::atomic<bool> left{ false };
+            std::atomic<bool> done{ false };
+            ServiceStart      result;
+        };
+        const auto attempt = std::make_shared<Attempt>();
+        std::thread([attempt, limitMs] {
+            attempt->result = StartAndWait(SystemServices(), DRIVER_SERVICE, limitMs, [&attempt](DWORD ms) {
+                Sleep(ms);
+                return !attempt->left;
+            });
+            attempt->done = true;
+        }).detach();
+
+        const DWORD start = GetTickCount();
+        while (!attempt->done && GetTickCount() - start < limitMs && !stopAsked())
+            Sleep(POLL_MS);
+        attempt->left = true;
+        if (attempt->done)
+            return attempt->result;
+        return { false, stopAsked() ? "was not waited for: the agent is to stop"
+                                    : fmt::format("did not come up within {} s", limitMs / 1000) };
+    }
+
+private:
+    static constexpr DWORD POLL_MS = 20;
+};
+
+class StateFileStore : public StateStore {
+public:
+    explicit StateFileStore(const Home& home) : m_path(home.StateFile())
+    {
+    }
+    DWORD Save(const AgentState& state) override
+    {
+        return SaveAgentState(m_path, state, Sleep);
+    }
+
+private:
+    std::wstring m_path;
+};
+
+class SystemClock : public Clock {
+public:
+    SYSTEMTIME LocalTime() override
+    {
+        SYSTEMTIME now{};
+        GetLocalTime(&now);
+        return now;
+    }
+    int UtcOffsetMinutes() override
+    {
+        TIME_ZONE_INFORMATION zone{};
+        switch (GetTimeZoneInformation(&zone)) {
+        case TIME_ZONE_ID_DAYLIGHT:
+            return -static_cast<int>(zone.Bias + zone.DaylightBias);
+        case TIME_ZONE_ID_STANDARD:
+            return -static_cast<int>(zone.Bias + zone.StandardBias);
+        default:
+            return -static_cast<int>(zone.Bias);
+        }
+    }
+};
+
+class EventSupervisor : public Supervisor {
+public:
+    EventSupervisor(Front& front, HANDLE stop, HANDLE reload) : m_front(front), m_stop(stop), m_reload(reload)
+    {
+    }
+    void ReportRunning() override
+    {
+        m_front.Running();
+    }
+    bool StopAsked() override
+    {
+        return WaitForSingleObject(m_stop, 0) == WAIT_OBJECT_0;
+    }
+    Signal Wait(DWORD limitMs) override
+    {
+        const HANDLE events[] = { m_stop, m_reload };
+        switch (WaitForMultipleObjects(ARRAYSIZE(events), events, FALSE, limitMs)) {
+        case WAIT_OBJECT_0 + 1:
+            return Signal::Reload;
+        case WAIT_TIMEOUT:
+            return Signal::Nothing;
+        default:
+            return Signal::Stop;  // a wait that fails would fail for ever: better no agent than one that spins
+        }
+    }
+
+private:
+    Front& m_front;
+    HANDLE m_stop;
+    HANDLE m_reload;
+};
+
+class ProcessStopWatch : public StopWatchPorts {
+public:
+    ProcessStopWatch(Front& front, Journal& journal, HANDLE ended) : m_front(front), m_journal(journal), m_ended(ended)
+    {
+    }
+    DWORD Tick() override
+    {
+        return GetTickCount();
+    }
+    bool WaitEnd(DWORD limitMs) override
+    {
+        return WaitForSingleObject(m_ended, limitMs) != WAIT_TIMEOUT;
+    }
+    void StillStopping(DWORD checkPoint) override
+    {
+        m_front.StillStopping(checkPoint, STOP_HINT_MS);
+    }
+    void GiveUp() override
+    {
+        m_journal.Line(TNWLOG_ERROR, { "agent/agent_process", __LINE__, __func__ },
+                       fmt::format(" not down after {} s: the process ends now", STOP_LIMIT_MS / 1000));
+        m_front.Stopped(AGENT_STOP_OVERDUE);
+        TerminateProcess(GetCurrentProcess(), AGENT_STOP_OVERDUE);
+    }
+
+private:
+    Front&   m_front;
+    Journal& m_journal;
+    HANDLE   m_ended;
+};
+
+}
+
+AgentProcess::AgentProcess(Front& front) : m_front(front)
+{
+    AdminOnly security;
+    m_stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    m_ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (security.Attributes() != nullptr)
+        m_reload = CreateEventW(security.Attributes(), FALSE, FALSE, AGENT_RELOAD_EVENT);
+    if (m_reload == nullptr)  // the guard says what is wrong with this account's rights
+        m_reload = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+}
+
+AgentProcess::~AgentProcess()
+{
+    for (HANDLE event : { m_stop, m_reload, m_ended }) {
+        if (event != nullptr)
+            CloseHandle(event);
+    }
+}
+
+void AgentProcess::AskStop()
+{
+    SetEvent(m_stop);
+}
+
+void AgentProcess::AskReload()
+{
+    SetEvent(m_reload);
+}
+
+void AgentProcess::WaitEnd()
+{
+    WaitForSingleObject(m_ended, INFINITE);
+}
+
+AgentExit AgentProcess::LiveAlone()
+{
+    const Home home = HomeOfThisProgram();
+    JournalLog journal(m_front.IsConsole());
+
+    // Stands beside the life from its start: a stop that is asked for while the library comes up is bounded too.
+    ProcessStopWatch watch(m_front, journal, m_ended);
+    std::thread      watcher([this, &watch] {
+        const HANDLE events[] = { m_stop, m_ended };
+        if (WaitForMultipleObjects(ARRAYSIZE(events), events, FALSE, INFINITE) == WAIT_OBJECT_0)
+            WatchStop(watch);
+    });
+
+    MutexGuard             guard;
+    LinkedProduct          product;
+    InstalledConfiguration configuration;
+    Win32DriverService     driver;
+    StateFileStore         store(home);
+    SystemClock            clock;
+    EventSupervisor        supervisor(m_front, m_stop, m_reload);
+    const AgentIdentity    identity{ m_front.IsConsole(), GetCurrentProcessId(), OwnProcessStart(), DKPF_VERSION };
+    AgentLife life({ guard, product, configuration, driver, journal, store, clock, supervisor }, identity);
+
+    const AgentExit code = life.Run();
+    SetEvent(m_ended);
+    watcher.join();
+    if (code == AGENT_STOP_OVERDUE) {
+        // Threads of the library still run: the producer's mutex must not be free before they are gone.
+        m_front.Stopped(code);
+        TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
+    }
+    return code;
+}
+
+AgentExit AgentProcess::Live()
+{
+    const AgentExit code = LiveAlone();
+    // The mutex is free by now: the next agent may start the moment this one counts as stopped.
+    m_front.Stopped(code);
+    return code;
+}
+
+}

@@ -1,0 +1,54 @@
+/*
+ * The agent's life in a real process: what the service and the foreground form have in common.
+ */
+#ifndef DKPF_AGENT_AGENT_PROCESS_H
+#define DKPF_AGENT_AGENT_PROCESS_H
+
+#include <windows.h>
+#include <functional>
+
+#include "exit_codes.h"
+
+namespace dkpf {
+
+/* How a form of the agent speaks to whoever started it. Called from several threads. */
+class Front {
+public:
+    virtual ~Front() = default;
+    virtual bool IsConsole() const = 0;
+    virtual void Running() = 0;
+    virtual void StillStopping(DWORD checkPoint, DWORD hintMs) = 0;
+    virtual void Stopped(AgentExit code) = 0;
+};
+
+class AgentProcess {
+public:
+    explicit AgentProcess(Front& front);
+    ~AgentProcess();
+    AgentProcess(const AgentProcess&) = delete;
+    AgentProcess& operator=(const AgentProcess&) = delete;
+
+    void AskStop();    // any thread
+    void AskReload();  // any thread
+    void WaitEnd();    // any thread; returns when Live is done
+
+    /* Lives until the end is asked for or the start fails; has called front.Stopped then. Does not return where the library
+     * did not come down: ends the process. */
+    AgentExit Live();
+
+private:
+    AgentExit LiveAlone();
+
+    Front& m_front;
+    HANDLE m_stop = nullptr;    // manual-reset
+    HANDLE m_reload = nullptr;  // auto-reset; dkpfctl sets it for an agent in the foreground
+    HANDLE m_ended = nullptr;   // manual-reset
+};
+
+/* The two forms. Each returns the process's exit code. */
+int RunAsService();
+int RunInForeground();
+
+}
+
+#endif
