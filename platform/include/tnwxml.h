@@ -5,6 +5,10 @@
  * The state between init and term belongs to the process; the routines lock it, so calls from several threads do not
  * corrupt it, but one init-to-term sequence is meant for one thread. xmllib_check keeps no state and may run at any time.
  * Results are 64 bits wide; success is a value whose low 32 bits are 0. Binding is by ordinal (import/tnwxml.def).
+ * Arguments are judged before the order of calls. A call that fails changes nothing. No routine may be called from DllMain.
+ *
+ * HOME is the parent of the folder in which tnwxml.dll lies. A file is read as UTF-8, with or without byte order mark, up
+ * to 1 MiB and 64 levels of elements; both documents are held in memory, no file stays open.
  */
 #ifndef TNWXML_H
 #define TNWXML_H
@@ -19,57 +23,97 @@ typedef unsigned long long XMLLIB_STATUS; /* low 32 bits: a status below */
 
 #define XMLLIB_OK 0u
 #define XMLLIB_INVALID_ARGUMENT 1u /* a null pointer, an unknown type or configuration number, a size that does not fit */
-#define XMLLIB_WRONG_ORDER 2u      /* the call's predecessor is missing */
+#define XMLLIB_WRONG_ORDER 2u      /* the call's predecessor is missing, or the call was made already */
 #define XMLLIB_NO_MEMORY 3u
-#define XMLLIB_NO_FILE 4u       /* the file is missing or cannot be opened */
-#define XMLLIB_NOT_WELL_FORMED 5u /* no XML, cut off, another encoding than UTF-8, or over the bounds of size and depth */
-#define XMLLIB_BAD_POLICY 6u    /* a policy entry without a usable type, range or default */
-#define XMLLIB_NO_SUCH_KEY 7u   /* the key is neither in the configuration nor in the policy */
-#define XMLLIB_NO_NUMBER 8u     /* the value is not a decimal or 0x number of 32 bits */
-#define XMLLIB_OUT_OF_RANGE 9u  /* the value is outside the policy's range */
+#define XMLLIB_NO_FILE 4u         /* the file is missing or cannot be opened or read */
+#define XMLLIB_NOT_WELL_FORMED 5u /* no XML, cut off, another root or encoding, a DOCTYPE, or over the bounds of size and depth */
+#define XMLLIB_BAD_POLICY 6u      /* a policy entry without a usable path, type, range, default or text */
+#define XMLLIB_NO_SUCH_KEY 7u     /* the key is neither in the configuration nor in the policy */
+#define XMLLIB_NO_NUMBER 8u       /* the value is not a decimal or 0x number of 32 bits */
+#define XMLLIB_OUT_OF_RANGE 9u    /* the value is outside the policy's range */
+#define XMLLIB_KEY_TWICE 10u      /* the configuration holds a key of the policy, or a section around it, twice */
 
 #define XMLLIB_CONFIG_CLUSTER 1u /* HOME/etc/cluster.xml */
 #define XMLLIB_TYPE_DWORD 1u     /* a 32-bit number, 4 bytes */
 
-/* Ordinal 1. @param lpComponent name of the caller's component. */
+/**
+ * Ordinal 1. Starts the sequence.
+ * @param lpComponent  name of the caller's component: 1 to 31 letters, digits, '_' or '-'
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT (null, or no such name); XMLLIB_WRONG_ORDER (a sequence is under way)
+ */
 XMLLIB_STATUS xmllib_init(const char* lpComponent);
-/* Ordinal 2. Releases whatever the sequence still holds. */
+
+/**
+ * Ordinal 2. Ends the sequence and releases whatever it still holds.
+ * @return XMLLIB_OK; XMLLIB_WRONG_ORDER (no sequence is under way)
+ */
 XMLLIB_STATUS xmllib_term(void);
-/* Ordinal 4. Reads HOME/etc/policy/COMPONENT.xml: type, range, default, unit and text of each key. */
+
+/**
+ * Ordinal 4. Reads HOME/etc/policy/COMPONENT.xml: type, range, default, unit and text of each key. One policy at a time.
+ * @param lpComponent  name as for xmllib_init
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_WRONG_ORDER (no init, or a policy is loaded); XMLLIB_NO_MEMORY;
+ *         XMLLIB_NO_FILE; XMLLIB_NOT_WELL_FORMED; XMLLIB_BAD_POLICY. After a failure no policy is loaded.
+ * May block 100 ms: a file that cannot be opened or is not well-formed may just be being saved and is read three times,
+ * 50 ms apart.
+ */
 XMLLIB_STATUS xmllib_load_policy(const char* lpComponent);
-/* Ordinal 5. */
+
+/**
+ * Ordinal 5.
+ * @param lpComponent  the name that was loaded
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_WRONG_ORDER (no policy of this name, or a configuration is loaded)
+ */
 XMLLIB_STATUS xmllib_unload_policy(const char* lpComponent);
-/* Ordinal 6. Reads the configuration. A file that is being saved is read up to three times, 50 ms apart: may block so long. */
+
+/**
+ * Ordinal 6. Reads the configuration file as a whole. Values are judged by xmllib_get_value, so that the caller's trace
+ * names the key that is wrong.
+ * @param dwConfig  XMLLIB_CONFIG_CLUSTER
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_WRONG_ORDER (no policy, or a configuration is loaded);
+ *         XMLLIB_NO_MEMORY; XMLLIB_NO_FILE; XMLLIB_NOT_WELL_FORMED; XMLLIB_KEY_TWICE. After a failure none is loaded.
+ * May block 100 ms, as xmllib_load_policy.
+ */
 XMLLIB_STATUS xmllib_load_config(DWORD dwConfig);
-/* Ordinal 7. */
+
+/**
+ * Ordinal 7.
+ * @return XMLLIB_OK; XMLLIB_WRONG_ORDER (no configuration is loaded)
+ */
 XMLLIB_STATUS xmllib_unload_config(void);
+
 /**
  * Ordinal 13. One value by key path, for example "/root/diskperf/log/level". A key that the configuration lacks gets the
- * policy's default.
+ * policy's default. A key of the configuration that the policy does not know has no range.
+ * @param lpKey     names of the elements from the root on, each behind a '/'; upper and lower case differ
  * @param dwType    XMLLIB_TYPE_DWORD
  * @param lpValue   receives the value; untouched on failure
- * @param lpdwSize  in: size of the destination, at least 4; out: bytes written
+ * @param lpdwSize  in: size of the destination, at least 4; out: bytes written, 4; untouched on failure
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_WRONG_ORDER (no configuration is loaded); XMLLIB_NO_SUCH_KEY;
+ *         XMLLIB_NO_NUMBER; XMLLIB_OUT_OF_RANGE
  */
 XMLLIB_STATUS xmllib_get_value(const char* lpKey, DWORD dwType, void* lpValue, DWORD* lpdwSize);
 
 #define XMLLIB_SETTING_MAX 32
 #define XMLLIB_KEY_SIZE 96
 #define XMLLIB_TEXT_SIZE 160
+#define XMLLIB_UNKNOWN_MAX 16
 
 /* One setting as the policy describes it and the file gives it. */
 typedef struct XMLLIB_SETTING {
     char szKey[XMLLIB_KEY_SIZE];   /* whole key path */
     char szUnit[16];               /* "s", "KiB" or empty */
     char szHelp[XMLLIB_TEXT_SIZE]; /* one sentence for operators */
-    DWORD dwValue;                 /* value in the file, or the default */
+    DWORD dwValue;                 /* value in the file, or the default where the file has none or a wrong one */
     DWORD dwDefault;
     DWORD dwMin;
     DWORD dwMax;
-    BOOL bInFile; /* FALSE: the key is missing and the default holds */
-    BOOL bHex;    /* TRUE: people write this value in hexadecimal */
+    BOOL bInFile;  /* FALSE: the key is missing and the default holds */
+    BOOL bHex;     /* TRUE: people write this value in hexadecimal */
+    BOOL bRestart; /* TRUE: a new value waits for a restart of the component; FALSE: a reload takes it over */
 } XMLLIB_SETTING;
 
-/* The first reason for which a file is refused. Fields that do not apply are 0 or empty. */
+/* The first reason for which a file is refused; of several wrong values the one that stands first in the file. Fields that do not apply are 0 or empty. */
 typedef struct XMLLIB_FINDING {
     DWORD dwStatus;                  /* XMLLIB_OK: the file is accepted */
     char szFile[MAX_PATH * 2];       /* file that is wrong, UTF-8 */
@@ -82,18 +126,29 @@ typedef struct XMLLIB_FINDING {
     DWORD dwMax;
 } XMLLIB_FINDING;
 
+/* A key of the component's section that its policy does not know: no reason to refuse the file, often a slip of the pen. */
+typedef struct XMLLIB_UNKNOWN {
+    char szKey[XMLLIB_KEY_SIZE]; /* whole key path, cut off where it is longer */
+    DWORD dwLine;                /* 1 based */
+    DWORD dwColumn;              /* 1 based, in bytes */
+} XMLLIB_UNKNOWN;
+
 typedef struct XMLLIB_REPORT {
     XMLLIB_FINDING finding;
     DWORD dwSettings; /* entries of setting in use; 0 where the policy cannot be read */
     XMLLIB_SETTING setting[XMLLIB_SETTING_MAX];
+    DWORD dwUnknown; /* unknown keys in all; the first XMLLIB_UNKNOWN_MAX are in unknown */
+    XMLLIB_UNKNOWN unknown[XMLLIB_UNKNOWN_MAX];
 } XMLLIB_REPORT;
 
 /**
  * Ordinal 14. Reads policy and configuration as the calls above would, keeps nothing, and says all about it.
- * @param lpComponent  policy to check against
+ * @param lpComponent  policy to check against; name as for xmllib_init
  * @param lpwcFile     configuration file to read; NULL: HOME/etc/cluster.xml
- * @param lpReport     receives the report; must not be NULL
- * @return the finding's status. May block 100 ms for a file that is being saved.
+ * @param lpReport     receives the report, whatever the result; must not be NULL
+ * @return the finding's status: any of the above but XMLLIB_WRONG_ORDER and XMLLIB_NO_SUCH_KEY. A file whose finding is
+ *         XMLLIB_OK gives every value of its policy.
+ * May block 100 ms for each of the two files that is being saved.
  */
 XMLLIB_STATUS xmllib_check(const char* lpComponent, const WCHAR* lpwcFile, XMLLIB_REPORT* lpReport);
 
