@@ -1,0 +1,52 @@
+/*
+ * DiskperfTest: one case on the library under test with every call out of it answered by a double.
+ *
+ *   class CollectLoop : public DiskperfTest {};
+ *   TEST_F(CollectLoop, EndsOnTheTerminateEvent)
+ *   {
+ *       AttachRegion();
+ *       g_hReloadEvent1 = os.MakeEvent(false);
+ *       g_hTerminateEvent = os.MakeEvent(true);
+ *       os.SignalAt(25000, g_hTerminateEvent);
+ *       EXPECT_EQ(os.RunThread(_DkpfPerfCollectThread), 0u);
+ *       EXPECT_EQ(journal.Number("DeviceIoControl"), 2u);
+ *       ExpectNothingLeft();
+ *   }
+ *
+ * A case starts with the globals as the library is loaded, except that the DllInit mutex is the double's and the three
+ * trace logs are open at every level, so that all lines can be compared. Units may keep state of their own that no header
+ * shows: ctest runs each case in a process of its own.
+ */
+#ifndef TESTS_SUPPORT_FIXTURE_H
+#define TESTS_SUPPORT_FIXTURE_H
+
+#include "diskperf.h"
+#include "support/hooked_module.h"
+
+/* DllMain of the library under test. Exported by the test build alone. */
+BOOL TesteeDllMain(HINSTANCE hInstance, DWORD dwReason, LPVOID lpReserved);
+
+class DiskperfTest : public HookedModuleTest {
+protected:
+    DiskperfTest();
+    void SetUp() override;
+    void TearDown() override;
+
+    /* For cases about the logs themselves: none is open, as in a process that has just loaded the library. */
+    void CloseLogs();
+
+    /* The region as another process made it, zeroed; stays when the library lets go of it. */
+    DKPF_SHM_INFO* HoldRegion();
+    /* g_hInfoMutex and g_hShmMutex, as DkpfInitialize leaves them. */
+    HANDLE MakeRegionMutex();
+    /* Region mutex and region attached once, the reader's row entered in the table (0: the producer's). */
+    DKPF_SHM_INFO* AttachRegion(int nRow = 0);
+
+private:
+    struct Variable;
+    static std::vector<Variable>& Variables();
+    void RestoreVariables();
+    template <class T> void Set(const char* name, T value);
+};
+
+#endif

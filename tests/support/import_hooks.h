@@ -1,0 +1,46 @@
+/*
+ * Replaces import slots of one loaded module. Only calls that this module makes are affected; the test program's own calls
+ * of the same routines are not.
+ */
+#ifndef TESTS_SUPPORT_IMPORT_HOOKS_H
+#define TESTS_SUPPORT_IMPORT_HOOKS_H
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+class ImportHooks {
+public:
+    explicit ImportHooks(HMODULE module) : m_module(module) {}
+    ~ImportHooks() { RestoreAll(); }
+    ImportHooks(const ImportHooks&) = delete;
+    ImportHooks& operator=(const ImportHooks&) = delete;
+
+    /* True if the module imports the routine. */
+    bool Imports(const char* dll, const char* name) const;
+    bool Imports(const char* dll, WORD ordinal) const;
+    /* Puts the routine into the slot. False, and nothing changed, where the module has no such import. */
+    bool Replace(const char* dll, const char* name, void* routine);
+    bool Replace(const char* dll, WORD ordinal, void* routine);
+    /* Puts back what stood in each replaced slot, last one first. */
+    void RestoreAll();
+
+private:
+    struct Saved {
+        void** slot;
+        void* original;
+    };
+    void Store(void** slot, void* routine);
+
+    HMODULE m_module;
+    std::vector<Saved> m_saved;
+};
+
+/* The address of a routine as a slot holds it. */
+template <class Routine> void* Address(Routine* routine)
+{
+    return reinterpret_cast<void*>(routine);
+}
+
+#endif
