@@ -1,13 +1,13 @@
 /*
  * tnwlog: trace logs, message strings, event entries and CSV log files of the cluster product.
  *
- * Every routine may be called from any thread of any process; a handle belongs to the process that got it and is not closed while
- * another thread uses it. Processes that open the same trace log write the same files. All texts are narrow strings of the ANSI code page and are copied:
- * nothing that is passed in needs to live longer than the call. No routine throws, and none changes a caller's buffer
- * unless it says so. Binding is by ordinal (import/tnwlog.def).
+ * Every routine may be called from any thread of any process; a handle belongs to the process that got it, and is not
+ * closed while another thread uses it. Processes that open the same trace log write the same files. All texts are
+ * narrow strings of the ANSI code page and are copied: nothing that is passed in needs to live longer than the call. No
+ * routine throws, and none changes a caller's buffer unless it says so. Binding is by ordinal (import/tnwlog.def).
  *
- * HOME is the parent of the folder (bin) that tnwlog.dll itself lies in. HOME/log and HOME/perf are made by set-up, never
- * here: a missing one is a status or a dropped line. tnwmsg.dll lies beside tnwlog.dll.
+ * HOME is the parent of the folder (bin) that tnwlog.dll itself lies in. HOME/log and HOME/perf are made by set-up,
+ * never here: a missing one is a status or a dropped line. tnwmsg.dll lies beside tnwlog.dll.
  */
 #ifndef TNWLOG_H
 #define TNWLOG_H
@@ -18,28 +18,28 @@
 extern "C" {
 #endif
 
-typedef struct TNWLOG_TRACE* HTNWLOG;       /* an open trace log; NULL is a legal "no log" for log_write */
+typedef struct TNWLOG_TRACE*   HTNWLOG;     /* an open trace log; NULL is a legal "no log" for log_write */
 typedef struct TNWLOG_STRINGS* HTNWSTRINGS; /* an open string table */
-typedef struct TNWLOG_CSV* HTNWCSV;         /* an open CSV log file */
+typedef struct TNWLOG_CSV*     HTNWCSV;     /* an open CSV log file */
 
-/* Bounds of the arguments below. */
-#define TNWLOG_NAME_MAX 64u        /* characters of a log's or file's name; none of \ / : * ? " < > | . or a control character */
+/* Bounds of the arguments below. No name holds \ / : * ? " < > | . or a control character. */
+#define TNWLOG_NAME_MAX 64u        /* characters of a log's or file's name */
 #define TNWLOG_SIZE_MAX 4194303u   /* KiB of one file */
 #define TNWLOG_GENERATIONS_MAX 99u /* older generations of a CSV file */
 #define TNWLOG_LINE_MAX 65536u     /* bytes of a CSV line with its NUL */
 
 /* Status numbers. 6 and 8 come from TnwFormatMessage alone. */
-#define TNWLOG_OK 0u                 /* done */
-#define TNWLOG_INVALID_ARGUMENT 1u   /* a null pointer, an empty name, a reserved flag with another value, a dead handle */
-#define TNWLOG_NO_MEMORY 2u          /* memory could not be allocated */
-#define TNWLOG_NOT_OPEN 3u           /* the file could not be opened: held without sharing, or no right to it */
-#define TNWLOG_NO_DIRECTORY 4u       /* the log or perf directory is missing */
-#define TNWLOG_DISK_FULL 5u          /* the volume is full; nothing or a part of the line was written, the next call mends it */
-#define TNWLOG_NO_SUCH_MESSAGE 6u    /* TnwFormatMessage: no text has this number */
-#define TNWLOG_WRITE_FAILED 7u       /* the system refused the write for another reason */
-#define TNWLOG_TEXT_TOO_LONG 8u      /* TnwFormatMessage: the text and its NUL do not fit */
-#define TNWLOG_LINE_TOO_LONG 9u      /* the line is longer than the maximum given at open */
-#define TNWLOG_NO_TABLE 10u          /* the message file could not be opened or has no table */
+#define TNWLOG_OK 0u               /* done */
+#define TNWLOG_INVALID_ARGUMENT 1u /* a null pointer, a name or value out of its bounds, a dead handle */
+#define TNWLOG_NO_MEMORY 2u        /* memory could not be allocated */
+#define TNWLOG_NOT_OPEN 3u         /* the file could not be opened: held without sharing, or no right to it */
+#define TNWLOG_NO_DIRECTORY 4u     /* the log or perf directory is missing */
+#define TNWLOG_DISK_FULL 5u        /* the volume is full; a part that was written is taken back or closed */
+#define TNWLOG_NO_SUCH_MESSAGE 6u  /* TnwFormatMessage: no text has this number */
+#define TNWLOG_WRITE_FAILED 7u     /* the system refused the write for another reason */
+#define TNWLOG_TEXT_TOO_LONG 8u    /* TnwFormatMessage: the text and its NUL do not fit */
+#define TNWLOG_LINE_TOO_LONG 9u    /* the line is longer than the maximum given at open */
+#define TNWLOG_NO_TABLE 10u        /* the message file could not be opened or has no table */
 
 /* Level bits of a trace line. A log writes the lines whose bit its level has; TNWLOG_EVENT always passes. */
 #define TNWLOG_ERROR 0x0001u
@@ -66,8 +66,10 @@ typedef struct TNWLOG_CSV* HTNWCSV;         /* an open CSV log file */
  * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY. A file that cannot be opened is no failure: lines are
  *         dropped and counted, and each further line tries again. Opens no file: the first line does.
  *
- * A file is rotated by the first line that finds it at its bound, so it passes the bound by one line at most (more only while
- * a reader holds it, or a generation, so that it cannot be renamed). Where processes give different bounds, each keeps to its own.
+ * A file is rotated by the first line that finds it at its bound, so it passes the bound by one line at most (by more
+ * only while a reader holds it, or a generation, so that it cannot be renamed). Where processes give different bounds,
+ * each keeps to its own. After a process died in a rotation one number among the generations may be missing until the
+ * next rotation: who lists them does not stop at the first gap.
  */
 DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, DWORD dwReserved, const char* lpKey);
 
@@ -78,9 +80,9 @@ DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, 
 DWORD log_term(HTNWLOG hLog);
 
 /**
- * Ordinal 3. Writes one line: "2026/03/07 14:05:09.042 <pid>:<tid> <level> <source>(<line>) <routine>:<text>" CR LF. Time is
- * local and without a zone, pid and tid decimal, the level hexadecimal with four digits ("0x0001"). Line breaks in the text
- * become blanks.
+ * Ordinal 3. Writes one line: "2026/03/07 14:05:09.042 <pid>:<tid> <level> <source>(<line>) <routine>:<text>" CR LF.
+ * Time is local and without a zone, pid and tid decimal, the level hexadecimal with four digits ("0x0001"). Line breaks
+ * in the text become blanks.
  * @param hLog         the log, open; NULL writes nothing
  * @param dwLevel      one level bit
  * @param dwMessage    0, or with TNWLOG_EVENT the event ID
@@ -88,17 +90,21 @@ DWORD log_term(HTNWLOG hLog);
  * @param nLine        line in it
  * @param lpRoutine    routine's name; NULL as ""
  * @param lpFormat     format as in the C run-time of Windows (%I64d, %S, %#p), then its arguments; NULL as ""
- * A line is whole, and in the file when the call returns, also if the process dies the next moment. May wait up to 500 ms for
- * another process's line or rotation, never longer: a line that does not get the log's lock is appended without it and counted.
- * Lines that could not be written are dropped and counted; the next line that can be is preceded by one that tells the count.
- * Below the level: one test, no system call. Does not promise to keep the thread's last-error value.
  *
- * With TNWLOG_EVENT and an event ID the line ends in " <event 0x800012C1>", the event goes to the system's event log (source
- * "tnwdiskperf", text from tnwmsg.dll, severity from the top two bits), and in words to HOME/log/diskperf_event.log, which rotates
- * like the log that it came from. One line per event:
- *     2026/03/07 14:05:09.042 WARNING 0x800012C1 Performance figures ... <text of the caller, if there is any>
- * Time as above, one blank, SUCCESS, INFORMATION, WARNING or ERROR, one blank, the ID with eight upper-case digits, one blank, text
- * to the line's end. A number without a text, or a missing tnwmsg.dll, has "(no text: ...)" there.
+ * A line is whole, and in the file when the call returns, also if the process dies the next moment. May wait up to
+ * 500 ms for another process's line or rotation, never longer: a line that does not get the log's lock is appended
+ * without it and counted. Lines that could not be written are dropped and counted; the next line that can be written is
+ * preceded by one that tells the count. Below the level: one test, no system call. Does not promise to keep the
+ * thread's last-error value.
+ *
+ * With TNWLOG_EVENT and an event ID the line ends in " <event 0x800012C1>", the event goes to the system's event log
+ * (source "tnwdiskperf", text from tnwmsg.dll, severity from the top two bits), and in words, one line, to
+ * HOME/log/diskperf_event.log, which rotates like the log that the event came from:
+ *
+ *     2026/03/07 14:05:09.042 WARNING 0x800012C1 <text of the event>[ <text of the caller>]
+ *
+ * Time as above; SUCCESS, INFORMATION, WARNING or ERROR; the ID with eight upper-case digits; each followed by one
+ * blank; then text to the line's end. An ID without a text, or a missing tnwmsg.dll, has "(no text: ...)" there.
  */
 void log_write(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const char* lpSource, int nLine, const char* lpRoutine,
                const char* lpFormat, ...);
@@ -137,12 +143,13 @@ DWORD TnwFormatMessage(HTNWSTRINGS hTable, DWORD dwNumber, char* lpText, DWORD d
  * @param lpHeader       header line without line end (one in it is an invalid argument); copied
  * @param dwReserved2    0
  * @param dwReserved3    0
- * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY; TNWLOG_LINE_TOO_LONG for the header. A file that cannot be
- *         opened or headed now is no failure: each write tries again and returns the status.
- * A file that is there with the same header is continued; one with another header is rotated. NULs that a power loss left at its
- * end are cut; a half-written last line is closed with CR LF, and before it with a quote where its last field lacks one; a
- * half-written header is written anew.
- * A file has one writer: a second one gets TNWLOG_NOT_OPEN from its writes. Readers are free to open, copy and hold it.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY; TNWLOG_LINE_TOO_LONG for the header. A file that
+ *         cannot be opened or headed now is no failure: each write tries again and returns the status.
+ *
+ * A file that is there with the same header is continued; one with another header is rotated. NULs that a power loss
+ * left at its end are cut; a half-written last line is closed with CR LF, and before it with a quote where its last
+ * field lacks one; a half-written header is written anew. A file has one writer: a second one gets TNWLOG_NOT_OPEN from
+ * its writes. Readers are free to open, copy and hold it.
  */
 DWORD log_util_init(const char* lpName, HTNWCSV* phFile, DWORD dwFlags, DWORD dwReserved1, DWORD dwSize,
                     DWORD dwGenerations, DWORD dwMaxLine, const char* lpHeader, DWORD dwReserved2, DWORD dwReserved3);
@@ -151,12 +158,14 @@ DWORD log_util_init(const char* lpName, HTNWCSV* phFile, DWORD dwFlags, DWORD dw
 DWORD log_util_term(HTNWCSV hFile);
 
 /**
- * Ordinal 21. Appends one line and CR LF; starts a new file with the header first where the line would pass the bound (a
- * line that alone passes it gets a file of its own). Formats as in log_write; a line break in the line is an invalid argument.
+ * Ordinal 21. Appends one line and CR LF; starts a new file with the header first where the line would pass the bound
+ * (a line that alone passes it gets a file of its own). Formats as in log_write; a line break in the line is an invalid
+ * argument. Waits for nothing but another thread's call on this handle, and the disk.
  * @return TNWLOG_OK; TNWLOG_LINE_TOO_LONG; TNWLOG_NOT_OPEN; TNWLOG_NO_DIRECTORY; TNWLOG_DISK_FULL; TNWLOG_WRITE_FAILED;
- *         TNWLOG_INVALID_ARGUMENT. After a failure the file is as before, or ends in a part of the line that the next call
- *         closes; the next call tries again from the start. A reader that holds the file so that it cannot be renamed
- *         delays the rotation, never the line; if a new header is due then, it is written once in front of the next line.
+ *         TNWLOG_INVALID_ARGUMENT. After a failure the file is as before, or ends in a part of the line that the next
+ *         call closes; the next call tries again from the start. A reader that holds the file so that it cannot be
+ *         renamed delays the rotation, never the line; if a new header is due then, it is written once in front of the
+ *         next line.
  */
 DWORD log_util_write(HTNWCSV hFile, const char* lpFormat, ...);
 

@@ -141,8 +141,8 @@ static DWORD AppendLine(TNWLOG_CSV* lpCsv, const char* lpLine, DWORD dwLength)
         lpCsv->fRotateDue = TRUE;
         dwStatus = Prepare(lpCsv, &size, &dwRotate);
     }
-    /* Held by a reader and with another header: ours goes between the lines, once, so that no value stands under a wrong
-     * title. */
+    /* Held by a reader and with another header: ours goes between the lines, once, so that no value stands under a
+     * wrong title. */
     if (dwStatus == TNWLOG_OK && !lpCsv->fHeaded) {
         dwStatus = AppendHeader(lpCsv, size);
         size += lpCsv->dwHeader;

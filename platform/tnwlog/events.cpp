@@ -1,6 +1,6 @@
 /*
- * Event entries: into the system's event log, and in words into HOME/log/diskperf_event.log. The file is what tools read: it is
- * there on every platform, it is kept with the traces, and no event viewer is needed for it.
+ * Event entries: into the system's event log, and in words into HOME/log/diskperf_event.log. The file is what tools
+ * read: it is there on every platform, it is kept with the traces, and no event viewer is needed for it.
  */
 #include "tnwlog_internal.h"
 
@@ -41,7 +41,8 @@ static char* PutEventText(char* lp, const char* lpEnd, DWORD dwEvent)
         lpText = TnwMessageText(hMessages, dwEvent, &dwStatus);
         FreeLibrary(hMessages);
     }
-    lp = TnwPutText(lp, lpEnd, lpText != NULL ? lpText : "(no text: tnwmsg.dll is missing or does not know this number)");
+    lp = TnwPutText(lp, lpEnd,
+                    lpText != NULL ? lpText : "(no text: tnwmsg.dll is missing or does not know this number)");
     if (lpText != NULL) {
         LocalFree(lpText);
     }

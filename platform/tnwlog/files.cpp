@@ -332,8 +332,8 @@ static DWORD Discard(const TNW_SET* lpSet, DWORD dwGeneration)
 }
 
 /*
- * Fills the lowest gap from below. A process killed between two renames leaves exactly one more gap, so the next rotation
- * goes on where that one stopped and no generation is lost.
+ * Fills the lowest gap from below. A process killed between two renames leaves exactly one more gap, so the next
+ * rotation goes on where that one stopped and no generation is lost.
  */
 DWORD TnwSetRotate(const TNW_SET* lpSet)
 {

@@ -1,6 +1,7 @@
 /*
  * Which handles are open in this process. A handle that is not in the list is answered with a status instead of being
- * followed. log_write alone does without: it runs too often, and its callers hold their handles for the life of the module.
+ * followed. log_write alone does without: it runs too often, and its callers hold their handles for the life of the
+ * module.
  */
 #include "tnwlog_internal.h"
 
@@ -21,7 +22,8 @@ BOOL TnwOpenFind(const void* lpHandle, TNW_KIND eKind)
     const TNW_OPEN* lpOpen = NULL;
 
     AcquireSRWLockShared(&g_Lock);
-    for (lpOpen = g_lpFirst; lpOpen != NULL && (lpOpen != lpHandle || lpOpen->eKind != eKind); lpOpen = lpOpen->lpNext) {
+    for (lpOpen = g_lpFirst; lpOpen != NULL && (lpOpen != lpHandle || lpOpen->eKind != eKind);
+         lpOpen = lpOpen->lpNext) {
     }
     ReleaseSRWLockShared(&g_Lock);
     return lpOpen != NULL;

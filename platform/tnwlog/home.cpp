@@ -59,8 +59,8 @@ static ULONGLONG IdentifyHome()
 {
     BY_HANDLE_FILE_INFORMATION info = {};
     ULONGLONG                  id = 0;
-    HANDLE hHome = CreateFileW(g_szHome, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, NULL,
-                               OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, NULL);
+    HANDLE hHome = CreateFileW(g_szHome, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                               NULL, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, NULL);
 
     if (hHome == INVALID_HANDLE_VALUE) {
         return 0;

@@ -21,8 +21,8 @@ char* TnwPutText(char* lp, const char* lpEnd, const char* lpText)
 /* nWidth: at least so many digits. */
 static char* PutDec(char* lp, const char* lpEnd, DWORD dwValue, int nWidth)
 {
-    char  digits[10];
-    int   n = 0;
+    char digits[10];
+    int  n = 0;
 
     do {
         digits[n++] = static_cast<char>('0' + dwValue % 10);
@@ -57,8 +57,8 @@ char* TnwPutTime(char* lp, const char* lpEnd, const SYSTEMTIME* lpTime)
     return PutDec(lp, lpEnd, lpTime->wMilliseconds, 3);
 }
 
-/* The C run-time of Windows answers -1 both for a text that was cut, which is as wanted here, and for one that it could not
- * convert (%S). A second run over zeroed memory shows how far it came. */
+/* The C run-time of Windows answers -1 both for a text that was cut, which is as wanted here, and for one that it could
+ * not convert (%S). A second run over zeroed memory shows how far it came. */
 char* TnwPutFormat(char* lp, char* lpEnd, const char* lpFormat, va_list args, BOOL* lpfCut)
 {
     const size_t cRoom = static_cast<size_t>(lpEnd - lp);
@@ -130,7 +130,8 @@ void TnwLineWrite(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const TNW_PLACE*
         lDropped = InterlockedExchange(&hLog->lDropped, 0);
         lLate = hLog->shared.lStuck != 0 ? 0 : InterlockedExchange(&hLog->lLate, 0);
         lp = PutCount(lp, buffer + NOTICE_MAX, &time, lDropped, " lines were dropped, the file could not be written.");
-        lp = PutCount(lp, buffer + NOTICE_MAX, &time, lLate, " lines were written without the lock, its owner did not answer.");
+        lp = PutCount(lp, buffer + NOTICE_MAX, &time, lLate,
+                      " lines were written without the lock, its owner did not answer.");
     }
     lpLineEnd = lp + TNW_LINE_MAX - 2;
     lp = PutPrefix(lp, lpLineEnd, &time, dwLevel, lpPlace);

@@ -1,13 +1,14 @@
 /*
  * A file that all processes of the machine append to.
  *
- * One named mutex per file, open to every account, makes a line one piece and a rotation one step. Who rotated need not tell
- * anybody: a file is rotated only when it has reached its bound, so a writer whose handle leads to a renamed file sees a
- * full file and looks at the path again. Where processes were given different bounds, and where somebody moved the file
- * by hand, opening it anew once a second does the same.
+ * One named mutex per file, open to every account, makes a line one piece and a rotation one step. Who rotated need not
+ * tell anybody: a file is rotated only when it has reached its bound, so a writer whose handle leads to a renamed file
+ * sees a full file and looks at the path again. Where processes were given different bounds, and where somebody moved
+ * the file by hand, opening it anew once a second does the same.
  *
- * Nobody waits for ever. When the lock cannot be had within its time its owner is suspended or in a debugger; the line is then
- * appended without it, nothing is rotated or mended meanwhile, and no line waits again until the lock can be had.
+ * Nobody waits for ever. When the lock cannot be had within its time its owner is suspended or in a debugger; the line
+ * is then appended without it, nothing is rotated or mended meanwhile, and no line waits again until the lock can be
+ * had.
  */
 #include "tnwlog_internal.h"
 #include <stdio.h>

@@ -53,8 +53,8 @@ char* TnwMessageText(HMODULE hMessages, DWORD dwNumber, DWORD* lpdwStatus)
     /* With the flag above the routine wants the address of the pointer where its prototype says text. */
     if (FormatMessageA(dwFlags, hMessages, dwNumber, 0, reinterpret_cast<char*>(&lpText), 0, NULL) == 0) {
         const DWORD dwW32 = GetLastError();
-        *lpdwStatus = dwW32 == ERROR_NOT_ENOUGH_MEMORY || dwW32 == ERROR_OUTOFMEMORY ? TNWLOG_NO_MEMORY
-                                                                                     : TNWLOG_NO_SUCH_MESSAGE;
+        *lpdwStatus =
+            dwW32 == ERROR_NOT_ENOUGH_MEMORY || dwW32 == ERROR_OUTOFMEMORY ? TNWLOG_NO_MEMORY : TNWLOG_NO_SUCH_MESSAGE;
         return NULL;
     }
     Unescape(lpText);

@@ -55,11 +55,13 @@ typedef struct TNW_SET {
 } TNW_SET;
 
 /* TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for a name no file can have; TNWLOG_NO_MEMORY. */
-DWORD TnwSetInit(TNW_SET* lpSet, const wchar_t* lpFolder, const char* lpName, const wchar_t* lpExt, DWORD dwGenerations);
+DWORD TnwSetInit(TNW_SET* lpSet, const wchar_t* lpFolder, const char* lpName, const wchar_t* lpExt,
+                 DWORD dwGenerations);
 void  TnwSetTerm(TNW_SET* lpSet);
 
 /* Moves every generation one up and the current file to generation 1; the caller holds what guards the set. The current
- * file may be open in any process that shares deletion. A status: some generation was held, nothing is lost, the next call goes on. */
+ * file may be open in any process that shares deletion. A status: some generation was held, nothing is lost, the next
+ * call goes on. */
 DWORD TnwSetRotate(const TNW_SET* lpSet);
 
 /* Opens the current file, or creates it. dwShare as in CreateFile. */
@@ -84,9 +86,9 @@ BOOL  TnwFileRead(HANDLE hFile, ULONGLONG offset, void* lpData, DWORD dwLength);
 /* A file that every process of the machine may append to. hFile and opened belong to the holder of hLock. */
 typedef struct TNW_SHARED {
     TNW_SET       set;
-    ULONGLONG     bound;  /* bytes */
-    HANDLE        hLock;  /* named mutex, open to every account; NULL: could not be had */
-    HANDLE        hLate;  /* second one, for those who got tired of waiting for the first */
+    ULONGLONG     bound; /* bytes */
+    HANDLE        hLock; /* named mutex, open to every account; NULL: could not be had */
+    HANDLE        hLate; /* second one, for those who got tired of waiting for the first */
     HANDLE        hFile;
     ULONGLONG     opened; /* GetTickCount64() when hFile was opened */
     volatile LONG lStuck; /* 1: the last wait for hLock was in vain, do not wait again until it can be had */
@@ -127,7 +129,7 @@ void TnwLineWrite(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const TNW_PLACE*
 
 /* Moving-end writers; none writes at or behind lpEnd. */
 char* TnwPutText(char* lp, const char* lpEnd, const char* lpText);
-char* TnwPutTime(char* lp, const char* lpEnd, const SYSTEMTIME* lpTime); /* 2026/03/07 14:05:09.042 */
+char* TnwPutTime(char* lp, const char* lpEnd, const SYSTEMTIME* lpTime);  /* 2026/03/07 14:05:09.042 */
 char* TnwPutHex(char* lp, const char* lpEnd, DWORD dwValue, int nDigits); /* 0x and the digits */
 char* TnwPutFormat(char* lp, char* lpEnd, const char* lpFormat, va_list args, BOOL* lpfCut);
 
@@ -137,7 +139,7 @@ char* TnwPutFormat(char* lp, char* lpEnd, const char* lpFormat, va_list args, BO
 void TnwEventRaise(DWORD dwEvent, const SYSTEMTIME* lpTime, const char* lpText, DWORD dwSize);
 
 /* Text of a message, single '%', no line end; LocalFree it. NULL: none (dwStatus says why). */
-char* TnwMessageText(HMODULE hMessages, DWORD dwNumber, DWORD* lpdwStatus);
+char*   TnwMessageText(HMODULE hMessages, DWORD dwNumber, DWORD* lpdwStatus);
 HMODULE TnwMessageOpen(); /* NULL: not there, or without a table */
 
 #endif

@@ -1,6 +1,6 @@
 /*
- * Trace logs: opening, closing, and the level test that most lines end at. A line below the level costs this test alone:
- * no allocation, no system call, no formatting. The line itself is made in line.cpp.
+ * Trace logs: opening, closing, and the level test that most lines end at. A line below the level costs this test
+ * alone: no allocation, no system call, no formatting. The line itself is made in line.cpp.
  */
 #include "tnwlog_internal.h"
 

@@ -1,17 +1,20 @@
-// Several processes write one trace log. What a call returned for is in the files: whole, once, and in the order of its process.
+// Several processes write one trace log. What a call returned for is in the files: whole, once, and in the order of its
+// process.
 #include "unit/tnwlog_fixture.h"
 #include <map>
 
 namespace {
 
-class Writers : public TnwLogTest
-{
-protected:
+class Writers : public TnwLogTest {
+  protected:
     Writers() : hGo(CreateEventA(nullptr, TRUE, FALSE, "Local\\dkpf_writers_go"))
     {
         program = home.Install(L"tnwlog_writer.exe");
     }
-    ~Writers() override { CloseHandle(hGo); }
+    ~Writers() override
+    {
+        CloseHandle(hGo);
+    }
 
     HANDLE Start(const std::string& arguments)
     {
@@ -20,7 +23,8 @@ protected:
         PROCESS_INFORMATION process = {};
 
         start.cb = sizeof start;
-        EXPECT_TRUE(CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start, &process));
+        EXPECT_TRUE(CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start,
+                                   &process));
         CloseHandle(process.hThread);
         return process.hProcess;
     }
@@ -35,7 +39,8 @@ protected:
         return dwCode;
     }
 
-    // The numbers each writer got into the files, oldest generation first; anything that is no whole line fails the test.
+    // The numbers each writer got into the files, oldest generation first; anything that is no whole line fails the
+    // test.
     std::map<std::string, std::vector<int>> Written()
     {
         std::map<std::string, std::vector<int>> written;
@@ -66,7 +71,8 @@ protected:
         return numbers;
     }
 
-    // Takes the lock of "diskperf" in this home and keeps it; the caller releases it. Its name is learnt from the library.
+    // Takes the lock of "diskperf" in this home and keeps it; the caller releases it. Its name is learnt from the
+    // library.
     HANDLE HoldLock()
     {
         HTNWLOG hLog = nullptr;
@@ -133,9 +139,7 @@ TEST_F(Writers, AKilledWriterLosesNoLineWhoseCallHadReturned)
     EXPECT_EQ(written["o"], OneTo(2000));
 }
 
-class KilledInRotation : public Writers, public testing::WithParamInterface<int>
-{
-};
+class KilledInRotation : public Writers, public testing::WithParamInterface<int> {};
 
 // Dies holding the log's lock, in place of its N-th rename; a second process takes over and heals what it left.
 TEST_P(KilledInRotation, TheNextWriterHealsAndNoLineIsLost)
@@ -153,7 +157,8 @@ TEST_P(KilledInRotation, TheNextWriterHealsAndNoLineIsLost)
     EXPECT_EQ(written["o"], OneTo(200));
 }
 
-// The n-th rotation takes n renames while generations are free: 1, then 2 and 3, then 4 to 6, ... 11 is the first of the fifth.
+// The n-th rotation takes n renames while generations are free: 1, then 2 and 3, then 4 to 6, ... 11 is the first of
+// the fifth.
 INSTANTIATE_TEST_SUITE_P(EachRename, KilledInRotation, testing::Values(1, 2, 3, 5, 11, 13, 15));
 
 TEST_F(Writers, AReaderThatHoldsAGenerationDelaysRotationForAllAndNoLine)
@@ -198,4 +203,4 @@ TEST_F(Writers, AnOwnerThatDoesNotAnswerHoldsUpNobody)
     EXPECT_EQ(written["late"], OneTo(50));
 }
 
-} // namespace
+}  // namespace

@@ -1,9 +1,10 @@
 /*
  * Role program: one process that writes numbered lines into a trace log.
  *   tnwlog_writer TAG LINES SIZE-KIB [die-in-rename N | die-behind-line N]
- * Lines read "TAG NUMBER", from 1. It stands in a home's bin and loads tnwlog.dll from there. "die" ends the process as a
- * crash does, either in place of the N-th rename, with the log's lock held, or when the call of line N has returned.
- * Starts when the event that its standard test makes, Local\dkpf_writers_go, is set. Exit code 0, or 9 when it died as told.
+ * Lines read "TAG NUMBER", from 1. It stands in a home's bin and loads tnwlog.dll from there. "die" ends the process as
+ * a crash does, either in place of the N-th rename, with the log's lock held, or when the call of line N has returned.
+ * Starts when the event that its standard test makes, Local\dkpf_writers_go, is set. Exit code 0, or 9 when it died as
+ * told.
  */
 #include "support/import_hook.h"
 #include "support/tnwlog_api.h"
@@ -23,10 +24,10 @@ static BOOL WINAPI RenameHook(LPCWSTR lpFrom, LPCWSTR lpTo, DWORD dwFlags)
 
 int main(int argc, char** argv)
 {
-    wchar_t     szProgram[1024];
-    HTNWLOG     hLog = nullptr;
-    HANDLE      hGo = nullptr;
-    int         nDieBehind = 0;
+    wchar_t                     szProgram[1024];
+    HTNWLOG                     hLog = nullptr;
+    HANDLE                      hGo = nullptr;
+    int                         nDieBehind = 0;
     std::unique_ptr<ImportHook> hook;
 
     if (argc < 4) {

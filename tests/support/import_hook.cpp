@@ -10,9 +10,9 @@ template <class T> static T* At(HMODULE hModule, DWORD offset)
 
 void** ImportHook::Find(HMODULE hModule, const char* lpDll, const char* lpName, WORD wOrdinal)
 {
-    const IMAGE_DOS_HEADER*   lpDos = At<IMAGE_DOS_HEADER>(hModule, 0);
-    const IMAGE_NT_HEADERS*   lpNt = At<IMAGE_NT_HEADERS>(hModule, static_cast<DWORD>(lpDos->e_lfanew));
-    IMAGE_IMPORT_DESCRIPTOR*  lpImport = At<IMAGE_IMPORT_DESCRIPTOR>(
+    const IMAGE_DOS_HEADER*  lpDos = At<IMAGE_DOS_HEADER>(hModule, 0);
+    const IMAGE_NT_HEADERS*  lpNt = At<IMAGE_NT_HEADERS>(hModule, static_cast<DWORD>(lpDos->e_lfanew));
+    IMAGE_IMPORT_DESCRIPTOR* lpImport = At<IMAGE_IMPORT_DESCRIPTOR>(
         hModule, lpNt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
 
     for (; lpImport->Name != 0; lpImport++) {
@@ -24,10 +24,11 @@ void** ImportHook::Find(HMODULE hModule, const char* lpDll, const char* lpName, 
         }
         for (; lpWhat->u1.AddressOfData != 0; lpWhat++, lpWhere++) {
             const bool fOrdinal = IMAGE_SNAP_BY_ORDINAL(lpWhat->u1.Ordinal);
-            if (fOrdinal ? lpName == nullptr && IMAGE_ORDINAL(lpWhat->u1.Ordinal) == wOrdinal
-                         : lpName != nullptr &&
-                               strcmp(At<IMAGE_IMPORT_BY_NAME>(hModule, static_cast<DWORD>(lpWhat->u1.AddressOfData))->Name,
-                                      lpName) == 0) {
+            if (fOrdinal
+                    ? lpName == nullptr && IMAGE_ORDINAL(lpWhat->u1.Ordinal) == wOrdinal
+                    : lpName != nullptr &&
+                          strcmp(At<IMAGE_IMPORT_BY_NAME>(hModule, static_cast<DWORD>(lpWhat->u1.AddressOfData))->Name,
+                                 lpName) == 0) {
                 return reinterpret_cast<void**>(&lpWhere->u1.Function);
             }
         }

@@ -1,5 +1,6 @@
 /*
- * tnwlog.dll of a test's own home, bound by ordinal as the product binds it, but at run time: each test loads a fresh copy.
+ * tnwlog.dll of a test's own home, bound by ordinal as the product binds it, but at run time: each test loads a fresh
+ * copy.
  */
 #ifndef TNWLOG_API_H
 #define TNWLOG_API_H
@@ -7,9 +8,8 @@
 #include "test_home.h"
 #include "tnwlog.h"
 
-class TnwLogApi
-{
-public:
+class TnwLogApi {
+  public:
     explicit TnwLogApi(const std::wstring& path) : m_hModule(LoadLibraryW(path.c_str()))
     {
         Bind(log_init, 1);
@@ -23,11 +23,17 @@ public:
         Bind(log_util_write, 21);
         Bind(log_util_rotate, 22);
     }
-    ~TnwLogApi() { FreeLibrary(m_hModule); }
+    ~TnwLogApi()
+    {
+        FreeLibrary(m_hModule);
+    }
     TnwLogApi(const TnwLogApi&) = delete;
     TnwLogApi& operator=(const TnwLogApi&) = delete;
 
-    HMODULE Module() const { return m_hModule; } /* NULL: not loaded */
+    HMODULE Module() const
+    {
+        return m_hModule;
+    } /* NULL: not loaded */
 
     decltype(&::log_init)           log_init = nullptr;
     decltype(&::log_term)           log_term = nullptr;
@@ -40,7 +46,7 @@ public:
     decltype(&::log_util_write)     log_util_write = nullptr;
     decltype(&::log_util_rotate)    log_util_rotate = nullptr;
 
-private:
+  private:
     template <class F> void Bind(F& lpRoutine, WORD wOrdinal)
     {
         lpRoutine = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(m_hModule, MAKEINTRESOURCEA(wOrdinal))));

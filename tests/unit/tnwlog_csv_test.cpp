@@ -6,10 +6,10 @@ namespace {
 
 using testing::ElementsAre;
 
-const char* const HEADER = "\"(PDH-CSV 4.0)\",\"\\\\SERVER1\\a\"";
-const char* const HEADER_2 = "\"(PDH-CSV 4.0)\",\"\\\\SERVER1\\b\"";
+const char* const    HEADER = "\"(PDH-CSV 4.0)\",\"\\\\SERVER1\\a\"";
+const char* const    HEADER_2 = "\"(PDH-CSV 4.0)\",\"\\\\SERVER1\\b\"";
 const wchar_t* const CSV = L"perf\\nmp1.csv";
-const DWORD MAX_LINE = 13440;
+const DWORD          MAX_LINE = 13440;
 
 DWORD g_shortWrite, g_writeError;
 
@@ -19,7 +19,8 @@ BOOL WINAPI WriteHook(HANDLE hFile, LPCVOID lpData, DWORD dwLength, LPDWORD lpdw
         SetLastError(g_writeError);
         return FALSE;
     }
-    return WriteFile(hFile, lpData, g_shortWrite != 0 && g_shortWrite < dwLength ? g_shortWrite : dwLength, lpdwWritten, lpAt);
+    return WriteFile(hFile, lpData, g_shortWrite != 0 && g_shortWrite < dwLength ? g_shortWrite : dwLength, lpdwWritten,
+                     lpAt);
 }
 
 LPVOID WINAPI NoMemory(HANDLE, DWORD, SIZE_T)
@@ -33,10 +34,12 @@ BOOL WINAPI NoCut(HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD)
     return FALSE;
 }
 
-class Csv : public TnwLogTest
-{
-protected:
-    Csv() { g_shortWrite = g_writeError = 0; }
+class Csv : public TnwLogTest {
+  protected:
+    Csv()
+    {
+        g_shortWrite = g_writeError = 0;
+    }
     void TearDown() override
     {
         if (hFile != nullptr) {
@@ -56,9 +59,18 @@ protected:
         Restart();
         EXPECT_EQ(Open(lpHeader), TNWLOG_OK);
     }
-    DWORD Put(const std::string& line) { return api->log_util_write(hFile, "%s", line.c_str()); }
-    DWORD Rotate(const char* lpHeader) { return api->log_util_rotate(hFile, MAX_LINE, lpHeader); }
-    std::vector<std::string> File(const wchar_t* lpFile = CSV) { return Lines(home.Read(lpFile)); }
+    DWORD Put(const std::string& line)
+    {
+        return api->log_util_write(hFile, "%s", line.c_str());
+    }
+    DWORD Rotate(const char* lpHeader)
+    {
+        return api->log_util_rotate(hFile, MAX_LINE, lpHeader);
+    }
+    std::vector<std::string> File(const wchar_t* lpFile = CSV)
+    {
+        return Lines(home.Read(lpFile));
+    }
 
     HTNWCSV hFile = nullptr;
 };
@@ -129,7 +141,7 @@ TEST_F(Csv, AnEmptyLineIsALine)
 
 TEST_F(Csv, ALineThatWouldPassTheBoundStartsAFileWithTheHeader)
 {
-    const std::string line(400, 'x'); // header 30 + 2, lines 402: two fit into 1024, three do not
+    const std::string line(400, 'x');  // header 30 + 2, lines 402: two fit into 1024, three do not
 
     Open(HEADER, 1, 3);
     for (int n = 0; n < 3; n++) {
@@ -141,7 +153,7 @@ TEST_F(Csv, ALineThatWouldPassTheBoundStartsAFileWithTheHeader)
 
 TEST_F(Csv, AFileMayReachItsBoundToTheByte)
 {
-    const size_t      cHeader = strlen(HEADER) + 2;
+    const size_t cHeader = strlen(HEADER) + 2;
 
     Open(HEADER, 1, 3);
     EXPECT_EQ(Put("short"), TNWLOG_OK);
@@ -193,7 +205,8 @@ TEST_F(Csv, GenerationsBeyondALoweredNumberGoWithTheNextRotation)
 
 TEST_F(Csv, FilesOfOtherDisksAreNoGenerations)
 {
-    for (const wchar_t* lpName : { L"perf\\nmp1_raw.csv", L"perf\\nmp10.csv", L"perf\\nmp1.9.txt", L"perf\\nmp1.09.csv" }) {
+    for (const wchar_t* lpName :
+         { L"perf\\nmp1_raw.csv", L"perf\\nmp10.csv", L"perf\\nmp1.9.txt", L"perf\\nmp1.09.csv" }) {
         home.Write(lpName, "x\r\n");
     }
     Open(HEADER, 64, 0);
@@ -278,8 +291,8 @@ TEST_F(Csv, AFileOfNulsAloneIsAnEmptyFile)
     EXPECT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" });
 }
 
-// The machine went down while the last two lines were on their way to the disk: whatever of them arrived, with or without
-// NULs behind it, the file goes on without a line made of two.
+// The machine went down while the last two lines were on their way to the disk: whatever of them arrived, with or
+// without NULs behind it, the file goes on without a line made of two.
 TEST_F(Csv, CutAtAnyByteTheFileGoesOnWithWholeLines)
 {
     const std::string header = std::string(HEADER) + "\r\n", one = "\"01\",\"123\"\r\n", two = "\"02\",\"456\"\r\n";
@@ -618,16 +631,18 @@ TEST_F(Csv, OneHundredAndThirtyFilesAreOpenAtOnce)
     std::vector<HTNWCSV> files(130);
 
     for (size_t n = 0; n < files.size(); n++) {
-        ASSERT_EQ(api->log_util_init(("file" + std::to_string(n)).c_str(), &files[n], 3, 0, 64, 3, MAX_LINE, HEADER, 0, 0),
-                  TNWLOG_OK);
+        ASSERT_EQ(
+            api->log_util_init(("file" + std::to_string(n)).c_str(), &files[n], 3, 0, 64, 3, MAX_LINE, HEADER, 0, 0),
+            TNWLOG_OK);
     }
     for (size_t n = 0; n < files.size(); n++) {
         EXPECT_EQ(api->log_util_write(files[n], "%d", static_cast<int>(n)), TNWLOG_OK);
     }
     for (size_t n = 0; n < files.size(); n++) {
-        EXPECT_THAT(File((L"perf\\file" + std::to_wstring(n) + L".csv").c_str()), ElementsAre(HEADER, std::to_string(n)));
+        EXPECT_THAT(File((L"perf\\file" + std::to_wstring(n) + L".csv").c_str()),
+                    ElementsAre(HEADER, std::to_string(n)));
         EXPECT_EQ(api->log_util_term(files[n]), TNWLOG_OK);
     }
 }
 
-} // namespace
+}  // namespace

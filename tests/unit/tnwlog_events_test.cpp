@@ -40,9 +40,8 @@ void WINAPI TimeHook(LPSYSTEMTIME lpTime)
     *lpTime = { 2026, 12, 4, 31, 23, 59, 59, 7 };
 }
 
-class EventLog : public TnwLogTest
-{
-protected:
+class EventLog : public TnwLogTest {
+  protected:
     void SetUp() override
     {
         g_reported.clear();
@@ -52,7 +51,10 @@ protected:
         Hook("kernel32.dll", "GetLocalTime", TimeHook);
         ASSERT_EQ(api->log_init("diskperf", &hLog, 0, 1, 0, "key"), TNWLOG_OK);
     }
-    void TearDown() override { api->log_term(hLog); }
+    void TearDown() override
+    {
+        api->log_term(hLog);
+    }
 
     void Raise(DWORD dwEvent, const char* lpText = "")
     {
@@ -79,9 +81,7 @@ void PrintTo(const Event& event, std::ostream* lpOut)
     *lpOut << std::hex << event.dwEvent;
 }
 
-class EachEvent : public EventLog, public testing::WithParamInterface<Event>
-{
-};
+class EachEvent : public EventLog, public testing::WithParamInterface<Event> {};
 
 TEST_P(EachEvent, IsReportedAndStandsInTheFileInWords)
 {
@@ -92,18 +92,24 @@ TEST_P(EachEvent, IsReportedAndStandsInTheFileInWords)
     EXPECT_EQ(g_reported[0].dwEvent, GetParam().dwEvent);
     EXPECT_EQ(g_reported[0].wStrings, 0);
     EXPECT_THAT(Entry(), StartsWith(std::string("2026/12/31 23:59:59.007 ") + GetParam().lpEntry));
-    EXPECT_THAT(Entry(), EndsWith(".")); // whole sentences, no line end of the table left
+    EXPECT_THAT(Entry(), EndsWith("."));  // whole sentences, no line end of the table left
     EXPECT_THAT(Entry(), Not(HasSubstr("%")));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     All, EachEvent,
-    testing::Values(Event{ 0xC00012C5, EVENTLOG_ERROR_TYPE, "ERROR 0xC00012C5 A worker thread of the disk performance library stopped on an error." },
-                    Event{ 0x800012C1, EVENTLOG_WARNING_TYPE, "WARNING 0x800012C1 The performance figures of the mirror disks cannot be collected" },
-                    Event{ 0x400012C2, EVENTLOG_INFORMATION_TYPE, "INFORMATION 0x400012C2 The performance figures of the mirror disks are collected again." },
-                    Event{ 0x800012C3, EVENTLOG_WARNING_TYPE, "WARNING 0x800012C3 Performance CSV logs cannot be written." },
-                    Event{ 0x400012C4, EVENTLOG_INFORMATION_TYPE, "INFORMATION 0x400012C4 All performance CSV logs are written again." },
-                    Event{ 0xC00012C6, EVENTLOG_ERROR_TYPE, "ERROR 0xC00012C6 No further program can read the performance counters" }));
+    testing::Values(Event{ 0xC00012C5, EVENTLOG_ERROR_TYPE,
+                           "ERROR 0xC00012C5 A worker thread of the disk performance library stopped on an error." },
+                    Event{ 0x800012C1, EVENTLOG_WARNING_TYPE,
+                           "WARNING 0x800012C1 The performance figures of the mirror disks cannot be collected" },
+                    Event{ 0x400012C2, EVENTLOG_INFORMATION_TYPE,
+                           "INFORMATION 0x400012C2 The performance figures of the mirror disks are collected again." },
+                    Event{ 0x800012C3, EVENTLOG_WARNING_TYPE,
+                           "WARNING 0x800012C3 Performance CSV logs cannot be written." },
+                    Event{ 0x400012C4, EVENTLOG_INFORMATION_TYPE,
+                           "INFORMATION 0x400012C4 All performance CSV logs are written again." },
+                    Event{ 0xC00012C6, EVENTLOG_ERROR_TYPE,
+                           "ERROR 0xC00012C6 No further program can read the performance counters" }));
 
 TEST_F(EventLog, TheTraceLogHasALineOfItToo)
 {
@@ -177,7 +183,7 @@ TEST_F(EventLog, AMissingFolderStillReports)
 TEST_F(EventLog, TheFileRotatesLikeTheOthers)
 {
     for (int n = 0; n < 12; n++) {
-        Raise(0x400012C4, std::string(500, 'x').c_str()); // bound 1 KiB: two entries fill a file
+        Raise(0x400012C4, std::string(500, 'x').c_str());  // bound 1 KiB: two entries fill a file
     }
     EXPECT_TRUE(home.Exists(L"log\\diskperf_event.1.log"));
     EXPECT_TRUE(home.Exists(L"log\\diskperf_event.5.log"));
@@ -195,4 +201,4 @@ TEST_F(EventLog, EntriesOfSeveralLogsShareOneFileInOrder)
     api->log_term(hOther);
 }
 
-} // namespace
+}  // namespace

@@ -1,6 +1,6 @@
 /*
- * A fresh home with tnwlog.dll and tnwmsg.dll in it, the library loaded from there, and hooks that take the place of the
- * system calls a test wants to see or to fail.
+ * A fresh home with tnwlog.dll and tnwmsg.dll in it, the library loaded from there, and hooks that take the place of
+ * the system calls a test wants to see or to fail.
  */
 #ifndef TNWLOG_FIXTURE_H
 #define TNWLOG_FIXTURE_H
@@ -16,9 +16,8 @@
 
 using Names = std::vector<std::wstring>;
 
-class TnwLogTest : public testing::Test
-{
-protected:
+class TnwLogTest : public testing::Test {
+  protected:
     explicit TnwLogTest(const wchar_t* lpLeaf = L"home") : home(lpLeaf)
     {
         home.Install(L"tnwmsg.dll");

@@ -55,10 +55,12 @@ const Title g_aTitle[] = {
     { 40, "_Total" },
 };
 
-class Strings : public TnwLogTest
-{
-protected:
-    void SetUp() override { ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_OK); }
+class Strings : public TnwLogTest {
+  protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_OK);
+    }
     void TearDown() override
     {
         if (hTable != nullptr) {
@@ -70,9 +72,7 @@ protected:
     char        szText[128] = "untouched";
 };
 
-class EachString : public Strings, public testing::WithParamInterface<Title>
-{
-};
+class EachString : public Strings, public testing::WithParamInterface<Title> {};
 
 TEST_P(EachString, ReadsBackWithoutLineEndAndWithSinglePercentSigns)
 {
@@ -102,7 +102,7 @@ TEST_F(Strings, ANumberThatIsNotThereLeavesTheTextUntouched)
 
 TEST_F(Strings, ATextThatDoesNotFitWithItsNulLeavesTheBufferUntouched)
 {
-    EXPECT_EQ(api->TnwFormatMessage(hTable, 39, szText, 3, 0), TNWLOG_TEXT_TOO_LONG); // NMP needs 4
+    EXPECT_EQ(api->TnwFormatMessage(hTable, 39, szText, 3, 0), TNWLOG_TEXT_TOO_LONG);  // NMP needs 4
     EXPECT_EQ(api->TnwFormatMessage(hTable, 39, szText, 0, 0), TNWLOG_TEXT_TOO_LONG);
     EXPECT_STREQ(szText, "untouched");
     EXPECT_EQ(api->TnwFormatMessage(hTable, 39, szText, 4, 0), TNWLOG_OK);
@@ -179,4 +179,4 @@ TEST_F(TnwLogTest, ExportsByOrdinalAlone)
     EXPECT_EQ(GetProcAddress(api->Module(), MAKEINTRESOURCEA(23)), nullptr);
 }
 
-} // namespace
+}  // namespace

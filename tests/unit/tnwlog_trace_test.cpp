@@ -11,17 +11,17 @@ using testing::HasSubstr;
 
 // What the hooks below answer and count. Reset before each test.
 struct Calls {
-    int        waits = 0, writes = 0, releases = 0, times = 0, formats = 0, allocations = 0, opens = 0, moves = 0;
-    DWORD      waitResult = WAIT_OBJECT_0;
-    DWORD      failMoveAt = 0;    // the n-th rename from now fails as if the file were held
-    DWORD      shortWrite = 0;    // not 0: WriteFile writes so many bytes less, and succeeds
-    DWORD      writeError = 0;    // not 0: WriteFile fails with it
-    bool       refuseRead = false;
-    bool       mutexRefused = false;
-    ULONGLONG  ticks = 1000000;
+    int       waits = 0, writes = 0, releases = 0, times = 0, formats = 0, allocations = 0, opens = 0, moves = 0;
+    DWORD     waitResult = WAIT_OBJECT_0;
+    DWORD     failMoveAt = 0;  // the n-th rename from now fails as if the file were held
+    DWORD     shortWrite = 0;  // not 0: WriteFile writes so many bytes less, and succeeds
+    DWORD     writeError = 0;  // not 0: WriteFile fails with it
+    bool      refuseRead = false;
+    bool      mutexRefused = false;
+    ULONGLONG ticks = 1000000;
     std::vector<DWORD>       waitTimes;
     std::vector<std::string> mutexNames;
-    int        nullDacls = 0;
+    int                      nullDacls = 0;
 } g_calls;
 
 DWORD WINAPI WaitHook(HANDLE hObject, DWORD dwMs)
@@ -98,8 +98,8 @@ HANDLE WINAPI MutexHook(LPSECURITY_ATTRIBUTES lpSa, BOOL bOwner, LPCWSTR lpName)
     BOOL               bPresent = FALSE, bDefault = FALSE;
 
     g_calls.mutexNames.push_back(std::string(name.begin(), name.end()));
-    if (lpSa != nullptr && GetSecurityDescriptorDacl(lpSa->lpSecurityDescriptor, &bPresent, &lpDacl, &bDefault) && bPresent &&
-        lpDacl == nullptr) {
+    if (lpSa != nullptr && GetSecurityDescriptorDacl(lpSa->lpSecurityDescriptor, &bPresent, &lpDacl, &bDefault) &&
+        bPresent && lpDacl == nullptr) {
         g_calls.nullDacls++;
     }
     if (g_calls.mutexRefused) {
@@ -109,10 +109,12 @@ HANDLE WINAPI MutexHook(LPSECURITY_ATTRIBUTES lpSa, BOOL bOwner, LPCWSTR lpName)
     return CreateMutexW(lpSa, bOwner, lpName);
 }
 
-class Trace : public TnwLogTest
-{
-protected:
-    explicit Trace(const wchar_t* lpLeaf = L"home") : TnwLogTest(lpLeaf) { g_calls = Calls(); }
+class Trace : public TnwLogTest {
+  protected:
+    explicit Trace(const wchar_t* lpLeaf = L"home") : TnwLogTest(lpLeaf)
+    {
+        g_calls = Calls();
+    }
 
     HTNWLOG Open(DWORD dwLevel = 0x3F, DWORD dwSize = 64, const char* lpName = "diskperf")
     {
@@ -151,7 +153,10 @@ protected:
     }
 
     // A line that makes a file of 1 KiB full: the next line starts a new one.
-    static std::string Big(const std::string& mark) { return mark + std::string(1100, '.'); }
+    static std::string Big(const std::string& mark)
+    {
+        return mark + std::string(1100, '.');
+    }
 };
 
 /* ---- The line ---- */
@@ -161,9 +166,10 @@ TEST_F(Trace, ALineHasTimeProcessThreadLevelPlaceAndText)
     HTNWLOG hLog = Open();
 
     Hook("kernel32.dll", "GetLocalTime", TimeHook);
-    api->log_write(hLog, TNWLOG_ERROR, 0, "diskperf/src/diskperf_shm", 123, "_DkpfShmOpenMapping", " failed. <W32Err=%d>", 5);
-    EXPECT_EQ(home.Read(L"log\\diskperf.log"), "2026/03/07 14:05:09.042 " + std::to_string(GetCurrentProcessId()) + ":" +
-                                                   std::to_string(GetCurrentThreadId()) +
+    api->log_write(hLog, TNWLOG_ERROR, 0, "diskperf/src/diskperf_shm", 123, "_DkpfShmOpenMapping",
+                   " failed. <W32Err=%d>", 5);
+    EXPECT_EQ(home.Read(L"log\\diskperf.log"), "2026/03/07 14:05:09.042 " + std::to_string(GetCurrentProcessId()) +
+                                                   ":" + std::to_string(GetCurrentThreadId()) +
                                                    " 0x0001 diskperf/src/diskperf_shm(123) _DkpfShmOpenMapping:"
                                                    " failed. <W32Err=5>\r\n");
     api->log_term(hLog);
@@ -206,7 +212,7 @@ TEST_F(Trace, ATextBeyondTheLongestLineIsCutAndTheLineEnds)
     Put(hLog, std::string(20000, 'x'));
     Put(hLog, "next");
     text = home.Read(L"log\\diskperf.log");
-    EXPECT_EQ(text.find("\r\n"), 16382u); // 16,384 with the line end
+    EXPECT_EQ(text.find("\r\n"), 16382u);  // 16,384 with the line end
     EXPECT_THAT(text, EndsWith("Routine:next\r\n"));
     api->log_term(hLog);
 }
@@ -281,7 +287,7 @@ TEST_F(Trace, AWrittenLineTakesOneLockOneFormatAndOneWriteAndAllocatesNothing)
 {
     HTNWLOG hLog = Open();
 
-    Hook("kernel32.dll", "GetTickCount64", TickHook); // stands still: the file was opened just now
+    Hook("kernel32.dll", "GetTickCount64", TickHook);  // stands still: the file was opened just now
     Put(hLog, "opens the file");
     Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
     Hook("kernel32.dll", "ReleaseMutex", ReleaseHook);
@@ -363,7 +369,7 @@ TEST_F(Trace, LogsOfDifferentNamesDoNotMix)
 
 TEST_F(Trace, AWriterNoticesThatAnotherOneRotated)
 {
-    HTNWLOG hOne = Open(0x3F, 1), hTwo = Open(0x3F, 1); // as in two processes: each with a handle of its own
+    HTNWLOG hOne = Open(0x3F, 1), hTwo = Open(0x3F, 1);  // as in two processes: each with a handle of its own
 
     Put(hOne, "one");
     Put(hTwo, Big("two"));
@@ -379,7 +385,7 @@ TEST_F(Trace, AnIdleWriterHoldsUpNoRotationHoweverOldItsFileIs)
 {
     HTNWLOG hIdle = Open(0x3F, 1), hBusy = Open(0x3F, 1);
 
-    Put(hIdle, Big("oldest")); // stays open in this handle through all that follows
+    Put(hIdle, Big("oldest"));  // stays open in this handle through all that follows
     for (int n = 0; n < 18; n++) {
         Put(hBusy, Big(std::to_string(n)));
     }
@@ -398,7 +404,7 @@ TEST_F(Trace, ALargerBoundInOneProcessEndsWithinASecond)
     Hook("kernel32.dll", "GetTickCount64", TickHook);
     Put(hLarge, "large");
     Put(hSmall, Big("small"));
-    Put(hSmall, "small again"); // rotated; for the other the renamed file is not full
+    Put(hSmall, "small again");  // rotated; for the other the renamed file is not full
     Put(hLarge, "late");
     g_calls.ticks += 1000;
     Put(hLarge, "in time");
@@ -437,7 +443,7 @@ TEST_F(Trace, AGapLeftByAKilledRotationIsFilledAndNothingIsLost)
     home.Write(L"log\\diskperf.log", Big("current") + "\r\n");
     hLog = Open(0x3F, 1);
     Put(hLog, "new");
-    EXPECT_EQ(home.Read(L"log\\diskperf.15.log"), "15\r\n"); // above the gap nothing moves
+    EXPECT_EQ(home.Read(L"log\\diskperf.15.log"), "15\r\n");  // above the gap nothing moves
     EXPECT_EQ(home.Read(L"log\\diskperf.5.log"), "5\r\n");
     EXPECT_EQ(home.Read(L"log\\diskperf.4.log"), "3\r\n");
     EXPECT_EQ(home.Read(L"log\\diskperf.2.log"), "1\r\n");
@@ -450,7 +456,7 @@ TEST_F(Trace, AMissingCurrentFileAfterAKilledRotationIsMadeAnew)
 {
     HTNWLOG hLog = nullptr;
 
-    home.Write(L"log\\diskperf.1.log", "older\r\n"); // killed between the last rename and the creation
+    home.Write(L"log\\diskperf.1.log", "older\r\n");  // killed between the last rename and the creation
     hLog = Open(0x3F, 1);
     Put(hLog, "new");
     EXPECT_EQ(home.Read(L"log\\diskperf.1.log"), "older\r\n");
@@ -495,7 +501,7 @@ TEST_F(Trace, AReaderOfTheCurrentFileDelaysTheRotationAndNoLine)
     HANDLE  hReader = nullptr;
 
     Put(hLog, Big("a"));
-    hReader = home.Hold(L"log\\diskperf.log", FILE_SHARE_READ | FILE_SHARE_WRITE); // as most programs open files
+    hReader = home.Hold(L"log\\diskperf.log", FILE_SHARE_READ | FILE_SHARE_WRITE);  // as most programs open files
     Put(hLog, "b");
     EXPECT_THAT(Texts(), ElementsAre(Big("a"), "b"));
     CloseHandle(hReader);
@@ -504,9 +510,7 @@ TEST_F(Trace, AReaderOfTheCurrentFileDelaysTheRotationAndNoLine)
     api->log_term(hLog);
 }
 
-class FailingRename : public Trace, public testing::WithParamInterface<int>
-{
-};
+class FailingRename : public Trace, public testing::WithParamInterface<int> {};
 
 TEST_P(FailingRename, LosesNoLineAndTheNextRotationGoesOn)
 {
@@ -542,7 +546,7 @@ TEST_F(Trace, AMissingFolderCostsLinesNeverAStart)
     ASSERT_NE(hLog, nullptr);
     Put(hLog, "lost");
     Put(hLog, "lost too");
-    EXPECT_FALSE(home.Exists(L"log")); // set-up makes it, with the right access
+    EXPECT_FALSE(home.Exists(L"log"));  // set-up makes it, with the right access
     home.MakeFolder(L"log");
     Put(hLog, "here");
     ASSERT_EQ(Texts().size(), 2u);
@@ -603,7 +607,7 @@ TEST_F(Trace, ARefusedWriteIsCountedAndTheNextLineTriesAgain)
     HTNWLOG hLog = Open();
 
     Hook("kernel32.dll", "WriteFile", WriteHook);
-    for (DWORD dwW32 : { 112u, 5u, 21u }) { // full, refused, not ready
+    for (DWORD dwW32 : { 112u, 5u, 21u }) {  // full, refused, not ready
         g_calls.writeError = dwW32;
         Put(hLog, "lost");
     }
@@ -701,7 +705,7 @@ TEST_F(Trace, LinesWithoutTheLockAreCountedAndToldWhenItAnswersAgain)
     Put(hLog, "c");
     Put(hLog, "d");
     ASSERT_EQ(Texts().size(), 5u);
-    EXPECT_EQ(Texts()[2], "c"); // whether the lock answers shows only when this line has it
+    EXPECT_EQ(Texts()[2], "c");  // whether the lock answers shows only when this line has it
     EXPECT_THAT(Texts()[3], HasSubstr(": 2 lines were written without the lock"));
     EXPECT_EQ(Texts()[4], "d");
     api->log_term(hLog);
@@ -728,7 +732,7 @@ TEST_F(Trace, ALockWhoseOwnerWasKilledIsTaken)
     Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
     g_calls.waitResult = WAIT_ABANDONED;
     Put(hLog, "new");
-    EXPECT_THAT(Texts(), ElementsAre("new")); // rotated: that is for the lock's owner alone
+    EXPECT_THAT(Texts(), ElementsAre("new"));  // rotated: that is for the lock's owner alone
     api->log_term(hLog);
 }
 
@@ -753,7 +757,7 @@ TEST_F(Trace, WrongArgumentsAreRefusedAndSetNoHandle)
         const char* lpName;
         DWORD       dwSize, dwReserved;
         const char* lpKey;
-    } const aCase[] = { { nullptr, 64, 0, "k" }, { "", 64, 0, "k" },     { "l", 0, 0, "k" },    { "l", 4194304, 0, "k" },
+    } const aCase[] = { { nullptr, 64, 0, "k" }, { "", 64, 0, "k" },      { "l", 0, 0, "k" }, { "l", 4194304, 0, "k" },
                         { "l", 64, 1, "k" },     { "l", 64, 0, nullptr }, { "l", 64, 0, "" } };
 
     for (const auto& c : aCase) {
@@ -769,7 +773,8 @@ TEST_F(Trace, NamesThatLeadOutOfTheFolderOrMeanAnotherFileAreRefused)
     const std::string longest(64, 'n'), tooLong(65, 'n');
     HTNWLOG           hLog = nullptr;
 
-    for (const char* lpName : { "..", "..\\etc", "a/b", "c:d", "a.b", "a*", "a?", "a\"", "a<", "a>", "a|", "a\tb", tooLong.c_str() }) {
+    for (const char* lpName :
+         { "..", "..\\etc", "a/b", "c:d", "a.b", "a*", "a?", "a\"", "a<", "a>", "a|", "a\tb", tooLong.c_str() }) {
         EXPECT_EQ(api->log_init(lpName, &hLog, 1, 64, 0, "k"), TNWLOG_INVALID_ARGUMENT) << lpName;
     }
     hLog = Open(0x3F, 64, longest.c_str());
@@ -784,7 +789,7 @@ TEST_F(Trace, ClosingWhatIsNotOpenIsRefused)
 
     ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_OK);
     EXPECT_EQ(api->log_term(nullptr), TNWLOG_INVALID_ARGUMENT);
-    EXPECT_EQ(api->log_term(reinterpret_cast<HTNWLOG>(hTable)), TNWLOG_INVALID_ARGUMENT); // open, but no log
+    EXPECT_EQ(api->log_term(reinterpret_cast<HTNWLOG>(hTable)), TNWLOG_INVALID_ARGUMENT);  // open, but no log
     EXPECT_EQ(api->log_term(hLog), TNWLOG_OK);
     EXPECT_EQ(api->log_term(hLog), TNWLOG_INVALID_ARGUMENT);
     EXPECT_EQ(api->TnwFreeStringTable(hTable), TNWLOG_OK);
@@ -806,10 +811,11 @@ TEST_F(Trace, WithoutMemoryNoLogOpensAndNothingStaysBehind)
 
 /* ---- The home ---- */
 
-class OtherLetters : public Trace
-{
-protected:
-    OtherLetters() : Trace(L"H\u00E4user \u6771\u4EAC") {}
+class OtherLetters : public Trace {
+  protected:
+    OtherLetters() : Trace(L"H\u00E4user \u6771\u4EAC")
+    {
+    }
 };
 
 TEST_F(OtherLetters, AHomeWithOtherLettersIsAHome)
@@ -821,10 +827,11 @@ TEST_F(OtherLetters, AHomeWithOtherLettersIsAHome)
     api->log_term(hLog);
 }
 
-class DeepHome : public Trace
-{
-protected:
-    DeepHome() : Trace((std::wstring(120, L'a') + L"\\" + std::wstring(120, L'b')).c_str()) {}
+class DeepHome : public Trace {
+  protected:
+    DeepHome() : Trace((std::wstring(120, L'a') + L"\\" + std::wstring(120, L'b')).c_str())
+    {
+    }
 };
 
 TEST_F(DeepHome, APathOfMoreThan260CharactersIsNoLimit)
@@ -837,4 +844,4 @@ TEST_F(DeepHome, APathOfMoreThan260CharactersIsNoLimit)
     api->log_term(hLog);
 }
 
-} // namespace
+}  // namespace
