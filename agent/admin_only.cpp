@@ -26,4 +26,4 @@ SECURITY_ATTRIBUTES* AdminOnly::Attributes()
     return m_attributes.lpSecurityDescriptor != nullptr ? &m_attributes : nullptr;
 }
 
-}
+}  // namespace dkpf

@@ -46,7 +46,7 @@ AgentExit AgentLife::Run()
     return BringDown();
 }
 
-/* ---- Start -------------------------------------------------------------------------------------------------------- */
+/* ---- Start ---- */
 
 AgentExit AgentLife::BecomeProducer()
 {
@@ -118,7 +118,7 @@ AgentExit AgentLife::BringUp()
     return AGENT_STOPPED;
 }
 
-/* ---- Running ------------------------------------------------------------------------------------------------------ */
+/* ---- Running ---- */
 
 void AgentLife::Serve()
 {
@@ -161,8 +161,8 @@ void AgentLife::Reload()
         record.waiting = split.waiting;
         for (size_t index : split.takenOver)
             (*m_state.inForce)[index] = verdict.values[index];
-        AGENT_LINE(TNWLOG_NOTICE, " reload: taken over: " +
-                                      (split.takenOver.empty() ? "nothing new" : SettingList(split.takenOver)));
+        AGENT_LINE(TNWLOG_NOTICE,
+                   " reload: taken over: " + (split.takenOver.empty() ? "nothing new" : SettingList(split.takenOver)));
         if (!split.waiting.empty())
             AGENT_LINE(TNWLOG_WARNING, " reload: waits for a restart of the agent: " + SettingList(split.waiting));
     }
@@ -184,7 +184,7 @@ void AgentLife::LookAtClock()
     Save();
 }
 
-/* ---- End ---------------------------------------------------------------------------------------------------------- */
+/* ---- End ---- */
 
 AgentExit AgentLife::BringDown()
 {
@@ -208,7 +208,7 @@ AgentExit AgentLife::BringDown()
     return code;
 }
 
-/* ---- Records ------------------------------------------------------------------------------------------------------ */
+/* ---- Records ---- */
 
 AgentExit AgentLife::GiveUp(AgentExit code, const std::string& failure)
 {
@@ -237,4 +237,4 @@ std::string AgentLife::Now()
     return IsoTime(m_ports.clock.LocalTime(), m_state.utcOffsetMinutes);
 }
 
-}
+}  // namespace dkpf

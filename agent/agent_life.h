@@ -21,13 +21,13 @@ struct AgentIdentity {
 };
 
 class AgentLife {
-public:
+  public:
     AgentLife(const AgentPorts& ports, const AgentIdentity& identity);
 
     /* Runs until the supervisor wants the end or the start fails. @return exit code */
     AgentExit Run();
 
-private:
+  private:
     AgentExit BecomeProducer();
     AgentExit CheckConfiguration();
     void      StartDriver();
@@ -48,6 +48,6 @@ private:
     bool        m_unsaved = false;  // the last save failed; the next tick tries again
 };
 
-}
+}  // namespace dkpf
 
 #endif

@@ -1,5 +1,6 @@
 /*
- * What the agent's life needs from its surroundings. Each is a thin piece of Win32 in the program and a double in the tests.
+ * What the agent's life needs from its surroundings. Each is a thin piece of Win32 in the program and a double in the
+ * tests.
  */
 #ifndef DKPF_AGENT_AGENT_PORTS_H
 #define DKPF_AGENT_AGENT_PORTS_H
@@ -18,14 +19,15 @@ enum class GuardResult { Taken, OtherAgent, NoRight, Failed };
 
 /* Makes sure that this process is the machine's one producer: a second one would wipe the live region. */
 class ProducerGuard {
-public:
+  public:
     virtual ~ProducerGuard() = default;
-    /* @param words  receives the reason where not Taken; one sentence without a period. Released by the process's end. */
+    /* @param words  receives the reason where not Taken; one sentence without a period. Released by the process's end.
+     */
     virtual GuardResult Take(std::string* words) = 0;
 };
 
 class Product {
-public:
+  public:
     virtual ~Product() = default;
     virtual bool Initialize(DWORD* code) = 0;
     virtual bool Reinitialize(DWORD* code) = 0;
@@ -33,20 +35,21 @@ public:
 };
 
 class Configuration {
-public:
+  public:
     virtual ~Configuration() = default;
     virtual ConfigVerdict Check() = 0;
 };
 
 /* The driver's service. */
 class DriverService {
-public:
+  public:
     virtual ~DriverService() = default;
     /* @param stopAsked  asked now and then; TRUE ends the wait. Returns after limitMs at the latest. */
     virtual ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) = 0;
 };
 
-/* Where a line comes from, as the log shows it. The source is a constant name, so that no path of a build machine gets in. */
+/* Where a line comes from, as the log shows it. The source is a constant name, so that no path of a build machine gets
+ * in. */
 struct SourcePlace {
     const char* source;
     int         line;
@@ -55,20 +58,20 @@ struct SourcePlace {
 
 /* Lines of the agent's own life: in the module log, in the foreground also on the console. */
 class Journal {
-public:
+  public:
     virtual ~Journal() = default;
     virtual void Open(DWORD level, DWORD sizeKiB) = 0;
     virtual void Line(DWORD level, const SourcePlace& place, const std::string& text) = 0;
 };
 
 class StateStore {
-public:
+  public:
     virtual ~StateStore() = default;
     virtual DWORD Save(const AgentState& state) = 0;  // 0, or the system's error number
 };
 
 class Clock {
-public:
+  public:
     virtual ~Clock() = default;
     virtual SYSTEMTIME LocalTime() = 0;
     virtual int        UtcOffsetMinutes() = 0;
@@ -78,7 +81,7 @@ enum class Signal { Stop, Reload, Nothing };
 
 /* Whoever started the agent: the service manager, or a person at a console. */
 class Supervisor {
-public:
+  public:
     virtual ~Supervisor() = default;
     virtual void   ReportRunning() = 0;
     virtual bool   StopAsked() = 0;
@@ -96,6 +99,6 @@ struct AgentPorts {
     Supervisor&    supervisor;
 };
 
-}
+}  // namespace dkpf
 
 #endif

@@ -13,7 +13,7 @@ namespace dkpf {
 
 /* How a form of the agent speaks to whoever started it. Called from several threads. */
 class Front {
-public:
+  public:
     virtual ~Front() = default;
     virtual bool IsConsole() const = 0;
     virtual void Running() = 0;
@@ -22,7 +22,7 @@ public:
 };
 
 class AgentProcess {
-public:
+  public:
     explicit AgentProcess(Front& front);
     ~AgentProcess();
     AgentProcess(const AgentProcess&) = delete;
@@ -32,11 +32,11 @@ public:
     void AskReload();  // any thread
     void WaitEnd();    // any thread; returns when Live is done
 
-    /* Lives until the end is asked for or the start fails; has called front.Stopped then. Does not return where the library
-     * did not come down: ends the process. */
+    /* Lives until the end is asked for or the start fails; has called front.Stopped then. Does not return where the
+     * library did not come down: ends the process. */
     AgentExit Live();
 
-private:
+  private:
     AgentExit LiveAlone();
 
     Front& m_front;
@@ -49,6 +49,6 @@ private:
 int RunAsService();
 int RunInForeground();
 
-}
+}  // namespace dkpf
 
 #endif

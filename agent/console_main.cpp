@@ -12,7 +12,7 @@ namespace dkpf {
 namespace {
 
 class ConsoleFront : public Front {
-public:
+  public:
     bool IsConsole() const override
     {
         return true;
@@ -32,7 +32,7 @@ public:
             PrintError("dkpfagent: did not come down in time: the process is ended\n");
     }
 
-private:
+  private:
     static constexpr DWORD PRINT_EACH = 5;  // s
 };
 
@@ -47,7 +47,7 @@ BOOL WINAPI OnConsoleControl(DWORD control)
     return TRUE;
 }
 
-}
+}  // namespace
 
 int RunInForeground()
 {
@@ -60,4 +60,4 @@ int RunInForeground()
     return code;
 }
 
-}
+}  // namespace dkpf

@@ -30,4 +30,4 @@ void JournalLog::Line(DWORD level, const SourcePlace& place, const std::string& 
     (wrong ? PrintError : Print)("dkpfagent: " + text.substr(start == std::string::npos ? 0 : start) + "\n");
 }
 
-}
+}  // namespace dkpf

@@ -8,8 +8,10 @@
 
 static constexpr char USAGE[] =
     "usage: dkpfagent [--console | --help | --version]\n"
-    "The disk agent: collects the samples of the mirror disks, shares them and writes the CSV files. Without an option it\n"
-    "runs as the service dkpfagent, started by the service manager; SERVICE_CONTROL_PARAMCHANGE reads the configuration\n"
+    "The disk agent: collects the samples of the mirror disks, shares them and writes the CSV files. Without an option "
+    "it\n"
+    "runs as the service dkpfagent, started by the service manager; SERVICE_CONTROL_PARAMCHANGE reads the "
+    "configuration\n"
     "again (dkpfctl config reload sends it).\n"
     "  --console   run in the foreground until Ctrl+C, Ctrl+Break or the window's close; needs an administrator\n"
     "  --version   print the version\n"

@@ -62,11 +62,11 @@ GuardResult MutexGuard::Take(std::string* words)
     const DWORD error = GetLastError();
     CloseHandle(mutex);
     if (waited == WAIT_TIMEOUT)
-        return NotTaken(GuardResult::OtherAgent,
-                        "another disk agent runs on this machine: end it first (dkpfctl status says which process it is)",
-                        words);
+        return NotTaken(
+            GuardResult::OtherAgent,
+            "another disk agent runs on this machine: end it first (dkpfctl status says which process it is)", words);
     return NotTaken(GuardResult::Failed,
                     fmt::format("the mutex {} could not be taken: {}", Narrow(m_name), SystemErrorText(error)), words);
 }
 
-}
+}  // namespace dkpf

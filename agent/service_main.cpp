@@ -17,7 +17,7 @@ namespace {
 
 /* The state that the service manager sees. Control handler, main and watch thread report; nothing follows STOPPED. */
 class ServiceFront : public Front {
-public:
+  public:
     void Attach(SERVICE_STATUS_HANDLE handle)
     {
         m_handle = handle;
@@ -54,7 +54,7 @@ public:
         SetServiceStatus(m_handle, &m_status);
     }
 
-private:
+  private:
     static constexpr DWORD START_HINT_MS = 5000;
 
     void Report(DWORD state, DWORD checkPoint, DWORD hintMs)
@@ -66,9 +66,8 @@ private:
         if (m_status.dwCurrentState == SERVICE_STOP_PENDING && state == SERVICE_RUNNING)
             return;
         m_status.dwCurrentState = state;
-        m_status.dwControlsAccepted = state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN |
-                                                                     SERVICE_ACCEPT_PARAMCHANGE
-                                                               : 0;
+        m_status.dwControlsAccepted =
+            state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_PARAMCHANGE : 0;
         m_status.dwCheckPoint = checkPoint;
         m_status.dwWaitHint = hintMs;
         if (state == SERVICE_STOPPED && m_exit != AGENT_STOPPED) {
@@ -119,11 +118,12 @@ VOID WINAPI ServiceMain(DWORD, LPWSTR*)
     g_service->process.Live();
 }
 
-}
+}  // namespace
 
 int RunAsService()
 {
-    // Never freed: the dispatcher returns as soon as STOPPED is reported, while the reporting thread is still on its way out.
+    // Never freed: the dispatcher returns as soon as STOPPED is reported, while the reporting thread is still on its
+    // way out.
     Service& service = *new Service;
     wchar_t  name[ARRAYSIZE(AGENT_SERVICE)] = {};
     wcscpy_s(name, AGENT_SERVICE);
@@ -141,4 +141,4 @@ int RunAsService()
     return AGENT_SYSTEM_FAILED;
 }
 
-}
+}  // namespace dkpf

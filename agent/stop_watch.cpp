@@ -17,4 +17,4 @@ void WatchStop(StopWatchPorts& ports)
     ports.GiveUp();
 }
 
-}
+}  // namespace dkpf

@@ -1,6 +1,6 @@
 /*
- * Watches over the agent's end: says every second that it is still under way, and gives it up when it takes too long. It
- * counts from the moment at which the stop was asked for, whatever the agent was doing then.
+ * Watches over the agent's end: says every second that it is still under way, and gives it up when it takes too long.
+ * It counts from the moment at which the stop was asked for, whatever the agent was doing then.
  */
 #ifndef DKPF_AGENT_STOP_WATCH_H
 #define DKPF_AGENT_STOP_WATCH_H
@@ -14,17 +14,17 @@ inline constexpr DWORD STOP_STEP_MS = 1000;
 inline constexpr DWORD STOP_HINT_MS = 5000;  // by when the next sign of life comes, for the service manager
 
 class StopWatchPorts {
-public:
+  public:
     virtual ~StopWatchPorts() = default;
-    virtual DWORD Tick() = 0;                         // GetTickCount, ms
-    virtual bool  WaitEnd(DWORD limitMs) = 0;         // TRUE: the agent has come to its end
+    virtual DWORD Tick() = 0;                           // GetTickCount, ms
+    virtual bool  WaitEnd(DWORD limitMs) = 0;           // TRUE: the agent has come to its end
     virtual void  StillStopping(DWORD checkPoint) = 0;  // 1, 2, ...
-    virtual void  GiveUp() = 0;                       // ends the process
+    virtual void  GiveUp() = 0;                         // ends the process
 };
 
 /* Call when the stop is asked for. Returns when the agent has ended, or behind GiveUp. */
 void WatchStop(StopWatchPorts& ports);
 
-}
+}  // namespace dkpf
 
 #endif

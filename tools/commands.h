@@ -33,6 +33,6 @@ ToolExit RunDump(const DumpOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
 
-}
+}  // namespace dkpf
 
 #endif

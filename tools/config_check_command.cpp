@@ -34,4 +34,4 @@ ToolExit RunConfigCheck(const ConfigCheckOptions& options)
     return TOOL_OK;
 }
 
-}
+}  // namespace dkpf

@@ -16,7 +16,7 @@ namespace dkpf {
 namespace {
 
 class InstalledAgent : public ReloadPorts {
-public:
+  public:
     ConfigVerdict CheckFile() override
     {
         return CheckConfiguration(nullptr);
@@ -45,11 +45,11 @@ public:
         Sleep(ms);
     }
 
-private:
+  private:
     Home m_home = HomeOfThisProgram();
 };
 
-}
+}  // namespace
 
 ToolExit RunConfigReload()
 {
@@ -59,4 +59,4 @@ ToolExit RunConfigReload()
     return outcome.done ? TOOL_OK : TOOL_WRONG;
 }
 
-}
+}  // namespace dkpf

@@ -19,4 +19,4 @@ ToolExit RunDump(const DumpOptions& options)
     return TOOL_OK;
 }
 
-}
+}  // namespace dkpf

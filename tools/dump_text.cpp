@@ -83,4 +83,4 @@ std::string DumpText(const DKPF_SHM_INFO& info, DWORD tick, const DumpOptions& o
     return text;
 }
 
-}
+}  // namespace dkpf

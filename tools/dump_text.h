@@ -21,6 +21,6 @@ namespace dkpf {
 std::string DumpText(const DKPF_SHM_INFO& info, DWORD tick, const DumpOptions& options,
                      const std::function<ProcessLife(DWORD)>& life);
 
-}
+}  // namespace dkpf
 
 #endif

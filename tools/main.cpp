@@ -12,13 +12,14 @@
 
 using namespace dkpf;
 
-static constexpr char STATUS_EXIT[] = "exit: 0 all is well; 1 something is wrong, said first and with what to do; 2 wrong usage";
+static constexpr char STATUS_EXIT[] =
+    "exit: 0 all is well; 1 something is wrong, said first and with what to do; 2 wrong usage";
 static constexpr char DUMP_EXIT[] = "exit: 0 printed; 1 no region (is the disk agent running?); 2 wrong usage";
-static constexpr char CHECK_EXIT[] =
-    "exit: 0 the file is accepted; 1 it is refused: file, line, column, key, value and reason are printed; 2 wrong usage";
-static constexpr char RELOAD_EXIT[] =
-    "exit: 0 the running agent has read the configuration; 1 the file is refused, no agent runs, or it did not answer; 2 "
-    "wrong usage";
+static constexpr char CHECK_EXIT[] = "exit: 0 the file is accepted; 1 it is refused: file, line, column, key, value "
+                                     "and reason are printed; 2 wrong usage";
+static constexpr char RELOAD_EXIT[] = "exit: 0 the running agent has read the configuration; 1 the file is refused, no "
+                                      "agent runs, or it did not answer; 2 "
+                                      "wrong usage";
 
 /* Chosen by the command line; called once it is known to be right. */
 struct Choice {
@@ -30,7 +31,8 @@ struct Choice {
 
 static void DescribeStatus(CLI::App& app, Choice* choice)
 {
-    CLI::App* command = app.add_subcommand("status", "Services, agent, configuration, disks, samples, readers and warnings.");
+    CLI::App* command =
+        app.add_subcommand("status", "Services, agent, configuration, disks, samples, readers and warnings.");
     command->add_flag("--json", choice->status.json, "the same as one JSON object");
     command->footer(STATUS_EXIT);
     command->callback([choice] { choice->run = [choice] { return RunStatus(choice->status); }; });
@@ -38,8 +40,9 @@ static void DescribeStatus(CLI::App& app, Choice* choice)
 
 static void DescribeDump(CLI::App& app, Choice* choice)
 {
-    CLI::App* command = app.add_subcommand("dump", "Prints this machine's shared region once. Takes no consumer row and "
-                                                   "leaves every reader's peaks as they are.");
+    CLI::App* command =
+        app.add_subcommand("dump", "Prints this machine's shared region once. Takes no consumer row and "
+                                   "leaves every reader's peaks as they are.");
     command->add_flag("--rows", choice->dump.rows, "the 33 consumer rows: owner, alive or gone");
     command->add_option("--disk", choice->dump.disk, "one mirror disk, 1 to 64")->check(CLI::Range(1, 64));
     command->footer(DUMP_EXIT);

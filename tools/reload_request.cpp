@@ -15,9 +15,11 @@ static ReloadOutcome Answer(const AgentState& state)
 {
     const ReloadRecord& reload = *state.lastReload;
     if (reload.result != ReloadResult::Accepted)
-        return { false, fmt::format("the agent did not take the configuration over, its old settings stay in force: {}\n",
-                                    reload.message) };
-    std::string text = reload.takenOver.empty() ? "read; no setting changed that a reload takes over\n" : "taken over:\n";
+        return { false,
+                 fmt::format("the agent did not take the configuration over, its old settings stay in force: {}\n",
+                             reload.message) };
+    std::string text =
+        reload.takenOver.empty() ? "read; no setting changed that a reload takes over\n" : "taken over:\n";
     for (size_t index : reload.takenOver)
         text += fmt::format("  {}{}\n", SettingAt(index).name,
                             state.inForce ? " = " + SettingText(index, (*state.inForce)[index]) : "");
@@ -60,4 +62,4 @@ ReloadOutcome RequestReload(ReloadPorts& ports)
     return { false, "the agent did not answer in time; see dkpfctl status\n" };
 }
 
-}
+}  // namespace dkpf

@@ -17,4 +17,4 @@ ToolExit RunStatus(const StatusOptions& options)
     return troubles.empty() ? TOOL_OK : TOOL_WRONG;
 }
 
-}
+}  // namespace dkpf

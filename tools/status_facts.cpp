@@ -15,4 +15,4 @@ ULONGLONG SampleAgeLimitMs(const StatusFacts& facts)
     return 2000ull * interval + busyMs;
 }
 
-}
+}  // namespace dkpf

@@ -60,6 +60,6 @@ const SettingValues* InForce(const StatusFacts& facts);
 /* How old a sample may become before something is wrong, ms: two intervals, and room for a busy machine. */
 ULONGLONG SampleAgeLimitMs(const StatusFacts& facts);
 
-}
+}  // namespace dkpf
 
 #endif

@@ -66,4 +66,4 @@ StatusFacts GatherStatus()
     return facts;
 }
 
-}
+}  // namespace dkpf

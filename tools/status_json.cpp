@@ -132,4 +132,4 @@ std::string StatusJson(const StatusFacts& facts, const std::vector<Trouble>& tro
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-}
+}  // namespace dkpf

@@ -55,9 +55,11 @@ static std::string AgentText(const StatusFacts& facts)
 {
     const AgentState& state = facts.agent.state;
     if (facts.agent.file != StateFile::Read)
-        return fmt::format("  {:<27}{}\n", "state", facts.agent.file == StateFile::Missing ? "never run" : "unreadable");
-    std::string text = fmt::format("  {:<27}{}{}\n", "state", PhaseText(state.phase),
-                                   facts.agentAlive || state.phase == AgentPhase::Stopped ? "" : " (its process is gone)");
+        return fmt::format("  {:<27}{}\n", "state",
+                           facts.agent.file == StateFile::Missing ? "never run" : "unreadable");
+    std::string text =
+        fmt::format("  {:<27}{}{}\n", "state", PhaseText(state.phase),
+                    facts.agentAlive || state.phase == AgentPhase::Stopped ? "" : " (its process is gone)");
     text += fmt::format("  {:<27}process {}, {}, as {}\n", "process", state.pid, facts.agentAlive ? "alive" : "gone",
                         state.console ? "console program" : "service");
     text += fmt::format("  {:<27}{}\n", "started", state.started);
@@ -103,7 +105,8 @@ static std::string RegionText(const StatusFacts& facts)
     const bool  known = facts.region == RegionStatus::Copied;
     std::string text = fmt::format("  {:<27}{}\n", "last sample", SampleWords(facts));
     text += fmt::format("  {:<27}{}\n", "disks present", known ? DiskListText(facts.view.disks) : "unknown");
-    text += fmt::format("  {:<27}{}\n", "readers", known ? fmt::format("{} of 32 rows", facts.consumers.size()) : "unknown");
+    text += fmt::format("  {:<27}{}\n", "readers",
+                        known ? fmt::format("{} of 32 rows", facts.consumers.size()) : "unknown");
     for (const ConsumerFact& consumer : facts.consumers)
         text += fmt::format("    row {:<23}process {}, {}\n", consumer.row, consumer.pid, LifeText(consumer.life));
     return text;
@@ -134,4 +137,4 @@ std::string StatusText(const StatusFacts& facts, const std::vector<Trouble>& tro
     return text;
 }
 
-}
+}  // namespace dkpf

@@ -20,6 +20,6 @@ enum class SettingNote { Same, NeedsReload, NeedsRestart };
 
 SettingNote NoteOf(size_t index, DWORD inForce, DWORD inFile);
 
-}
+}  // namespace dkpf
 
 #endif

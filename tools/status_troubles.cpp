@@ -26,10 +26,10 @@ static void AboutFeeder(const StatusFacts& facts, Troubles* troubles)
 {
     const ServiceInfo& feeder = facts.feeder.info;
     if (feeder.installed && feeder.error == ERROR_SUCCESS && feeder.state != SERVICE_RUNNING)
-        troubles->push_back({ "feeder_not_running",
-                              "the feeder velcorfeed is " + ServiceStateText(feeder.state) +
-                                  ": the driver's values stand still",
-                              "net start velcorfeed" });
+        troubles->push_back(
+            { "feeder_not_running",
+              "the feeder velcorfeed is " + ServiceStateText(feeder.state) + ": the driver's values stand still",
+              "net start velcorfeed" });
 }
 
 static void AboutServiceProcesses(const StatusFacts& facts, Troubles* troubles)
@@ -54,7 +54,8 @@ static void AboutAgent(const StatusFacts& facts, Troubles* troubles)
         troubles->push_back({ "agent_not_running", "the disk agent has never run here", startIt });
     else if (!facts.agentAlive && state.phase != AgentPhase::Stopped)
         troubles->push_back({ "agent_died",
-                              fmt::format("the disk agent (process {}) ended without a clean stop", state.pid), startIt });
+                              fmt::format("the disk agent (process {}) ended without a clean stop", state.pid),
+                              startIt });
     else if (!facts.agentAlive)
         troubles->push_back(
             { "agent_not_running",
@@ -162,4 +163,4 @@ Troubles FindTroubles(const StatusFacts& facts)
     return troubles;
 }
 
-}
+}  // namespace dkpf

@@ -20,6 +20,6 @@ struct Trouble {
 /* Causes stand before their effects. Empty: all is well. */
 std::vector<Trouble> FindTroubles(const StatusFacts& facts);
 
-}
+}  // namespace dkpf
 
 #endif

@@ -8,13 +8,14 @@
 #include <string>
 
 class TempFolder {
-public:
+  public:
     TempFolder()
     {
         wchar_t base[MAX_PATH] = {};
         GetTempPathW(MAX_PATH, base);
         static int number = 0;
-        m_path = std::wstring(base) + L"dkpf" + std::to_wstring(GetCurrentProcessId()) + L"_" + std::to_wstring(number++);
+        m_path =
+            std::wstring(base) + L"dkpf" + std::to_wstring(GetCurrentProcessId()) + L"_" + std::to_wstring(number++);
         CreateDirectoryW(m_path.c_str(), nullptr);
     }
     ~TempFolder()
@@ -50,7 +51,7 @@ public:
         return GetFileAttributesW(File(name).c_str()) != INVALID_FILE_ATTRIBUTES;
     }
 
-private:
+  private:
     std::wstring m_path;
 };
 

@@ -42,7 +42,7 @@ class World : public ProducerGuard,
               public StateStore,
               public Clock,
               public Supervisor {
-public:
+  public:
     struct Written {
         DWORD       level;
         std::string text;
@@ -158,7 +158,7 @@ public:
         return texts;
     }
 
-private:
+  private:
     template <class T> static T Next(std::deque<T>* queue, T otherwise)
     {
         if (queue->empty())
@@ -173,7 +173,7 @@ private:
 };
 
 class AgentLifeTest : public testing::Test {
-protected:
+  protected:
     AgentExit Live(bool console = false)
     {
         AgentLife life({ world, world, world, world, world, world, world, world },
@@ -189,9 +189,9 @@ protected:
     World world;
 };
 
-}
+}  // namespace
 
-/* ---- Start -------------------------------------------------------------------------------------------------------- */
+/* ---- Start ---- */
 
 TEST_F(AgentLifeTest, AWholeLifeGoesThroughItsStepsInOrder)
 {
@@ -205,7 +205,8 @@ TEST_F(AgentLifeTest, AgentStateTellsEachPhaseAndWhoTheAgentIs)
     std::vector<AgentPhase> phases;
     for (const AgentState& state : world.saved)
         phases.push_back(state.phase);
-    EXPECT_THAT(phases, ElementsAre(AgentPhase::Starting, AgentPhase::Running, AgentPhase::Stopping, AgentPhase::Stopped));
+    EXPECT_THAT(phases,
+                ElementsAre(AgentPhase::Starting, AgentPhase::Running, AgentPhase::Stopping, AgentPhase::Stopped));
     EXPECT_EQ(Last().pid, 4711u);
     EXPECT_EQ(Last().processStarted, 133000000000000000ull);
     EXPECT_TRUE(Last().console);
@@ -315,7 +316,7 @@ TEST_F(AgentLifeTest, TheStartLineNamesVersionFormProcessAndUtcOffset)
               " dkpfagent 1.2.3 starts as console program, process 4711, UTC offset -02:30");
 }
 
-/* ---- Reload ------------------------------------------------------------------------------------------------------- */
+/* ---- Reload ---- */
 
 TEST_F(AgentLifeTest, AReloadTakesOverFourSettingsAndLetsFiveWait)
 {
@@ -334,9 +335,10 @@ TEST_F(AgentLifeTest, AReloadTakesOverFourSettingsAndLetsFiveWait)
     EXPECT_THAT(world.Texts(TNWLOG_NOTICE),
                 testing::Contains(" reload: taken over: parameters/perfenable, parameters/perflogsave, "
                                   "parameters/writeinterval and parameters/collectparam"));
-    EXPECT_THAT(world.Texts(TNWLOG_WARNING),
-                ElementsAre(" reload: waits for a restart of the agent: parameters/perflogsize, parameters/perflogrotation, "
-                            "parameters/collectinterval, log/level and log/size"));
+    EXPECT_THAT(
+        world.Texts(TNWLOG_WARNING),
+        ElementsAre(" reload: waits for a restart of the agent: parameters/perflogsize, parameters/perflogrotation, "
+                    "parameters/collectinterval, log/level and log/size"));
 }
 
 TEST_F(AgentLifeTest, AReloadOfAnUnchangedFileStillReadsItAndSaysThatNothingIsNew)
@@ -414,7 +416,7 @@ TEST_F(AgentLifeTest, ASettingThatWaitsIsNamedAgainByTheNextReload)
     EXPECT_EQ((*Last().inForce)[COLLECT_INTERVAL], 10u);
 }
 
-/* ---- Clock -------------------------------------------------------------------------------------------------------- */
+/* ---- Clock ---- */
 
 TEST_F(AgentLifeTest, AChangedUtcOffsetIsLoggedOnceAndSaved)
 {
@@ -433,7 +435,7 @@ TEST_F(AgentLifeTest, AnUnchangedUtcOffsetWritesNothing)
     EXPECT_EQ(world.waitLimit, 60000u);
 }
 
-/* ---- End and records ---------------------------------------------------------------------------------------------- */
+/* ---- End and records ---- */
 
 TEST_F(AgentLifeTest, ThreadsThatDoNotEndMakeTheStopOverdue)
 {
@@ -458,6 +460,7 @@ TEST_F(AgentLifeTest, AgentStateThatCouldNotBeWrittenIsToldOnceAndTriedAgain)
     EXPECT_EQ(Live(), AGENT_STOPPED);
     EXPECT_EQ(world.Texts(TNWLOG_WARNING).size(), 1u);
     EXPECT_THAT(world.Texts(TNWLOG_WARNING).front(), HasSubstr("agent.state could not be written: error 112"));
-    // Starting and running fail; the first tick fails, the second succeeds, the third has nothing to do; then the end's two.
+    // Starting and running fail; the first tick fails, the second succeeds, the third has nothing to do; then the end's
+    // two.
     EXPECT_EQ(world.saved.size(), 6u);
 }

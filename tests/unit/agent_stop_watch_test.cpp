@@ -12,10 +12,10 @@ using namespace dkpf;
 namespace {
 
 class Watch : public StopWatchPorts {
-public:
+  public:
     DWORD              now = 0;
-    DWORD              endsAtMs = 0;      // since the start; 0: never
-    DWORD              lateMs = 0;        // by so much each wait takes longer than asked for
+    DWORD              endsAtMs = 0;  // since the start; 0: never
+    DWORD              lateMs = 0;    // by so much each wait takes longer than asked for
     std::vector<DWORD> checkPoints;
     int                givenUp = 0;
     DWORD              start = 0;
@@ -42,7 +42,7 @@ public:
     }
 };
 
-}
+}  // namespace
 
 TEST(StopWatch, AQuickEndNeedsNoSignOfLife)
 {

@@ -20,10 +20,13 @@ static AgentState Full()
     state.utcOffsetMinutes = 540;
     state.reloads = 3;
     state.inForce = SettingValues{ 1, 0, 64, 99, 3600, 86400, 0x1ffff, 0xffff, 0xffffffff };
-    state.lastReload = ReloadRecord{
-        ReloadResult::Refused, "2026-03-07T15:00:00.000+09:00", "line 3: \"x\"", { PERF_ENABLE }, { LOG_SIZE, LOG_LEVEL }
-    };
-    state.lastFailure = FailureRecord{ "2026-03-07T14:05:10.000+09:00", "C:\\Gr\xC3\xBC\xC3\x9F" "e" };
+    state.lastReload = ReloadRecord{ ReloadResult::Refused,
+                                     "2026-03-07T15:00:00.000+09:00",
+                                     "line 3: \"x\"",
+                                     { PERF_ENABLE },
+                                     { LOG_SIZE, LOG_LEVEL } };
+    state.lastFailure = FailureRecord{ "2026-03-07T14:05:10.000+09:00", "C:\\Gr\xC3\xBC\xC3\x9F"
+                                                                        "e" };
     return state;
 }
 
@@ -126,8 +129,9 @@ TEST(AgentStateFile, AReaderThatHoldsTheFileDelaysTheReplacement)
 {
     TempFolder folder;
     folder.Write(L"agent.state", "old");
-    HANDLE reader = CreateFileW(folder.File(L"agent.state").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    int    waits = 0;
+    HANDLE reader =
+        CreateFileW(folder.File(L"agent.state").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    int waits = 0;
     EXPECT_EQ(SaveAgentState(folder.File(L"agent.state"), Full(),
                              [&](DWORD) {
                                  if (++waits == 2)
@@ -142,8 +146,8 @@ TEST(AgentStateFile, AReaderThatNeverLetsGoLeavesTheOldFileAndNothingBeside)
 {
     TempFolder folder;
     folder.Write(L"agent.state", "old");
-    HANDLE reader = CreateFileW(folder.File(L"agent.state").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                0, nullptr);
+    HANDLE reader = CreateFileW(folder.File(L"agent.state").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                OPEN_EXISTING, 0, nullptr);
     int    waits = 0;
     EXPECT_NE(SaveAgentState(folder.File(L"agent.state"), Full(), [&waits](DWORD) { waits++; }), 0u);
     CloseHandle(reader);

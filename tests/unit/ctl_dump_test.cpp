@@ -11,7 +11,7 @@ using namespace dkpf;
 namespace {
 
 class DumpTest : public testing::Test {
-protected:
+  protected:
     DumpTest()
     {
         info->conf = DKPF_CONF{ 1, 0, 1024, 3, 10, 60, 7, 2048, 0x1ffff };
@@ -27,7 +27,8 @@ protected:
 
     std::string Dump(const DumpOptions& options)
     {
-        return DumpText(*info, 6250, options, [](DWORD pid) { return pid == 500 ? ProcessLife::Alive : ProcessLife::Gone; });
+        return DumpText(*info, 6250, options,
+                        [](DWORD pid) { return pid == 500 ? ProcessLife::Alive : ProcessLife::Gone; });
     }
 
     std::unique_ptr<DKPF_SHM_INFO> info = std::make_unique<DKPF_SHM_INFO>();
@@ -51,7 +52,7 @@ const char BODY[] = "configuration as published\n"
                     "  local_time                 2026/03/07 14:05:09.042\n"
                     "  disks present              1 to 3, 64\n";
 
-}
+}  // namespace
 
 TEST_F(DumpTest, WithoutOptionsConfigurationAndSample)
 {
@@ -97,7 +98,8 @@ TEST_F(DumpTest, DamageStandsOnTopAndOnlyRealRowsAreRead)
 {
     info->param_num = 4000000000u;
     const std::string text = Dump({ false, 3 });
-    EXPECT_EQ(text.find(std::string(HEAD) + "damaged: param_num is 4000000000, at most 12 is possible: 12 assumed\n"), 0u);
+    EXPECT_EQ(text.find(std::string(HEAD) + "damaged: param_num is 4000000000, at most 12 is possible: 12 assumed\n"),
+              0u);
     EXPECT_NE(text.find("Transfers Sum                        111\n"), std::string::npos);
 }
 

@@ -28,10 +28,10 @@ TEST(EventLine, OtherLinesAreRefusedAndLeaveTheEntryAlone)
 {
     EventEntry entry;
     entry.text = "kept";
-    for (const char* line :
-         { "", "no entry", "2026/03/07 14:05:09.042", "2026/03/07 14:05:09.042 ERROR", "2026-03-07 14:05:09.042 ERROR 0x1 t",
-           "2026/03/07 14:05:09.042 ERROR 1234 t", "2026/03/07 14:05:09.042 ERROR 0x t", "2026/03/07 14:05:09.042 ERROR 0x12G t",
-           "2026/03/07 14:05:09.042 ERROR 0x1C00012C5 t", "x026/03/07 14:05:09.042 ERROR 0x1 t" })
+    for (const char* line : { "", "no entry", "2026/03/07 14:05:09.042", "2026/03/07 14:05:09.042 ERROR",
+                              "2026-03-07 14:05:09.042 ERROR 0x1 t", "2026/03/07 14:05:09.042 ERROR 1234 t",
+                              "2026/03/07 14:05:09.042 ERROR 0x t", "2026/03/07 14:05:09.042 ERROR 0x12G t",
+                              "2026/03/07 14:05:09.042 ERROR 0x1C00012C5 t", "x026/03/07 14:05:09.042 ERROR 0x1 t" })
         EXPECT_FALSE(ParseEventLine(line, &entry)) << line;
     EXPECT_EQ(entry.text, "kept");
 }

@@ -14,15 +14,15 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-static constexpr char        MAPPING[] = "Global\\TNW_DKPF_REGION_UNDER_TEST";
-static constexpr char        MUTEX[] = "Global\\TNW_DKPF_MUTEX_UNDER_TEST";
+static constexpr char         MAPPING[] = "Global\\TNW_DKPF_REGION_UNDER_TEST";
+static constexpr char         MUTEX[] = "Global\\TNW_DKPF_MUTEX_UNDER_TEST";
 static constexpr RegionSource SOURCE = { MAPPING, MUTEX, 0 };  // waits for nothing
 
 namespace {
 
 /* A region as a producer makes it. */
 class MadeRegion {
-public:
+  public:
     explicit MadeRegion(DWORD size = DKPF_SHM_SIZE)
     {
         mutex = CreateMutexA(nullptr, FALSE, MUTEX);
@@ -48,21 +48,22 @@ public:
     HANDLE         mutex = nullptr;
     unsigned char* view = nullptr;
 
-private:
+  private:
     HANDLE m_mapping = nullptr;
 };
 
-}
+}  // namespace
 
 static bool NameExists(const char* mapping, const char* mutex)
 {
-    HANDLE found = mapping != nullptr ? OpenFileMappingA(FILE_MAP_READ, FALSE, mapping) : OpenMutexA(SYNCHRONIZE, FALSE, mutex);
+    HANDLE found =
+        mapping != nullptr ? OpenFileMappingA(FILE_MAP_READ, FALSE, mapping) : OpenMutexA(SYNCHRONIZE, FALSE, mutex);
     if (found != nullptr)
         CloseHandle(found);
     return found != nullptr;
 }
 
-/* ---- The copy ----------------------------------------------------------------------------------------------------- */
+/* ---- The copy ---- */
 
 TEST(RegionReader, WithoutARegionItSaysSoAndCreatesNothing)
 {
@@ -137,12 +138,12 @@ TEST(RegionReader, TheDefaultsAreTheProductsNamesAndTwoSeconds)
     EXPECT_EQ(source.waitMs, 2000u);
 }
 
-/* ---- What it says ------------------------------------------------------------------------------------------------- */
+/* ---- What it says ---- */
 
 namespace {
 
 class RegionViewTest : public testing::Test {
-protected:
+  protected:
     RegionViewTest()
     {
         info->param_num = 12;
@@ -154,7 +155,7 @@ protected:
     std::unique_ptr<DKPF_SHM_INFO> info = std::make_unique<DKPF_SHM_INFO>();
 };
 
-}
+}  // namespace
 
 TEST_F(RegionViewTest, ASoundRegionShowsNoDamage)
 {

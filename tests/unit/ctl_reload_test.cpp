@@ -12,13 +12,13 @@ using testing::HasSubstr;
 namespace {
 
 class PlayedAgent : public ReloadPorts {
-public:
-    ConfigVerdict                    verdict;
-    StateFileContent                 content;
-    bool                             alive = true;
-    DWORD                            sendError = ERROR_SUCCESS;
-    int                              sent = 0;
-    int                              waits = 0;
+  public:
+    ConfigVerdict                     verdict;
+    StateFileContent                  content;
+    bool                              alive = true;
+    DWORD                             sendError = ERROR_SUCCESS;
+    int                               sent = 0;
+    int                               waits = 0;
     std::function<void(PlayedAgent&)> eachWait = [](PlayedAgent&) {};
 
     PlayedAgent()
@@ -63,7 +63,7 @@ public:
     }
 };
 
-}
+}  // namespace
 
 TEST(ConfigReload, SaysWhatWasTakenOverAndWhatWaits)
 {
@@ -141,7 +141,8 @@ TEST(ConfigReload, AnAgentThatRefusesKeepsItsOldSettings)
     agent.eachWait = [](PlayedAgent& played) { played.Answer(ReloadResult::Refused, "line 1: empty", {}, {}); };
     const ReloadOutcome outcome = RequestReload(agent);
     EXPECT_FALSE(outcome.done);
-    EXPECT_EQ(outcome.text, "the agent did not take the configuration over, its old settings stay in force: line 1: empty\n");
+    EXPECT_EQ(outcome.text,
+              "the agent did not take the configuration over, its old settings stay in force: line 1: empty\n");
 }
 
 TEST(ConfigReload, AnAgentThatEndsOrIsReplacedHasNotAnswered)

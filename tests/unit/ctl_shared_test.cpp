@@ -1,5 +1,6 @@
 /*
- * The small things that agent and tool share: settings, refusals in words, result codes, texts, home, processes, services.
+ * The small things that agent and tool share: settings, refusals in words, result codes, texts, home, processes,
+ * services.
  */
 #include <gmock/gmock.h>
 #include <cstring>
@@ -20,15 +21,16 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/* ---- Settings ----------------------------------------------------------------------------------------------------- */
+/* ---- Settings ---- */
 
 TEST(Settings, FourAreTakenOverAtOnceAndFiveWait)
 {
     const ReloadSplit split = SplitReload(SettingValues{}, { 1, 1, 1, 1, 1, 1, 1, 1, 1 });
     EXPECT_EQ(SettingList(split.takenOver),
               "parameters/perfenable, parameters/perflogsave, parameters/writeinterval and parameters/collectparam");
-    EXPECT_EQ(SettingList(split.waiting), "parameters/perflogsize, parameters/perflogrotation, parameters/collectinterval, "
-                                          "log/level and log/size");
+    EXPECT_EQ(SettingList(split.waiting),
+              "parameters/perflogsize, parameters/perflogrotation, parameters/collectinterval, "
+              "log/level and log/size");
 }
 
 TEST(Settings, EqualValuesAreInNeitherList)
@@ -56,12 +58,12 @@ TEST(Settings, ValuesAreWrittenAsPeopleWriteThem)
     EXPECT_EQ(SettingText(PERF_ENABLE, 1), "1");
 }
 
-/* ---- Configuration in words --------------------------------------------------------------------------------------- */
+/* ---- Configuration in words ---- */
 
 namespace {
 
 class ReportTest : public testing::Test {
-protected:
+  protected:
     ReportTest()
     {
         for (size_t i = 0; i < SETTING_NUM; i++) {
@@ -90,7 +92,7 @@ protected:
     std::unique_ptr<XMLLIB_REPORT> report = std::make_unique<XMLLIB_REPORT>();
 };
 
-}
+}  // namespace
 
 TEST_F(ReportTest, AnAcceptedFileGivesItsNineValues)
 {
@@ -110,7 +112,8 @@ TEST_F(ReportTest, APolicyWithoutASettingRefusesTheFile)
     strcpy(report->setting[5].szKey, "/root/other/thing");
     const ConfigVerdict verdict = JudgeReport(*report);
     EXPECT_FALSE(verdict.accepted);
-    EXPECT_EQ(verdict.refusal, "the policy of this installation does not describe /root/diskperf/parameters/writeinterval");
+    EXPECT_EQ(verdict.refusal,
+              "the policy of this installation does not describe /root/diskperf/parameters/writeinterval");
 }
 
 TEST_F(ReportTest, ACountOfSettingsBeyondTheTableIsNotBelieved)
@@ -124,17 +127,19 @@ TEST_F(ReportTest, AValueThatIsNoNumberIsToldWithPlaceKeyValueReasonAndRange)
     Refuse(XMLLIB_NO_NUMBER, "/root/diskperf/parameters/writeinterval", "soon", "The value is no number.", 1, 86400);
     const ConfigVerdict verdict = JudgeReport(*report);
     EXPECT_FALSE(verdict.accepted);
-    EXPECT_EQ(verdict.refusal, "C:\\home\\etc\\cluster.xml, line 5, column 24: /root/diskperf/parameters/writeinterval is "
-                               "\"soon\": The value is no number (allowed: 1 to 86400 s)");
+    EXPECT_EQ(verdict.refusal,
+              "C:\\home\\etc\\cluster.xml, line 5, column 24: /root/diskperf/parameters/writeinterval is "
+              "\"soon\": The value is no number (allowed: 1 to 86400 s)");
 }
 
 TEST_F(ReportTest, ARangeThatTheReasonNamesIsNotToldTwice)
 {
     Refuse(XMLLIB_OUT_OF_RANGE, "/root/diskperf/parameters/collectparam", "0x20000",
            "The value 0x20000 is outside of the range 0 to 0x1ffff.", 0, 0x1ffff);
-    EXPECT_EQ(JudgeReport(*report).refusal,
-              "C:\\home\\etc\\cluster.xml, line 5, column 24: /root/diskperf/parameters/collectparam is \"0x20000\": The "
-              "value 0x20000 is outside of the range 0 to 0x1ffff");
+    EXPECT_EQ(
+        JudgeReport(*report).refusal,
+        "C:\\home\\etc\\cluster.xml, line 5, column 24: /root/diskperf/parameters/collectparam is \"0x20000\": The "
+        "value 0x20000 is outside of the range 0 to 0x1ffff");
 }
 
 TEST_F(ReportTest, ADamagedFileIsToldWithoutKeyAndRange)
@@ -158,7 +163,7 @@ TEST_F(ReportTest, WithoutAPolicyTheLogHasItsUsualLevelAndSize)
     EXPECT_EQ(JudgeReport(*report).logSize, 2048u);
 }
 
-/* ---- Texts -------------------------------------------------------------------------------------------------------- */
+/* ---- Texts ---- */
 
 TEST(ResultCodes, KnownAndForeignCodesHaveWords)
 {
@@ -177,7 +182,8 @@ TEST(Texts, UtcOffsetsAndTimes)
 
 TEST(Texts, Utf8GoesThereAndBack)
 {
-    const std::string text = "Gr\xC3\xB6\xC3\x9F" "e \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x92\xBE";
+    const std::string text = "Gr\xC3\xB6\xC3\x9F"
+                             "e \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x92\xBE";
     EXPECT_EQ(Narrow(Wide(text)), text);
     EXPECT_EQ(Wide("\xC3\xB6").size(), 1u);
     EXPECT_EQ(Wide("").size(), 0u);
@@ -203,14 +209,15 @@ TEST(HomeDirectory, IsTheParentOfTheProgramsFolder)
     EXPECT_EQ(HomeOfModulePath(L"dkpfctl.exe").root, L"");
 }
 
-/* ---- Processes ---------------------------------------------------------------------------------------------------- */
+/* ---- Processes ---- */
 
 TEST(Processes, ThisOneIsAliveUnderItsOwnStartTimeOnly)
 {
     const DWORD pid = GetCurrentProcessId();
     EXPECT_EQ(LookAtProcess(pid, 0), ProcessLife::Alive);
     EXPECT_EQ(LookAtProcess(pid, OwnProcessStart()), ProcessLife::Alive);
-    EXPECT_EQ(LookAtProcess(pid, OwnProcessStart() - 1), ProcessLife::Gone) << "the number belongs to another process now";
+    EXPECT_EQ(LookAtProcess(pid, OwnProcessStart() - 1), ProcessLife::Gone)
+        << "the number belongs to another process now";
 }
 
 TEST(Processes, AnEndedOneIsGoneWhileSomebodyStillHoldsIt)
@@ -220,7 +227,8 @@ TEST(Processes, AnEndedOneIsGoneWhileSomebodyStillHoldsIt)
     wchar_t             command[MAX_PATH + 2] = {};
     start.cb = sizeof(start);
     GetModuleFileNameW(nullptr, command, MAX_PATH);
-    ASSERT_TRUE(CreateProcessW(command, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr, &start, &process));
+    ASSERT_TRUE(CreateProcessW(command, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr, &start,
+                               &process));
     EXPECT_EQ(LookAtProcess(process.dwProcessId, 0), ProcessLife::Alive);
     TerminateProcess(process.hProcess, 5);
     ASSERT_EQ(WaitForSingleObject(process.hProcess, INFINITE), WAIT_OBJECT_0);
@@ -234,12 +242,12 @@ TEST(Processes, NumberZeroIsNobody)
     EXPECT_EQ(LookAtProcess(0, 0), ProcessLife::Gone);
 }
 
-/* ---- Starting a service ------------------------------------------------------------------------------------------- */
+/* ---- Starting a service ---- */
 
 namespace {
 
 class ScriptedServices : public ServiceManager {
-public:
+  public:
     std::deque<ServiceInfo> answers;  // the last one stays
     DWORD                   startError = ERROR_SUCCESS;
     int                     starts = 0;
@@ -268,7 +276,7 @@ ServiceInfo In(DWORD state)
 }
 
 class ServiceStartTest : public testing::Test {
-protected:
+  protected:
     ServiceStart Start(DWORD limitMs = 10000, int waitsAllowed = 1000)
     {
         return StartAndWait(services, L"velcor", limitMs, [this, waitsAllowed](DWORD ms) {
@@ -282,7 +290,7 @@ protected:
     int              waits = 0;
 };
 
-}
+}  // namespace
 
 TEST_F(ServiceStartTest, ARunningOneIsLeftAlone)
 {
@@ -293,7 +301,8 @@ TEST_F(ServiceStartTest, ARunningOneIsLeftAlone)
 
 TEST_F(ServiceStartTest, AStoppedOneIsStartedAndWaitedFor)
 {
-    services.answers = { In(SERVICE_STOPPED), In(SERVICE_START_PENDING), In(SERVICE_START_PENDING), In(SERVICE_RUNNING) };
+    services.answers = { In(SERVICE_STOPPED), In(SERVICE_START_PENDING), In(SERVICE_START_PENDING),
+                         In(SERVICE_RUNNING) };
     const ServiceStart start = Start();
     EXPECT_TRUE(start.running);
     EXPECT_EQ(start.words, "was started");

@@ -15,7 +15,7 @@ using testing::Not;
 namespace {
 
 class StatusTest : public testing::Test {
-protected:
+  protected:
     StatusTest()
     {
         facts.driver = { "velcor", { true, SERVICE_RUNNING, 0, 0 }, false };
@@ -61,14 +61,14 @@ protected:
     StatusFacts facts;
 };
 
-}
+}  // namespace
 
 TEST_F(StatusTest, AHealthyMachineHasNoTroubles)
 {
     EXPECT_THAT(Codes(), IsEmpty());
 }
 
-/* ---- Services and agent ------------------------------------------------------------------------------------------- */
+/* ---- Services and agent ---- */
 
 TEST_F(StatusTest, ADriverThatDoesNotRun)
 {
@@ -132,7 +132,7 @@ TEST_F(StatusTest, DamagedAgentState)
     EXPECT_THAT(Codes(), ElementsAre("agent_state_damaged"));
 }
 
-/* ---- Configuration ------------------------------------------------------------------------------------------------ */
+/* ---- Configuration ---- */
 
 TEST_F(StatusTest, ARefusedFileHidesTheReloadThatFailedBecauseOfIt)
 {
@@ -157,7 +157,7 @@ TEST_F(StatusTest, SettingsThatWaitAreNoTrouble)
     EXPECT_THAT(Codes(), IsEmpty());
 }
 
-/* ---- Region and samples ------------------------------------------------------------------------------------------- */
+/* ---- Region and samples ---- */
 
 TEST_F(StatusTest, NoRegionUnderARunningAgent)
 {
@@ -217,7 +217,7 @@ TEST_F(StatusTest, WithCollectionSwitchedOffNoSampleIsMissed)
     EXPECT_THAT(StatusText(facts, {}), HasSubstr("last sample                none: collection is switched off\n"));
 }
 
-/* ---- Event entries ------------------------------------------------------------------------------------------------ */
+/* ---- Event entries ---- */
 
 TEST_F(StatusTest, AWarningIsOpenUntilItsAllClear)
 {
@@ -253,7 +253,7 @@ TEST_F(StatusTest, CausesStandBeforeTheirEffects)
     EXPECT_THAT(Codes(), ElementsAre("driver_not_running", "no_sample", "warning_open"));
 }
 
-/* ---- Printing ----------------------------------------------------------------------------------------------------- */
+/* ---- Printing ---- */
 
 TEST_F(StatusTest, TheWholeTextOfAMachineWithOneTroubleAndWaitingSettings)
 {
@@ -322,8 +322,9 @@ TEST_F(StatusTest, JsonSaysTheSameToPrograms)
     EXPECT_EQ(json.find("{\n  \"format\": 1,\n  \"well\": false,\n  \"troubles\": [\n    {\n      \"code\": "
                         "\"driver_not_running\",\n"),
               0u);
-    EXPECT_THAT(json, HasSubstr("\"name\": \"parameters/collectinterval\",\n        \"unit\": \"s\",\n        \"in_force\": "
-                                "10,\n        \"in_file\": 1,\n        \"needs\": \"restart\"\n"));
+    EXPECT_THAT(json,
+                HasSubstr("\"name\": \"parameters/collectinterval\",\n        \"unit\": \"s\",\n        \"in_force\": "
+                          "10,\n        \"in_file\": 1,\n        \"needs\": \"restart\"\n"));
     EXPECT_THAT(json, HasSubstr("\"age_s\": 4.2,\n    \"limit_s\": 25.0,\n"));
     EXPECT_THAT(json, HasSubstr("\"disks\": [\n    1,\n    2\n  ]"));
 }

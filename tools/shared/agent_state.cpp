@@ -13,8 +13,8 @@ using Json = nlohmann::ordered_json;
 static constexpr size_t STATE_FILE_BOUND = 65536;  // bytes; ours has about 2,000
 static constexpr int    STATE_FORMAT = 1;
 
-static constexpr AgentPhase g_phases[] = { AgentPhase::Starting, AgentPhase::Running, AgentPhase::Stopping,
-                                           AgentPhase::Stopped };
+static constexpr AgentPhase   g_phases[] = { AgentPhase::Starting, AgentPhase::Running, AgentPhase::Stopping,
+                                             AgentPhase::Stopped };
 static constexpr ReloadResult g_results[] = { ReloadResult::Accepted, ReloadResult::Refused, ReloadResult::Failed };
 
 const char* PhaseText(AgentPhase phase)
@@ -45,7 +45,7 @@ const char* ReloadResultText(ReloadResult result)
     return "failed";
 }
 
-/* ---- Writing ------------------------------------------------------------------------------------------------------ */
+/* ---- Writing ---- */
 
 static Json NamesOf(const std::vector<size_t>& indexes)
 {
@@ -85,7 +85,7 @@ std::string AgentStateToJson(const AgentState& state)
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-/* ---- Reading ------------------------------------------------------------------------------------------------------ */
+/* ---- Reading ---- */
 
 static std::vector<size_t> IndexesOf(const Json& names)
 {
@@ -138,10 +138,9 @@ static AgentState StateOf(const Json& json)
     }
     if (json.contains("last_reload")) {
         const Json& reload = json["last_reload"];
-        state.lastReload =
-            ReloadRecord{ ResultOf(reload.at("result").get<std::string>()), reload.at("at").get<std::string>(),
-                          reload.at("message").get<std::string>(), IndexesOf(reload.at("taken_over")),
-                          IndexesOf(reload.at("waiting")) };
+        state.lastReload = ReloadRecord{ ResultOf(reload.at("result").get<std::string>()),
+                                         reload.at("at").get<std::string>(), reload.at("message").get<std::string>(),
+                                         IndexesOf(reload.at("taken_over")), IndexesOf(reload.at("waiting")) };
     }
     if (json.contains("last_failure")) {
         const Json& failure = json["last_failure"];
@@ -183,4 +182,4 @@ DWORD SaveAgentState(const std::wstring& path, const AgentState& state, const Wa
     return ReplaceWholeFile(path, AgentStateToJson(state), wait);
 }
 
-}
+}  // namespace dkpf

@@ -1,6 +1,7 @@
 /*
- * HOME/log/agent.state: what the disk agent says about itself to whoever asks. JSON, replaced in one step. The agent alone
- * writes it; settings in force stand nowhere else, since the shared region holds the file's values after a reload.
+ * HOME/log/agent.state: what the disk agent says about itself to whoever asks. JSON, replaced in one step. The agent
+ * alone writes it; settings in force stand nowhere else, since the shared region holds the file's values after a
+ * reload.
  */
 #ifndef DKPF_TOOLS_AGENT_STATE_H
 #define DKPF_TOOLS_AGENT_STATE_H
@@ -72,6 +73,6 @@ StateFileContent LoadAgentState(const std::wstring& path);
 /* @return 0, or the system's error number; the old file then stands. May block 0.5 s where a reader holds the file. */
 DWORD SaveAgentState(const std::wstring& path, const AgentState& state, const WaitFn& wait);
 
-}
+}  // namespace dkpf
 
 #endif

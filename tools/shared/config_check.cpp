@@ -48,7 +48,8 @@ std::string RefusalText(const XMLLIB_REPORT& report)
     if (aboutValue && finding.dwMax != 0) {
         const XMLLIB_SETTING* setting = Find(report, finding.szKey);
         const std::string     range = RangeText(finding, setting != nullptr && setting->bHex);
-        const std::string     unit = setting != nullptr && setting->szUnit[0] != '\0' ? " " + std::string(setting->szUnit) : "";
+        const std::string     unit =
+            setting != nullptr && setting->szUnit[0] != '\0' ? " " + std::string(setting->szUnit) : "";
         if (reason.find(range) == std::string::npos)  // some reasons name it already
             text += " (allowed: " + range + unit + ")";
     }
@@ -79,4 +80,4 @@ ConfigVerdict JudgeReport(const XMLLIB_REPORT& report)
     return verdict;
 }
 
-}
+}  // namespace dkpf

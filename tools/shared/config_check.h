@@ -13,9 +13,9 @@ namespace dkpf {
 
 struct ConfigVerdict {
     bool          accepted = false;
-    SettingValues values{};       // the file's values; only where accepted
-    std::string   refusal;        // file, line, column, key, value, reason, range; only where refused
-    DWORD         logLevel = 7;   // the policy's defaults of the trace log, also where the file is refused
+    SettingValues values{};      // the file's values; only where accepted
+    std::string   refusal;       // file, line, column, key, value, reason, range; only where refused
+    DWORD         logLevel = 7;  // the policy's defaults of the trace log, also where the file is refused
     DWORD         logSize = 2048;
 };
 
@@ -24,9 +24,10 @@ std::string RefusalText(const XMLLIB_REPORT& report);
 
 ConfigVerdict JudgeReport(const XMLLIB_REPORT& report);
 
-/* Reads and judges a configuration file; nullptr: HOME/etc/cluster.xml. May block 100 ms for a file that is being saved. */
+/* Reads and judges a configuration file; nullptr: HOME/etc/cluster.xml. May block 100 ms for a file that is being
+ * saved. */
 ConfigVerdict CheckConfiguration(const wchar_t* file);
 
-}
+}  // namespace dkpf
 
 #endif

@@ -14,4 +14,4 @@ ConfigVerdict CheckConfiguration(const wchar_t* file)
     return JudgeReport(*report);
 }
 
-}
+}  // namespace dkpf

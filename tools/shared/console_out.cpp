@@ -64,4 +64,4 @@ void PrintError(std::string_view utf8)
     Write(STD_ERROR_HANDLE, utf8);
 }
 
-}
+}  // namespace dkpf

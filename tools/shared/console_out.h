@@ -16,6 +16,6 @@ void PrintError(std::string_view utf8);
 /* Each LF that has no CR in front of it gets one. */
 std::string WithCrLf(std::string_view text);
 
-}
+}  // namespace dkpf
 
 #endif

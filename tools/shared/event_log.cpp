@@ -118,4 +118,4 @@ std::string EventTimeOf(const std::string& isoTime)
     return IsTime(time) ? time : std::string();
 }
 
-}
+}  // namespace dkpf

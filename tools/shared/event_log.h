@@ -19,9 +19,9 @@ struct EventEntry {
 };
 
 struct EventHistory {
-    std::vector<EventEntry> entries;      // oldest first
-    size_t                  unread = 0;   // lines that are no entries
-    DWORD                   error = 0;    // why the newest file could not be read; a missing one is none
+    std::vector<EventEntry> entries;     // oldest first
+    size_t                  unread = 0;  // lines that are no entries
+    DWORD                   error = 0;   // why the newest file could not be read; a missing one is none
 };
 
 /* One line without its line end: "2026/03/07 14:05:09.042 WARNING 0x800012C1 <text>". FALSE where it is no entry. */
@@ -40,6 +40,6 @@ EventHistory ReadEventsSince(const std::wstring& path, const std::string& since)
 /* "2026-03-07T14:05:09.042+09:00" to the file's form; empty where it is no time. */
 std::string EventTimeOf(const std::string& isoTime);
 
-}
+}  // namespace dkpf
 
 #endif

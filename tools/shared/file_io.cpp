@@ -66,4 +66,4 @@ DWORD ReplaceWholeFile(const std::wstring& path, std::string_view content, const
     return error;
 }
 
-}
+}  // namespace dkpf

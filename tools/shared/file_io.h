@@ -22,8 +22,9 @@ using WaitFn = std::function<void(DWORD)>;
 DWORD ReadWholeFile(const std::wstring& path, size_t bound, std::string* content);
 
 /**
- * Replaces a file in one step: written beside it as PATH.new, flushed, then renamed over it. A reader sees the old content
- * or the new one. A reader that holds the file delays the rename; it is tried REPLACE_TRIES times, REPLACE_WAIT_MS apart.
+ * Replaces a file in one step: written beside it as PATH.new, flushed, then renamed over it. A reader sees the old
+ * content or the new one. A reader that holds the file delays the rename; it is tried REPLACE_TRIES times,
+ * REPLACE_WAIT_MS apart.
  * @return 0, or the system's error number; the old content then stands
  */
 DWORD ReplaceWholeFile(const std::wstring& path, std::string_view content, const WaitFn& wait);
@@ -31,6 +32,6 @@ DWORD ReplaceWholeFile(const std::wstring& path, std::string_view content, const
 inline constexpr int   REPLACE_TRIES = 20;
 inline constexpr DWORD REPLACE_WAIT_MS = 25;
 
-}
+}  // namespace dkpf
 
 #endif

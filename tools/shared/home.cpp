@@ -70,4 +70,4 @@ Home HomeOfThisProgram()
     }
 }
 
-}
+}  // namespace dkpf

@@ -22,12 +22,13 @@ struct Home {
     std::wstring ModuleLog() const;
 };
 
-/* Home of a program whose whole path is given: two path elements are cut off. Empty root where there are not that many. */
+/* Home of a program whose whole path is given: two path elements are cut off. Empty root where there are not that many.
+ */
 Home HomeOfModulePath(const std::wstring& modulePath);
 
 /* Home of the running program. */
 Home HomeOfThisProgram();
 
-}
+}  // namespace dkpf
 
 #endif

@@ -17,6 +17,6 @@ inline constexpr wchar_t AGENT_RELOAD_EVENT[] = L"Global\\TNW_DKPF_AGENT_RELOAD"
 
 inline constexpr wchar_t AGENT_STATE_FILE[] = L"agent.state";
 
-}
+}  // namespace dkpf
 
 #endif

@@ -35,4 +35,4 @@ const char* LifeText(ProcessLife life)
     return life == ProcessLife::Alive ? "alive" : "gone";
 }
 
-}
+}  // namespace dkpf

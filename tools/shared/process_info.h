@@ -23,6 +23,6 @@ ProcessLife LookAtProcess(DWORD pid, ULONGLONG started);
 /* Words for both: "alive", "gone". */
 const char* LifeText(ProcessLife life);
 
-}
+}  // namespace dkpf
 
 #endif

@@ -29,10 +29,11 @@ static RegionCopy CopyUnderMutex(const void* view, HANDLE mutex, DWORD waitMs)
     copy.info = std::make_unique<DKPF_SHM_INFO>();
     const DWORD waited = WaitForSingleObject(mutex, waitMs);
     if (waited == WAIT_TIMEOUT)
-        return Failure(RegionStatus::Busy,
-                       fmt::format("the region's mutex was held for more than {} ms: a process that uses it hangs or is "
-                                   "suspended",
-                                   waitMs));
+        return Failure(
+            RegionStatus::Busy,
+            fmt::format("the region's mutex was held for more than {} ms: a process that uses it hangs or is "
+                        "suspended",
+                        waitMs));
     if (waited != WAIT_OBJECT_0 && waited != WAIT_ABANDONED)
         return Failure(RegionStatus::Refused,
                        "the region's mutex could not be taken: " + SystemErrorText(GetLastError()));
@@ -56,9 +57,8 @@ RegionCopy ReadRegion(const RegionSource& source)
     } else {
         const void* view = MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, DKPF_SHM_SIZE);
         if (view == nullptr) {
-            copy = Failure(RegionStatus::Refused,
-                           fmt::format("the shared region could not be mapped as {} bytes: {}", DKPF_SHM_SIZE,
-                                       SystemErrorText(GetLastError())));
+            copy = Failure(RegionStatus::Refused, fmt::format("the shared region could not be mapped as {} bytes: {}",
+                                                              DKPF_SHM_SIZE, SystemErrorText(GetLastError())));
         } else {
             copy = CopyUnderMutex(view, mutex, source.waitMs);
             UnmapViewOfFile(view);
@@ -69,4 +69,4 @@ RegionCopy ReadRegion(const RegionSource& source)
     return copy;
 }
 
-}
+}  // namespace dkpf

@@ -1,6 +1,6 @@
 /*
- * One copy of the shared region, for every tool that shows it. The region is opened for reading only and copied in one hold
- * of its mutex; neither is ever created, nothing is written there, no consumer row is taken.
+ * One copy of the shared region, for every tool that shows it. The region is opened for reading only and copied in one
+ * hold of its mutex; neither is ever created, nothing is written there, no consumer row is taken.
  */
 #ifndef DKPF_TOOLS_REGION_READER_H
 #define DKPF_TOOLS_REGION_READER_H
@@ -21,8 +21,8 @@ enum class RegionStatus {
 
 struct RegionCopy {
     RegionStatus                   status = RegionStatus::Absent;
-    std::string                    words;  // what is wrong, where not Copied; one sentence without a period
-    std::unique_ptr<DKPF_SHM_INFO> info;   // only where Copied. Nothing in it is checked: see region_view.h
+    std::string                    words;     // what is wrong, where not Copied; one sentence without a period
+    std::unique_ptr<DKPF_SHM_INFO> info;      // only where Copied. Nothing in it is checked: see region_view.h
     DWORD                          tick = 0;  // GetTickCount() right behind the copy, ms
 };
 
@@ -35,6 +35,6 @@ struct RegionSource {
 /* May block for waitMs. An abandoned mutex counts as taken. */
 RegionCopy ReadRegion(const RegionSource& source = RegionSource());
 
-}
+}  // namespace dkpf
 
 #endif

@@ -89,4 +89,4 @@ std::string AgeText(DWORD ageMs)
     return fmt::format("{}.{} s", ageMs / 1000, ageMs % 1000 / 100);
 }
 
-}
+}  // namespace dkpf

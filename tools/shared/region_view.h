@@ -37,6 +37,6 @@ std::string LocalTimeText(const SYSTEMTIME& time);
 /* "12.3 s" */
 std::string AgeText(DWORD ageMs);
 
-}
+}  // namespace dkpf
 
 #endif

@@ -48,7 +48,7 @@ const ResultWords g_words[] = {
     { DKPF_ERR_COUNTER_KIND, "a display counter is of unknown kind" },
 };
 
-}
+}  // namespace
 
 std::string ResultText(DWORD code)
 {
@@ -59,4 +59,4 @@ std::string ResultText(DWORD code)
     return fmt::format("{:#010x}: not a code of this product", code);
 }
 
-}
+}  // namespace dkpf

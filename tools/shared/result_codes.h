@@ -12,6 +12,6 @@ namespace dkpf {
 /* "0xb000001a: the region could not be created or opened; ..." what it means and what to do. */
 std::string ResultText(DWORD code);
 
-}
+}  // namespace dkpf
 
 #endif

@@ -11,7 +11,7 @@ namespace {
 
 /* Manager and service handle of one call. */
 class OpenService {
-public:
+  public:
     OpenService(const wchar_t* name, DWORD access)
     {
         m_manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
@@ -39,14 +39,14 @@ public:
         return m_error;
     }
 
-private:
+  private:
     SC_HANDLE m_manager = nullptr;
     SC_HANDLE m_service = nullptr;
     DWORD     m_error = ERROR_SUCCESS;
 };
 
 class Win32Services : public ServiceManager {
-public:
+  public:
     ServiceInfo Query(const wchar_t* name) override
     {
         ServiceInfo       info;
@@ -88,7 +88,7 @@ public:
     }
 };
 
-}
+}  // namespace
 
 ServiceManager& SystemServices()
 {
@@ -146,4 +146,4 @@ ServiceStart StartAndWait(ServiceManager& services, const wchar_t* name, DWORD l
     }
 }
 
-}
+}  // namespace dkpf

@@ -18,10 +18,10 @@ struct ServiceInfo {
 };
 
 class ServiceManager {
-public:
+  public:
     virtual ~ServiceManager() = default;
     virtual ServiceInfo Query(const wchar_t* name) = 0;
-    virtual DWORD       Start(const wchar_t* name) = 0;                    // 0, or the system's error number
+    virtual DWORD       Start(const wchar_t* name) = 0;                   // 0, or the system's error number
     virtual DWORD       Control(const wchar_t* name, DWORD control) = 0;  // likewise
 };
 
@@ -46,6 +46,6 @@ ServiceStart StartAndWait(ServiceManager& services, const wchar_t* name, DWORD l
 
 inline constexpr DWORD START_STEP_MS = 100;
 
-}
+}  // namespace dkpf
 
 #endif

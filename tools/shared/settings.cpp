@@ -59,4 +59,4 @@ std::string SettingList(const std::vector<size_t>& indexes)
     return list;
 }
 
-}
+}  // namespace dkpf

@@ -57,6 +57,6 @@ ReloadSplit SplitReload(const SettingValues& inForce, const SettingValues& inFil
 /* "a, b and c" of setting names; empty for none. */
 std::string SettingList(const std::vector<size_t>& indexes);
 
-}
+}  // namespace dkpf
 
 #endif

@@ -7,7 +7,7 @@ namespace dkpf {
 
 std::wstring Wide(std::string_view utf8)
 {
-    const int length = static_cast<int>(utf8.size());
+    const int    length = static_cast<int>(utf8.size());
     std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0)), L'\0');
     MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, wide.data(), static_cast<int>(wide.size()));
     return wide;
@@ -15,7 +15,7 @@ std::wstring Wide(std::string_view utf8)
 
 static std::string ToCodePage(UINT codePage, std::wstring_view wide)
 {
-    const int length = static_cast<int>(wide.size());
+    const int   length = static_cast<int>(wide.size());
     std::string narrow(
         static_cast<size_t>(WideCharToMultiByte(codePage, 0, wide.data(), length, nullptr, 0, nullptr, nullptr)), '\0');
     WideCharToMultiByte(codePage, 0, wide.data(), length, narrow.data(), static_cast<int>(narrow.size()), nullptr,
@@ -52,8 +52,8 @@ std::string UtcOffsetText(int minutes)
 
 std::string IsoTime(const SYSTEMTIME& local, int utcOffsetMinutes)
 {
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}{}", local.wYear, local.wMonth, local.wDay, local.wHour,
-                       local.wMinute, local.wSecond, local.wMilliseconds, UtcOffsetText(utcOffsetMinutes));
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}{}", local.wYear, local.wMonth, local.wDay,
+                       local.wHour, local.wMinute, local.wSecond, local.wMilliseconds, UtcOffsetText(utcOffsetMinutes));
 }
 
-}
+}  // namespace dkpf

@@ -11,7 +11,7 @@
 namespace dkpf {
 
 std::wstring Wide(std::string_view utf8);
-std::string Narrow(std::wstring_view wide);
+std::string  Narrow(std::wstring_view wide);
 
 /* UTF-8 to the ANSI code page, which the logging library takes; letters that it lacks become '?'. */
 std::string ToAnsi(std::string_view utf8);
@@ -25,6 +25,6 @@ std::string IsoTime(const SYSTEMTIME& local, int utcOffsetMinutes);
 /* "+09:00" */
 std::string UtcOffsetText(int minutes);
 
-}
+}  // namespace dkpf
 
 #endif
