@@ -19,7 +19,7 @@
 
 /* Bounds of a file. The parser recurses once per level, so the depth bounds its stack; the size bounds time and memory.
  */
-constexpr size_t   XML_MAX_BYTES = 1024 * 1024;
+constexpr size_t   XML_MAX_BYTES = 1048576;
 constexpr unsigned XML_MAX_DEPTH = 64;
 constexpr unsigned XML_MAX_ATTRIBUTES = 64; // per element
 

@@ -147,6 +147,8 @@ static bool CheckEncoding(SCAN* lpScan)
 
 /* ---- Markup ---- */
 
+static_assert(XML_MAX_DEPTH == 64 && XML_MAX_ATTRIBUTES == 64, "two sentences below name these bounds");
+
 static bool IsNameStart(char c)
 {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':' ||
