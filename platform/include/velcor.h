@@ -78,9 +78,10 @@ typedef struct VELCOR_EXCHANGE {
 /* The filter library's exchange: the same form, where the status is a Win32 error number. */
 typedef VELCOR_EXCHANGE VELCOR_FILTER_EXCHANGE;
 
-/* What the feeder hands over, once a second or step. Peaks in the records are those of the fed interval: the driver keeps
- * the larger of them and what stands there since the last request. A peak that follows the mode (offsets 40, 64, 96) is
- * compared with that of the record which held the queues before. Disks that are not, or were not, initialised keep none. */
+/* What the feeder hands over, once a second or step. Peaks in the records are those of the fed interval: the driver
+ * keeps the larger of them and what stands there since the last request. A peak that follows the mode (offsets 40, 64,
+ * 96) is compared with that of the record which held the queues before. A disk that is not, or was not, initialised
+ * keeps none. */
 typedef struct VELCOR_FEED {
     unsigned int driver_status; /* status word of the next replies, without a record; 0 as usual */
     unsigned int refuse;        /* not 0: VELCOR_GET_PERFORMANCE itself is refused (STATUS_DEVICE_NOT_READY) */

@@ -7,9 +7,9 @@
 #include "tnwdiskfltr.h"
 #include "velcor.h"
 
-static SRWLOCK g_lock = SRWLOCK_INIT;          // guards the two below; held while the driver answers
-static HANDLE  g_hDevice = INVALID_HANDLE_VALUE; // opened at the first call that can, then kept, dead or alive
-static VELCOR_FILTER_EXCHANGE g_exchange;      // the reply lands here first, so that a failure leaves the caller's buffer
+static SRWLOCK g_lock = SRWLOCK_INIT;             // guards the two below; held while the driver answers
+static HANDLE  g_hDevice = INVALID_HANDLE_VALUE;  // opened at the first call that can, then kept, dead or alive
+static VELCOR_FILTER_EXCHANGE g_exchange;  // the reply lands here first, so that a failure leaves the caller's buffer
 
 /* Opens the device at the first call; reading is all that the request needs. Lock held. */
 static DWORD OpenDevice()

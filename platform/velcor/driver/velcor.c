@@ -26,14 +26,14 @@ C_ASSERT(FIELD_OFFSET(VELCOR_ENTRY, transfers) == 152);
 /* ---- Records ---- */
 
 /* A driver's globals are not paged, so they may be touched while the spin lock is held. */
-static KSPIN_LOCK g_lock; /* guards the five below; held for a copy and its peaks at most */
+static KSPIN_LOCK    g_lock; /* guards the five below; held for a copy and its peaks at most */
 static VELCOR_RECORD g_driver;
 static VELCOR_RECORD g_filter;
-static unsigned int g_driverStatus;
-static unsigned int g_refuse;
-static unsigned int g_filterError;
+static unsigned int  g_driverStatus;
+static unsigned int  g_refuse;
+static unsigned int  g_filterError;
 
-/* One line for each peak: where it falls at a request, and whether it follows the queues from one record to the other. */
+/* One line for each peak: where it falls at a request, and whether it follows the queues to the other record. */
 typedef struct PEAK {
     unsigned short peak;        /* offset in VELCOR_ENTRY */
     unsigned short now;         /* offset of the gauge it falls back to; 0: falls to 0 */
@@ -234,14 +234,19 @@ typedef struct DEVICE_ACL {
 C_ASSERT(sizeof(DEVICE_ACE) == 24);
 C_ASSERT(sizeof(DEVICE_ACL) == 8 + 3 * 24);
 
+/* clang-format off */
 #define DEVICE_ACE_FOR(mask, authority, parts, part1, part2)                                                           \
-    { { ACCESS_ALLOWED_ACE_TYPE, 0, sizeof(DEVICE_ACE) }, mask, 1, parts, { 0, 0, 0, 0, 0, authority }, { part1, part2 } }
+    { { ACCESS_ALLOWED_ACE_TYPE, 0, sizeof(DEVICE_ACE) }, mask, 1, parts, { 0, 0, 0, 0, 0, authority },                \
+      { part1, part2 } }
 
 /* Everybody may open the device for reading; feeding it is for the system and for administrators. */
-static DEVICE_ACL g_acl = { { ACL_REVISION, 0, sizeof(DEVICE_ACL), 3, 0 },
-                            { DEVICE_ACE_FOR(FILE_ALL_ACCESS, 5, 1, 18, 0),          /* the system */
-                              DEVICE_ACE_FOR(FILE_ALL_ACCESS, 5, 2, 32, 544),        /* administrators */
-                              DEVICE_ACE_FOR(FILE_GENERIC_READ, 1, 1, 0, 0) } };     /* everybody */
+static DEVICE_ACL g_acl = {
+    { ACL_REVISION, 0, sizeof(DEVICE_ACL), 3, 0 },
+    { DEVICE_ACE_FOR(FILE_ALL_ACCESS, 5, 1, 18, 0),     /* the system */
+      DEVICE_ACE_FOR(FILE_ALL_ACCESS, 5, 2, 32, 544),   /* administrators */
+      DEVICE_ACE_FOR(FILE_GENERIC_READ, 1, 1, 0, 0) }   /* everybody */
+};
+/* clang-format on */
 
 static NTSTATUS ProtectDevice(PDEVICE_OBJECT device)
 {

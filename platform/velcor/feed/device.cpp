@@ -53,7 +53,7 @@ DWORD BecomeTheFeeder()
     }
     wait = WaitForSingleObject(mutex, 0);
     if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) {
-        return ERROR_SUCCESS; // the handle stays open on purpose: the end of the process gives the mutex up
+        return ERROR_SUCCESS;  // the handle stays open on purpose: the end of the process gives the mutex up
     }
     error = wait == WAIT_TIMEOUT ? ERROR_BUSY : GetLastError();
     CloseHandle(mutex);

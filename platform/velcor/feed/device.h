@@ -7,10 +7,10 @@
 #include <windows.h>
 #include "velcor.h"
 
-/* A handle that opens when the driver is there, dies when it is stopped, and is opened anew when it is back. One thread. */
-class Device
-{
-public:
+/* A handle that opens when the driver is there, dies when it is stopped, and is opened anew when it is back. One
+ * thread. */
+class Device {
+  public:
     Device() = default;
     ~Device();
     Device(const Device&) = delete;
@@ -22,14 +22,15 @@ public:
     /** Hands a feed over. @return 0, or the Win32 error number; the device is then closed. */
     DWORD Feed(VELCOR_FEED& feed);
 
-private:
+  private:
     HANDLE m_handle = INVALID_HANDLE_VALUE;
 };
 
 /**
- * Takes the mutex that one feeder of the machine holds (Global\TNW_VELCOR_FEEDER, administrators only). It is held by the calling
- * thread until its process ends; one that was killed lets go of it.
- * @return 0; ERROR_BUSY: another feeder holds it; ERROR_ACCESS_DENIED: no administrator; otherwise the Win32 error number.
+ * Takes the mutex that one feeder of the machine holds (Global\TNW_VELCOR_FEEDER, administrators only). It is held by
+ * the calling thread until its process ends; one that was killed lets go of it.
+ * @return 0; ERROR_BUSY: another feeder holds it; ERROR_ACCESS_DENIED: no administrator; otherwise the Win32 error
+ * number.
  */
 DWORD BecomeTheFeeder();
 

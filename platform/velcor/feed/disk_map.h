@@ -1,6 +1,6 @@
 /*
- * Which host disk is which mirror disk: HOME/etc/disks.map, a line "number name" for each, so that a disk keeps its number
- * over restarts. A disk that is gone keeps its line; who wants the number back deletes the line.
+ * Which host disk is which mirror disk: HOME/etc/disks.map, a line "number name" for each, so that a disk keeps its
+ * number over restarts. A disk that is gone keeps its line; who wants the number back deletes the line.
  */
 #ifndef VELCORFEED_DISK_MAP_H
 #define VELCORFEED_DISK_MAP_H
@@ -11,14 +11,14 @@
 #include <windows.h>
 #include "velcor.h"
 
-struct DiskMap
-{
-    std::array<std::string, VELCOR_DISK_MAX> name; // of mirror disk 1, 2, ...; empty: free
+struct DiskMap {
+    std::array<std::string, VELCOR_DISK_MAX> name;  // of mirror disk 1, 2, ...; empty: free
 };
 
 /**
  * @param reason  receives the line number and what is wrong with that line.
- * @return false for a line that is no "number name", a number that is none of 1 to 64, a number or name that is there twice.
+ * @return false for a line that is no "number name", a number that is none of 1 to 64, a number or name that is there
+ * twice.
  */
 bool ParseDiskMap(const std::string& text, DiskMap& map, unsigned& line, std::string& reason);
 

@@ -37,7 +37,8 @@ static bool IsExcludedKind(const std::string& name)
     static const char* const PREFIXES[] = { "loop", "ram", "zram", "dm-", "md", "md_d", "sr", "fd" };
 
     for (const std::string prefix : PREFIXES) {
-        if (name.size() > prefix.size() && name.compare(0, prefix.size(), prefix) == 0 && IsDigit(name[prefix.size()])) {
+        if (name.size() > prefix.size() && name.compare(0, prefix.size(), prefix) == 0 &&
+            IsDigit(name[prefix.size()])) {
             return true;
         }
     }
@@ -69,7 +70,8 @@ static bool IsPartition(const std::string& name, const std::vector<DiskStat>& st
         std::replace(entry.begin(), entry.end(), '/', '!');
         return std::find(wholeDevices.begin(), wholeDevices.end(), entry) == wholeDevices.end();
     }
-    return std::any_of(stats.begin(), stats.end(), [&](const DiskStat& other) { return IsPartitionOf(name, other.name); });
+    return std::any_of(stats.begin(), stats.end(),
+                       [&](const DiskStat& other) { return IsPartitionOf(name, other.name); });
 }
 
 std::vector<DiskStat> WholeDisks(const std::vector<DiskStat>& stats, const std::vector<std::string>& wholeDevices)

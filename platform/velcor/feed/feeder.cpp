@@ -5,7 +5,7 @@
 #include "device.h"
 #include "journal.h"
 
-static const DWORD RETRY_MS = 500;
+static const DWORD              RETRY_MS = 500;
 static const unsigned long long LOG_LIMIT = 1ull << 20;
 
 Teller::Teller(const std::string& logFile) : m_toFile(!logFile.empty()), m_file(logFile, "time sentence", LOG_LIMIT)
@@ -17,7 +17,7 @@ void Teller::Say(const std::string& sentence)
     if (m_toFile) {
         SYSTEMTIME now;
         GetLocalTime(&now);
-        m_file.Write(TimeText(now) + " " + sentence); // nowhere left to tell that this failed
+        m_file.Write(TimeText(now) + " " + sentence);  // nowhere left to tell that this failed
     } else {
         printf("velcorfeed: %s\n", sentence.c_str());
         fflush(stdout);
@@ -31,8 +31,8 @@ static bool Stopped(HANDLE stop, DWORD ms)
 
 /*
  * Feeds one step, however long the driver is away.
- * @param fedBefore  whether the driver has taken a step of this process: after that an access that is denied is a driver
- *                   going down, before it it is a missing right.
+ * @param fedBefore  whether the driver has taken a step of this process: after that an access that is denied is a
+ * driver going down, before it it is a missing right.
  */
 static ExitCode FeedStep(Device& device, Step& step, bool fedBefore, HANDLE stop, Teller& teller, bool& stopped)
 {
@@ -117,7 +117,7 @@ ExitCode RunFeeder(Source& source, LineFile* journal, const Pace& pace, HANDLE s
         }
     }
     for (const std::string& sentence : step.words) {
-        teller.Say(sentence); // those behind the last step
+        teller.Say(sentence);  // those behind the last step
     }
     return EXIT_DONE;
 }

@@ -57,8 +57,8 @@ bool ParseNumber(const std::string& word, unsigned long long& number)
 
 DWORD ReadWholeFile(const std::string& path, std::string& text)
 {
-    HANDLE      file = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, NULL,
-                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, NULL);
+    HANDLE file = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, NULL,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, NULL);
     std::string all;
     char        piece[16384];
     DWORD       read = 0;
@@ -98,8 +98,8 @@ static DWORD WriteAll(HANDLE file, const std::string& bytes)
 DWORD ReplaceWholeFile(const std::string& path, const std::string& text)
 {
     const std::string fresh = path + ".new";
-    HANDLE            file = CreateFileA(fresh.c_str(), GENERIC_WRITE, 0, NULL, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, NULL);
-    DWORD             error = ERROR_SUCCESS;
+    HANDLE file = CreateFileA(fresh.c_str(), GENERIC_WRITE, 0, NULL, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, NULL);
+    DWORD  error = ERROR_SUCCESS;
 
     if (file == INVALID_HANDLE_VALUE) {
         return GetLastError();
@@ -244,9 +244,9 @@ DWORD LineFile::Rotate()
 
 DWORD LineFile::Write(const std::string& line)
 {
-    const bool  first = m_file == INVALID_HANDLE_VALUE;
+    const bool        first = m_file == INVALID_HANDLE_VALUE;
     const std::string bytes = line + "\r\n";
-    DWORD       error = Open();
+    DWORD             error = Open();
 
     if (error == ERROR_SUCCESS &&
         ((first && !StartsWithHeader()) || (m_size > m_header.size() && m_size + bytes.size() > m_limit))) {

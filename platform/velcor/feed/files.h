@@ -40,9 +40,8 @@ DWORD ListFolder(const std::string& path, std::vector<std::string>& names);
  * beside it (name.1.ext). One writer; readers may open it at any time. Lines end in CR LF and are in the file when
  * Write returns. A line that only fits in part (disk full) is taken back.
  */
-class LineFile
-{
-public:
+class LineFile {
+  public:
     LineFile(std::string path, std::string header, unsigned long long limit);
     ~LineFile();
     LineFile(const LineFile&) = delete;
@@ -51,7 +50,7 @@ public:
     /** @return 0, or the Win32 error number: the line is not in the file; the next call tries again. */
     DWORD Write(const std::string& line);
 
-private:
+  private:
     DWORD Open();
     void  Close();
     DWORD Rotate();
@@ -61,7 +60,7 @@ private:
     std::string        m_path;
     std::string        m_header;
     unsigned long long m_limit;
-    unsigned long long m_size = 0; // bytes of whole lines in the file
+    unsigned long long m_size = 0;  // bytes of whole lines in the file
     HANDLE             m_file = INVALID_HANDLE_VALUE;
 };
 

@@ -79,28 +79,30 @@ void HostSource::Tell(Step& step, const std::string& key, const std::string& sen
 
 bool HostSource::Next(Step& step)
 {
-    std::string           text;
-    unsigned              badLines = 0;
-    std::vector<DiskStat> whole;
+    std::string                       text;
+    unsigned                          badLines = 0;
+    std::vector<DiskStat>             whole;
     std::array<bool, VELCOR_DISK_MAX> present = {};
 
     step.disks.clear();
     step.words.clear();
     const DWORD error = m_files.readDiskStats(text);
     if (error != ERROR_SUCCESS) {
-        Tell(step, "read", "The host's disk statistics cannot be read (error " + std::to_string(error) +
-                               "); the values stand still.");
+        Tell(step, "read",
+             "The host's disk statistics cannot be read (error " + std::to_string(error) +
+                 "); the values stand still.");
         step.feed = m_feed;
         return true;
     }
     Tell(step, "read", "");
     whole = WholeDisks(ParseDiskStats(text, badLines), m_files.listWholeDevices());
-    Tell(step, "lines", badLines == 0 ? std::string()
-                                      : std::to_string(badLines) + " lines of the disk statistics are not understood and left out.");
+    Tell(step, "lines",
+         badLines == 0 ? std::string()
+                       : std::to_string(badLines) + " lines of the disk statistics are not understood and left out.");
     for (const DiskStat& stat : whole) {
         const unsigned number = AssignDisk(m_map, stat.name, m_mapUnsaved);
-        Tell(step, "full " + stat.name, number != 0 ? std::string()
-                                        : "Host disk " + stat.name + " is left out: all 64 mirror disks are taken.");
+        Tell(step, "full " + stat.name,
+             number != 0 ? std::string() : "Host disk " + stat.name + " is left out: all 64 mirror disks are taken.");
         if (number == 0 || present[number - 1]) {
             continue;
         }
@@ -116,7 +118,8 @@ bool HostSource::Next(Step& step)
     for (unsigned slot = 0; slot < VELCOR_DISK_MAX; slot++) {
         Disk& disk = m_disks[slot];
         if (disk.present && !present[slot]) {
-            step.words.push_back("Host disk " + m_map.name[slot] + " (mirror disk " + std::to_string(slot + 1) + ") is gone.");
+            step.words.push_back("Host disk " + m_map.name[slot] + " (mirror disk " + std::to_string(slot + 1) +
+                                 ") is gone.");
             disk.mirror.numbers.state = 0;
         }
         disk.present = present[slot];
@@ -127,9 +130,10 @@ bool HostSource::Next(Step& step)
     if (m_mapUnsaved) {
         const DWORD saved = m_files.writeMap(FormatDiskMap(m_map));
         m_mapUnsaved = saved != ERROR_SUCCESS;
-        Tell(step, "map", saved == ERROR_SUCCESS ? std::string()
-                                                 : "disks.map cannot be written (error " + std::to_string(saved) +
-                                                       "); the numbers hold for this run, and it is tried again each second.");
+        Tell(step, "map",
+             saved == ERROR_SUCCESS ? std::string()
+                                    : "disks.map cannot be written (error " + std::to_string(saved) +
+                                          "); the numbers hold for this run, and it is tried again each second.");
     }
     std::sort(step.disks.begin(), step.disks.end(), [](const FedDisk& a, const FedDisk& b) { return a.disk < b.disk; });
     step.feed = m_feed;

@@ -13,6 +13,6 @@ std::string TimeText(const SYSTEMTIME& time)
 
 std::string JournalLine(const SYSTEMTIME& time, const FedDisk& disk)
 {
-    return TimeText(time) + "," + std::to_string(disk.disk) + "," + disk.host + "," + std::to_string(disk.writeBytes) + "," +
-           std::to_string(disk.writes) + "," + std::to_string(disk.writeUs);
+    return TimeText(time) + "," + std::to_string(disk.disk) + "," + disk.host + "," + std::to_string(disk.writeBytes) +
+           "," + std::to_string(disk.writes) + "," + std::to_string(disk.writeUs);
 }

@@ -15,8 +15,7 @@
 #include "journal.h"
 #include "scenario.h"
 
-struct Options
-{
+struct Options {
     bool        host = false;
     std::string scenario;
     std::string journal;
@@ -30,9 +29,9 @@ struct Options
     bool        service = false;
 };
 
-static char    g_serviceName[] = "velcorfeed";
-static HANDLE  g_stop;          // set by Ctrl+C and by the service manager
-static Options g_options;       // written before the first thread starts
+static char                  g_serviceName[] = "velcorfeed";
+static HANDLE                g_stop;     // set by Ctrl+C and by the service manager
+static Options               g_options;  // written before the first thread starts
 static SERVICE_STATUS_HANDLE g_serviceStatus;
 
 /* ---- Places ---- */
@@ -146,9 +145,9 @@ static ExitCode Run(Teller& teller)
     const std::string       home = Home();
     std::unique_ptr<Source> source;
     const Pace              pace = { StepMs(g_options.speed), g_options.once };
-    LineFile                journal(g_options.journal.empty() ? home + "\\log\\velcorfeed.journal" : g_options.journal,
-                                    JOURNAL_HEADER, JOURNAL_LIMIT);
-    ExitCode                made = MakeSource(home, teller, source);
+    LineFile journal(g_options.journal.empty() ? home + "\\log\\velcorfeed.journal" : g_options.journal, JOURNAL_HEADER,
+                     JOURNAL_LIMIT);
+    ExitCode made = MakeSource(home, teller, source);
 
     if (made != EXIT_DONE) {
         return made;
@@ -204,7 +203,7 @@ static VOID WINAPI ServiceMain(DWORD, LPSTR*)
     ExitCode code = EXIT_DONE;
 
     g_serviceStatus = RegisterServiceCtrlHandlerExA(g_serviceName, OnControl, NULL);
-    Report(SERVICE_RUNNING, EXIT_DONE); // a driver that is not there yet is waited for, that is no part of the start
+    Report(SERVICE_RUNNING, EXIT_DONE);  // a driver that is not there yet is waited for, that is no part of the start
     teller.Say("started as a service.");
     code = Run(teller);
     teller.Say("ended with exit code " + std::to_string(code) + ".");
@@ -231,40 +230,43 @@ static BOOL WINAPI OnConsole(DWORD)
 
 /* ---- The command line ---- */
 
-static std::string Footer()
-{
-    return "\n"
-           "One feeder feeds the driver of a machine. It waits for the driver where that is not there, and feeds it again when\n"
-           "it was stopped and started. What was fed last stands in the driver until it is stopped.\n"
-           "\n"
-           "--host: each whole disk of the host (no loop, ram, zram, partition, mapper, md, sr, fd device) is one mirror disk.\n"
-           "Bytes (sectors * 512), writes and write times (ms * 1000) are the host's own sums, passed on unchanged; a counter\n"
-           "that wraps at 2^32 runs on by 2^32 until the feeder is started anew, one that begins anew begins the sum anew. The\n"
-           "rest is modelled, step by step of a second: what is written joins the send queue; the link hands over up to 32 MiB,\n"
-           "in transfers of at most 64 KiB that take 300 us and 1 us for each 128 bytes; 62 % of the bytes remain after\n"
-           "reduction; the other side acknowledges a step later (history buffer, unsynchronised bytes); transfer memory is the\n"
-           "send queue in blocks of 64 KiB; the request queue is the host's requests under way times the mean size of a write;\n"
-           "the longest write of a step is its mean, as the host does not tell it. A disk that disappears gets state 0. Without\n"
-           "any such disk a built-in scenario is played.\n"
-           "\n" +
-           ScenarioHelp() +
-           "\n"
-           "Journal: " JOURNAL_HEADER ", a line for each disk and step fed, after the driver took it; at most 8 MiB and one\n"
-           "older generation (.1.journal). As a service what is said goes to HOME\\log\\velcorfeed.log.\n"
-           "HOME is the parent of the folder that velcorfeed.exe lies in.\n"
-           "exit: 0 played to its end, fed once, or stopped; 1 the system refused something; 2 wrong usage; 3 scenario or\n"
-           "disks.map unreadable or refused (file, line and reason are printed); 4 another feeder runs; 5 no administrator;\n"
-           "6 the host's disk statistics cannot be read\n";
-}
+static const char HELP_HEAD[] = R"help(
+One feeder feeds the driver of a machine. It waits for the driver where that is not there, and feeds it again when it
+was stopped and started. What was fed last stands in the driver until it is stopped.
+
+--host: each whole disk of the host (no loop, ram, zram, partition, mapper, md, sr, fd device) is one mirror disk.
+Bytes (sectors * 512), writes and write times (ms * 1000) are the host's own sums, passed on unchanged; a counter that
+wraps at 2^32 runs on by 2^32 until the feeder is started anew, one that begins anew begins the sum anew. The rest is
+modelled, step by step of a second: what is written joins the send queue; the link hands over up to 32 MiB, in
+transfers of at most 64 KiB that take 300 us and 1 us for each 128 bytes transferred; 62 % of the bytes remain after
+reduction; the other side acknowledges a step later (history buffer, unsynchronised bytes); transfer memory is the
+send queue in blocks of 64 KiB; the request queue is the host's requests under way times the mean size of a write; the
+longest write of a step is its mean, as the host does not tell it. Asynchronous disks count in the filter's record what
+belongs to the queues, synchronous ones in the driver's. A disk that disappears gets state 0. Without any such disk a
+built-in scenario is played.
+
+)help";
+
+static const char HELP_TAIL[] = R"help(
+Journal: a header (time,disk,host,write_bytes,writes,write_us) and a line for each disk and step fed, written after the
+driver took it; at most 8 MiB and one older generation (.1.journal). As a service what is said goes to
+HOME\log\velcorfeed.log. HOME is the parent of the folder that velcorfeed.exe lies in.
+exit: 0 played to its end, fed once, or stopped; 1 the system refused something; 2 wrong usage; 3 scenario or disks.map
+unreadable or refused (file, line and reason are printed); 4 another feeder runs; 5 no administrator; 6 the host's disk
+statistics cannot be read
+)help";
 
 int main(int argc, char** argv)
 {
-    CLI::App app("Feeds the simulated mirror-disk driver: with the disks of this host, or from a script.", "velcorfeed");
-    CLI::Option* host = app.add_flag("--host", g_options.host, "Feed the real disk activity of this host, once a second");
+    CLI::App     app("Feeds the simulated mirror-disk driver: with the disks of this host, or from a script.",
+                     "velcorfeed");
+    CLI::Option* host =
+        app.add_flag("--host", g_options.host, "Feed the real disk activity of this host, once a second");
     CLI::Option* scenario = app.add_option("--scenario", g_options.scenario, "Play this script (language below)");
 
     scenario->excludes(host);
-    app.add_option("--seed", g_options.seed, "Random numbers of the script, until it sets its own")->capture_default_str();
+    app.add_option("--seed", g_options.seed, "Random numbers of the script, until it sets its own")
+        ->capture_default_str();
     app.add_option("--speed", g_options.speed, "Steps a second; 0: as fast as the driver takes them")
         ->capture_default_str()
         ->check(CLI::Range(0.0, 1000.0));
@@ -275,9 +277,11 @@ int main(int argc, char** argv)
         ->capture_default_str()
         ->check(CLI::IsMember({ "async", "sync" }));
     app.add_option("--diskstats", g_options.diskstats, "The host's disk statistics")->capture_default_str();
-    app.add_option("--sysblock", g_options.sysblock, "Folder with an entry for each whole device")->capture_default_str();
-    app.add_flag("--service", g_options.service, "Run under the service manager, as service velcorfeed (without --scenario: --host)");
-    app.footer(Footer());
+    app.add_option("--sysblock", g_options.sysblock, "Folder with an entry for each whole device")
+        ->capture_default_str();
+    app.add_flag("--service", g_options.service,
+                 "Run under the service manager, as service velcorfeed (without --scenario: --host)");
+    app.footer(HELP_HEAD + ScenarioHelp() + HELP_TAIL);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -66,16 +66,14 @@ void StartAt(MirrorDisk& disk, unsigned long long writeBytes, unsigned long long
 
 /* ---- The records ---- */
 
-enum class Kind
-{
-    DriverAlone, // counted by the driver in every mode
-    Sum,         // counted by the record that holds the queues; the other keeps its share
-    Gauge,       // shown by the record that holds the queues; the other keeps what it showed last
-    Longest      // shown by the record that holds the queues; the other shows 0, since readers add the two
+enum class Kind {
+    DriverAlone,  // counted by the driver in every mode
+    Sum,          // counted by the record that holds the queues; the other keeps its share
+    Gauge,        // shown by the record that holds the queues; the other keeps what it showed last
+    Longest       // shown by the record that holds the queues; the other shows 0, since readers add the two
 };
 
-struct Field
-{
+struct Field {
     size_t offset;
     Kind   kind;
 };

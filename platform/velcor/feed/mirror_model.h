@@ -24,40 +24,37 @@
 #include <windows.h>
 #include "velcor.h"
 
-const unsigned long long TRANSFER_BLOCK = 64 * 1024; // largest transfer, and the unit of transfer memory, bytes
+const unsigned long long TRANSFER_BLOCK = 64 * 1024;  // largest transfer, and the unit of transfer memory, bytes
 const unsigned long long TRANSFER_BYTES_PER_US = 128;
 
 /* What a disk did in one step. */
-struct Load
-{
+struct Load {
     unsigned long long writeBytes;
     unsigned long long writes;
-    unsigned long long writeUs;      // response times of these writes, added up
-    unsigned long long longestUs;    // the longest of them
-    unsigned long long requestBytes; // request queue at the end of the step
+    unsigned long long writeUs;       // response times of these writes, added up
+    unsigned long long longestUs;     // the longest of them
+    unsigned long long requestBytes;  // request queue at the end of the step
 };
 
 /* The way to the other side. */
-struct Link
-{
-    unsigned long long bytesPerStep; // handed over in a step at most
-    unsigned long long ratio;        // percent that remain after reduction
-    unsigned long long transferUs;   // base time of one transfer
+struct Link {
+    unsigned long long bytesPerStep;  // handed over in a step at most
+    unsigned long long ratio;         // percent that remain after reduction
+    unsigned long long transferUs;    // base time of one transfer
 };
 
 /* A mirrored disk between two steps. numbers holds mode, state and the 19 numbers as they are, whoever counts them. */
-struct MirrorDisk
-{
+struct MirrorDisk {
     VELCOR_ENTRY       numbers;
-    unsigned long long carry; // of the reduction, hundredths of a byte
+    unsigned long long carry;  // of the reduction, hundredths of a byte
 };
 
 /** Takes the disk one step on. Mode and state are left alone. */
 void Advance(MirrorDisk& disk, const Load& load, const Link& link);
 
 /**
- * Sets the sums of a disk that has already written, as if all of it had been handed over with empty queues, so that a feeder that
- * starts again goes on near the sums that stood there before.
+ * Sets the sums of a disk that has already written, as if all of it had been handed over with empty queues, so that a
+ * feeder that starts again goes on near the sums that stood there before.
  */
 void StartAt(MirrorDisk& disk, unsigned long long writeBytes, unsigned long long writes, unsigned long long writeUs,
              const Link& link);

@@ -5,14 +5,13 @@
 
 #include "files.h"
 
-static const unsigned NESTING_MAX = 8;
+static const unsigned           NESTING_MAX = 8;
 static const unsigned long long STEPS_MAX = 1000000;
 static const unsigned long long ANY64 = ~0ull;
 
 /* ---- The settings of a disk ---- */
 
-struct SettingRow
-{
+struct SettingRow {
     const char*        word;
     unsigned long long least;
     unsigned long long most;
@@ -37,8 +36,7 @@ static const SettingRow g_settings[] = {
 static_assert(sizeof(g_settings) / sizeof(g_settings[0]) == SETTING_NUM, "one line per setting");
 
 /* Words that stand for a setting and its value. */
-struct ShortWord
-{
+struct ShortWord {
     const char*        word;
     Setting            setting;
     unsigned long long value;
@@ -55,12 +53,13 @@ std::string ScenarioHelp()
 {
     std::string help =
         "The script language of --scenario: one statement a line, words apart by blanks, # starts a comment.\n"
-        "  disk LIST SETTING...      sets what the disks of LIST do from the next step on. LIST: 3, 1-8, 1,4,9-12 or all\n"
+        "  disk LIST SETTING...      sets what the disks of LIST do from the next step on. LIST: 3, 1-8, 1,4,9-12 or "
+        "all\n"
         "  driver status NUMBER      status word of the driver's replies; 0 as usual\n"
         "  driver refuse on|off      the driver refuses the request itself (device not ready)\n"
         "  filter error NUMBER       the filter library answers this Win32 error number; 0 as usual\n"
         "  step [NUMBER]             feeds one step (or so many, up to 1000000), a second each\n"
-        "  repeat NUMBER|forever     does what follows up to its 'end' so often; needs a step inside; up to 8 deep\n"
+        "  repeat NUMBER or forever  does what follows up to its 'end' so often; needs a step inside; up to 8 deep\n"
         "  end                       closes a repeat\n"
         "  seed NUMBER               starts the random numbers anew; before the first one --seed holds\n"
         "  say TEXT                  prints the text when it is reached\n"
@@ -71,7 +70,8 @@ std::string ScenarioHelp()
         start.resize(28, ' ');
         help += start + row.help + " [" + std::to_string(row.initial) + "]\n";
     }
-    help += "NUMBER: decimal or 0x; K, M, G behind it multiply by 1024 once, twice, three times; LOW~HIGH is drawn anew at\n"
+    help += "NUMBER: decimal or 0x; K, M, G behind it multiply by 1024 once, twice, three times; LOW~HIGH is drawn "
+            "anew at\n"
             "each step, the same for the same seed (for disk settings only).\n"
             "What is set stays set. At the end of the script the last step stands until somebody feeds again.\n"
             "Example:\n"
@@ -121,16 +121,15 @@ static bool ParseScaled(const std::string& word, unsigned long long& number)
     return true;
 }
 
-class Parser
-{
-public:
+class Parser {
+  public:
     bool Parse(const std::string& text);
 
     Scenario    scenario;
     unsigned    line = 0;
     std::string reason;
 
-private:
+  private:
     bool Refuse(const std::string& why);
     bool ParseLine(const std::string& text);
     bool ParseDisk();
@@ -175,7 +174,8 @@ bool Parser::TakeNumber(const char* what, unsigned long long least, unsigned lon
         return Refuse("'" + word + "' is no number");
     }
     if (number < least || number > most) {
-        return Refuse(std::string(what) + " " + word + " is not in " + std::to_string(least) + " to " + std::to_string(most));
+        return Refuse(std::string(what) + " " + word + " is not in " + std::to_string(least) + " to " +
+                      std::to_string(most));
     }
     return true;
 }
@@ -193,7 +193,8 @@ bool Parser::TakeRange(const SettingRow& row, Range& range)
     const std::string word = m_words[m_word];
     m_words[m_word] = word.substr(0, tilde);
     m_words.insert(m_words.begin() + static_cast<std::ptrdiff_t>(m_word) + 1, word.substr(tilde + 1));
-    if (!TakeNumber(row.word, row.least, row.most, range.low) || !TakeNumber(row.word, row.least, row.most, range.high)) {
+    if (!TakeNumber(row.word, row.least, row.most, range.low) ||
+        !TakeNumber(row.word, row.least, row.most, range.high)) {
         return false;
     }
     return range.low <= range.high || Refuse("'" + word + "' runs backwards");
@@ -415,7 +416,8 @@ bool ParseScenario(const std::string& text, Scenario& scenario, unsigned& line, 
 
 /* ---- The player ---- */
 
-ScenarioSource::ScenarioSource(Scenario scenario, unsigned long long seed) : m_scenario(std::move(scenario)), m_random(seed)
+ScenarioSource::ScenarioSource(Scenario scenario, unsigned long long seed)
+    : m_scenario(std::move(scenario)), m_random(seed)
 {
     m_feed.driver.header = VELCOR_REQUEST_HEADER;
     m_feed.filter.header = VELCOR_REQUEST_HEADER;
@@ -527,7 +529,7 @@ bool ScenarioSource::Next(Step& step)
                 m_rounds.pop_back();
             } else {
                 m_rounds.back() -= m_rounds.back() != 0;
-                m_next = statement.partner; // the loop goes on behind the repeat
+                m_next = statement.partner;  // the loop goes on behind the repeat
             }
             break;
         }

@@ -15,15 +15,13 @@
 #include "source.h"
 
 /* A number as a script gives it: drawn anew from low..high at each step where they differ. */
-struct Range
-{
+struct Range {
     unsigned long long low;
     unsigned long long high;
 };
 
 /* What can be set for a disk; the order of the table in scenario.cpp, and of the draws within a step. */
-enum Setting
-{
+enum Setting {
     SETTING_STATE,
     SETTING_MODE,
     SETTING_WRITES,
@@ -39,23 +37,21 @@ enum Setting
     SETTING_NUM
 };
 
-enum class Verb
-{
-    Disk,         // setting of disks = value
-    DriverStatus, // value
-    Refuse,       // value 0 or 1
-    FilterError,  // value
-    Seed,         // value
-    Say,          // text
-    Step,         // value: how many steps
-    Repeat,       // value: how often, 0 for ever; partner: its end
-    End           // partner: its repeat
+enum class Verb {
+    Disk,          // setting of disks = value
+    DriverStatus,  // value
+    Refuse,        // value 0 or 1
+    FilterError,   // value
+    Seed,          // value
+    Say,           // text
+    Step,          // value: how many steps
+    Repeat,        // value: how often, 0 for ever; partner: its end
+    End            // partner: its repeat
 };
 
-struct Statement
-{
+struct Statement {
     Verb                         verb;
-    unsigned                     line; // of the script
+    unsigned                     line;  // of the script
     std::bitset<VELCOR_DISK_MAX> disks;
     Setting                      setting;
     Range                        value;
@@ -76,18 +72,16 @@ bool ParseScenario(const std::string& text, Scenario& scenario, unsigned& line, 
 std::string ScenarioHelp();
 
 /** Plays a scenario: the same steps for the same scenario and seed, on every machine. */
-class ScenarioSource : public Source
-{
-public:
+class ScenarioSource : public Source {
+  public:
     /** @param seed  holds until the scenario sets one of its own. */
     ScenarioSource(Scenario scenario, unsigned long long seed);
     bool Next(Step& step) override;
 
-private:
-    struct Disk
-    {
+  private:
+    struct Disk {
         std::array<Range, SETTING_NUM> setting;
-        std::bitset<SETTING_NUM>       fresh; // set since the last step, for settings that count once
+        std::bitset<SETTING_NUM>       fresh;  // set since the last step, for settings that count once
         MirrorDisk                     mirror = {};
     };
 
@@ -96,13 +90,13 @@ private:
     void               Play(Disk& disk);
     void               Fill(Step& step);
 
-    Scenario                           m_scenario;
-    size_t                             m_next = 0;
-    unsigned long long                 m_stepsLeft = 0;
-    std::vector<unsigned long long>    m_rounds; // of the repeats around m_next, innermost last; 0: for ever
-    std::mt19937_64                    m_random;
-    std::array<Disk, VELCOR_DISK_MAX>  m_disks;
-    VELCOR_FEED                        m_feed = {};
+    Scenario                          m_scenario;
+    size_t                            m_next = 0;
+    unsigned long long                m_stepsLeft = 0;
+    std::vector<unsigned long long>   m_rounds;  // of the repeats around m_next, innermost last; 0: for ever
+    std::mt19937_64                   m_random;
+    std::array<Disk, VELCOR_DISK_MAX> m_disks;
+    VELCOR_FEED                       m_feed = {};
 };
 
 #endif

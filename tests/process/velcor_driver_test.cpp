@@ -1,0 +1,975 @@
+/*
+ * The real driver, loaded through the service manager, and those who talk to it: the filter library and the feeder.
+ * Each case brings its own driver up and takes it down, and bears what a case that was killed left behind.
+ */
+#include <gmock/gmock.h>
+
+#include <windows.h>
+#include <functional>
+#include <memory>
+#include <string.h>
+#include <thread>
+#include <vector>
+
+#include "files.h"
+#include "tnwdiskfltr.h"
+#include "velcor.h"
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+static const DWORD PATIENCE_MS = 60000;
+
+/* Waits until a condition holds; bounded, so that a case fails instead of hanging. */
+static bool Eventually(const std::function<bool()>& condition)
+{
+    for (DWORD waited = 0; waited < PATIENCE_MS; waited += 20) {
+        if (condition()) {
+            return true;
+        }
+        Sleep(20);
+    }
+    return false;
+}
+
+/* ---- Services ---- */
+
+class Service {
+  public:
+    Service(const char* serviceName, DWORD serviceType, const std::string& commandLine)
+        : name(serviceName), type(serviceType), command(commandLine),
+          manager(OpenSCManagerA(NULL, NULL, SC_MANAGER_ALL_ACCESS))
+    {
+        Remove();
+        Eventually([this] {
+            handle = CreateServiceA(manager, name, name, SERVICE_ALL_ACCESS, type, SERVICE_DEMAND_START,
+                                    SERVICE_ERROR_NORMAL, command.c_str(), NULL, NULL, NULL, NULL, NULL);
+            return handle != NULL;
+        });
+    }
+
+    ~Service()
+    {
+        CloseServiceHandle(handle);
+        Remove();
+        CloseServiceHandle(manager);
+    }
+
+    bool Start()
+    {
+        return StartServiceA(handle, 0, NULL) && Eventually([this] { return State(handle) == SERVICE_RUNNING; });
+    }
+
+    bool Stop()
+    {
+        return Stop(handle);
+    }
+
+    DWORD State()
+    {
+        return State(handle);
+    }
+
+  private:
+    static DWORD State(SC_HANDLE service)
+    {
+        SERVICE_STATUS status = {};
+        return QueryServiceStatus(service, &status) ? status.dwCurrentState : 0;
+    }
+
+    static bool Stop(SC_HANDLE service)
+    {
+        SERVICE_STATUS status = {};
+        ControlService(service, SERVICE_CONTROL_STOP, &status);
+        return Eventually([service] { return State(service) == SERVICE_STOPPED; });
+    }
+
+    void Remove()
+    {
+        SC_HANDLE left = OpenServiceA(manager, name, SERVICE_ALL_ACCESS);
+        if (left != NULL) {
+            if (State(left) != SERVICE_STOPPED) {
+                Stop(left);
+            }
+            DeleteService(left);
+            CloseServiceHandle(left);
+        }
+    }
+
+    const char* name;
+    DWORD       type;
+    std::string command;
+    SC_HANDLE   manager = NULL;
+    SC_HANDLE   handle = NULL;
+};
+
+/* ---- The driver ---- */
+
+static HANDLE OpenDevice(DWORD access = GENERIC_READ | GENERIC_WRITE)
+{
+    return CreateFileA(VELCOR_DEVICE_PATH, access, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL, OPEN_EXISTING,
+                       FILE_ATTRIBUTE_NORMAL, NULL);
+}
+
+static DWORD Control(HANDLE device, DWORD code, void* in, DWORD inSize, void* out, DWORD outSize,
+                     DWORD* returned = nullptr)
+{
+    DWORD count = 0;
+    DWORD error =
+        DeviceIoControl(device, code, in, inSize, out, outSize, &count, NULL) ? ERROR_SUCCESS : GetLastError();
+    if (returned != nullptr) {
+        *returned = count;
+    }
+    return error;
+}
+
+/* A request as the collect thread sends it. */
+static VELCOR_EXCHANGE Request()
+{
+    VELCOR_EXCHANGE exchange = {};
+    exchange.length = VELCOR_RECORD_LENGTH;
+    exchange.record.header = VELCOR_REQUEST_HEADER;
+    return exchange;
+}
+
+class Driver : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        char folder[MAX_PATH];
+        GetSystemDirectoryA(folder, sizeof(folder));
+        file = std::string(folder) + "\\drivers\\velcor.sys";
+        service = std::make_unique<Service>(VELCOR_SERVICE_NAME, SERVICE_KERNEL_DRIVER, file);
+        DeleteFileA(file.c_str());  // first: prefixes may share the file that lies there
+        ASSERT_TRUE(CopyFileA(DRIVER_FILE, file.c_str(), FALSE)) << GetLastError();
+        if (startsDriver) {
+            ASSERT_TRUE(service->Start()) << GetLastError();
+            ASSERT_NO_FATAL_FAILURE(Reopen());
+        }
+    }
+
+    void TearDown() override
+    {
+        Close();
+        service.reset();
+        DeleteFileA(file.c_str());
+    }
+
+    void Close()
+    {
+        if (device != INVALID_HANDLE_VALUE) {
+            CloseHandle(device);
+            device = INVALID_HANDLE_VALUE;
+        }
+    }
+
+    void Reopen()
+    {
+        Close();
+        device = OpenDevice();
+        ASSERT_NE(INVALID_HANDLE_VALUE, device) << GetLastError();
+    }
+
+    /* One request, by the handle of the case. */
+    DWORD Exchange(DWORD code, VELCOR_EXCHANGE& exchange)
+    {
+        return Control(device, code, &exchange, sizeof(exchange), &exchange, sizeof(exchange));
+    }
+
+    VELCOR_EXCHANGE Get(DWORD code = VELCOR_GET_PERFORMANCE)
+    {
+        VELCOR_EXCHANGE exchange = Request();
+        EXPECT_EQ(0u, Exchange(code, exchange));
+        return exchange;
+    }
+
+    VELCOR_ENTRY DriversDisk(unsigned disk)
+    {
+        const VELCOR_EXCHANGE reply = Get();
+        EXPECT_EQ(0u, reply.status);
+        return reply.record.entry[disk - 1];
+    }
+
+    VELCOR_ENTRY FiltersDisk(unsigned disk)
+    {
+        const VELCOR_EXCHANGE reply = Get(VELCOR_PRIVATE_GET_FILTER);
+        EXPECT_EQ(0u, reply.status);
+        return reply.record.entry[disk - 1];
+    }
+
+    DWORD FeedIt(VELCOR_FEED& fed)
+    {
+        return Control(device, VELCOR_PRIVATE_FEED, &fed, sizeof(fed), NULL, 0);
+    }
+
+    std::string              file;
+    std::unique_ptr<Service> service;
+    HANDLE                   device = INVALID_HANDLE_VALUE;
+    VELCOR_FEED              feed = {};  // what the cases change and feed
+    bool                     startsDriver = true;
+};
+
+class DriverNotStarted : public Driver {
+  protected:
+    DriverNotStarted()
+    {
+        startsDriver = false;
+    }
+};
+
+/* Both records with a different number at every place. */
+static void FillTelling(VELCOR_FEED& feed)
+{
+    unsigned long long next = 1;
+    for (VELCOR_RECORD* record : { &feed.driver, &feed.filter }) {
+        record->header = VELCOR_REQUEST_HEADER;
+        for (VELCOR_ENTRY& entry : record->entry) {
+            for (unsigned offset = 8; offset < 160; offset += 8) {
+                memcpy(reinterpret_cast<unsigned char*>(&entry) + offset, &next, sizeof(next));
+                next++;
+            }
+            entry.mode = static_cast<unsigned>(next % 2);
+            entry.state = VELCOR_STATE_INITIALIZED;
+        }
+    }
+}
+
+TEST_F(DriverNotStarted, TheDeviceIsNotThere)
+{
+    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenDevice());
+    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError());
+}
+
+TEST_F(Driver, StartsWithoutDisks)
+{
+    const VELCOR_EXCHANGE reply = Get();
+    const VELCOR_EXCHANGE empty = Request();
+    EXPECT_EQ(0, memcmp(&empty, &reply, sizeof(reply)));
+}
+
+TEST_F(Driver, HandsOverBothRecordsAsTheyWereFed)
+{
+    FillTelling(feed);
+    ASSERT_EQ(0u, FeedIt(feed));
+    const VELCOR_EXCHANGE driver = Get();
+    const VELCOR_EXCHANGE filter = Get(VELCOR_PRIVATE_GET_FILTER);
+    EXPECT_EQ(0u, driver.status);
+    EXPECT_EQ(VELCOR_RECORD_LENGTH, driver.length);
+    EXPECT_EQ(0, memcmp(&feed.driver, &driver.record, sizeof(driver.record)));
+    EXPECT_EQ(0u, filter.status);
+    EXPECT_EQ(0, memcmp(&feed.filter, &filter.record, sizeof(filter.record)));
+}
+
+TEST_F(Driver, ReturnsTheExchangeAloneToALargerBuffer)
+{
+    std::vector<unsigned char> buffer(0x5000, 0xEE);
+    const VELCOR_EXCHANGE      request = Request();
+    DWORD                      returned = 0;
+    memcpy(buffer.data(), &request, sizeof(request));
+    EXPECT_EQ(0u, Control(device, VELCOR_GET_PERFORMANCE, buffer.data(), 0x5000, buffer.data(), 0x5000, &returned));
+    EXPECT_EQ(0x4010u, returned);
+    EXPECT_EQ(0xEE, buffer[0x4010]);
+}
+
+TEST_F(Driver, RefusesAnotherHeaderWithAStatusWordAndHandsNothingOver)
+{
+    FillTelling(feed);
+    ASSERT_EQ(0u, FeedIt(feed));
+    for (unsigned long long header : { 0ull, 0x310ull, 0x100000311ull, ~0ull }) {
+        VELCOR_EXCHANGE exchange = Request();
+        VELCOR_EXCHANGE expected = {};
+        exchange.record.header = header;
+        exchange.record.entry[0].writes = 77;
+        expected = exchange;
+        expected.status = VELCOR_STATUS_BAD_HEADER;
+        EXPECT_EQ(0u, Exchange(VELCOR_GET_PERFORMANCE, exchange));
+        EXPECT_EQ(0, memcmp(&expected, &exchange, sizeof(exchange))) << header;
+    }
+}
+
+TEST_F(Driver, RefusesAnotherLengthWithAStatusWordAndHandsNothingOver)
+{
+    FillTelling(feed);
+    ASSERT_EQ(0u, FeedIt(feed));
+    for (unsigned length : { 0u, 0x4007u, 0x4009u, 0x4010u, 0xFFFFFFFFu }) {
+        VELCOR_EXCHANGE exchange = Request();
+        VELCOR_EXCHANGE expected = {};
+        exchange.length = length;
+        expected = exchange;
+        expected.status = VELCOR_STATUS_BAD_LENGTH;
+        EXPECT_EQ(0u, Exchange(VELCOR_GET_PERFORMANCE, exchange));
+        EXPECT_EQ(0, memcmp(&expected, &exchange, sizeof(exchange))) << length;
+    }
+}
+
+TEST_F(Driver, TheFiltersRequestIsRefusedWithAWin32Number)
+{
+    VELCOR_EXCHANGE exchange = Request();
+    exchange.record.header = 1;
+    EXPECT_EQ(0u, Exchange(VELCOR_PRIVATE_GET_FILTER, exchange));
+    EXPECT_EQ(static_cast<unsigned>(ERROR_INVALID_PARAMETER), exchange.status);
+    exchange = Request();
+    exchange.length = 1;
+    EXPECT_EQ(0u, Exchange(VELCOR_PRIVATE_GET_FILTER, exchange));
+    EXPECT_EQ(static_cast<unsigned>(ERROR_INVALID_PARAMETER), exchange.status);
+}
+
+TEST_F(Driver, ARefusedRequestLeavesThePeaks)
+{
+    FillTelling(feed);
+    ASSERT_EQ(0u, FeedIt(feed));
+    for (DWORD code : { DWORD(VELCOR_GET_PERFORMANCE), DWORD(VELCOR_PRIVATE_GET_FILTER) }) {
+        VELCOR_EXCHANGE exchange = Request();
+        exchange.record.header = 0;
+        EXPECT_EQ(0u, Exchange(code, exchange));
+        exchange = Request();
+        exchange.length = 0;
+        EXPECT_EQ(0u, Exchange(code, exchange));
+    }
+    EXPECT_EQ(feed.driver.entry[2].history_peak, DriversDisk(3).history_peak);
+    EXPECT_EQ(feed.filter.entry[2].send_queue_peak, FiltersDisk(3).send_queue_peak);
+}
+
+TEST_F(Driver, ABufferTooSmallIsRefusedOnEitherSide)
+{
+    std::vector<unsigned char> buffer(sizeof(VELCOR_FEED) + 16);
+    const VELCOR_EXCHANGE      request = Request();
+    memcpy(buffer.data(), &request, sizeof(request));
+    for (DWORD code : { DWORD(VELCOR_GET_PERFORMANCE), DWORD(VELCOR_PRIVATE_GET_FILTER) }) {
+        for (DWORD small : { 0ul, 1ul, 8ul, 0x4008ul, 0x400Ful }) {
+            EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER),
+                      Control(device, code, buffer.data(), small, buffer.data(), 0x4010));
+            EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER),
+                      Control(device, code, buffer.data(), 0x4010, buffer.data(), small));
+        }
+        EXPECT_EQ(0u, Control(device, code, buffer.data(), 0x4010, buffer.data(), 0x4010));
+    }
+    for (DWORD small : { 0ul, 1ul, 16ul, 0x4018ul, 0x801Ful }) {
+        EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER),
+                  Control(device, VELCOR_PRIVATE_FEED, buffer.data(), small, NULL, 0));
+    }
+    EXPECT_EQ(0u, Control(device, VELCOR_PRIVATE_FEED, buffer.data(), 0x8020, NULL, 0));
+}
+
+TEST_F(Driver, NoBuffersAtAllAreRefused)
+{
+    for (DWORD code : { DWORD(VELCOR_GET_PERFORMANCE), DWORD(VELCOR_PRIVATE_GET_FILTER), DWORD(VELCOR_PRIVATE_FEED) }) {
+        EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER), Control(device, code, NULL, 0, NULL, 0));
+    }
+    EXPECT_EQ(0u, Get().status);
+}
+
+TEST_F(Driver, UnknownCodesAreNoBugCheck)
+{
+    VELCOR_EXCHANGE exchange = Request();
+    for (DWORD code : { 0ul, 0x9F8F2183ul, 0x9F8F2187ul, 0x9F8F218Cul, 0x9F8E2180ul, 0xFFFFFFFCul }) {
+        EXPECT_NE(0u, Exchange(code, exchange)) << code;
+    }
+    EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_FUNCTION), Exchange(0x9F8F218C, exchange));
+    EXPECT_EQ(0u, Get().status);
+}
+
+TEST_F(Driver, FeedingNeedsAHandleThatMayWrite)
+{
+    HANDLE          reader = OpenDevice(GENERIC_READ);
+    VELCOR_EXCHANGE exchange = Request();
+    ASSERT_NE(INVALID_HANDLE_VALUE, reader);
+    FillTelling(feed);
+    EXPECT_EQ(static_cast<DWORD>(ERROR_ACCESS_DENIED),
+              Control(reader, VELCOR_PRIVATE_FEED, &feed, sizeof(feed), NULL, 0));
+    EXPECT_EQ(0u, Control(reader, VELCOR_GET_PERFORMANCE, &exchange, sizeof(exchange), &exchange, sizeof(exchange)));
+    EXPECT_EQ(0u, exchange.record.entry[0].state);  // nothing was fed
+    CloseHandle(reader);
+}
+
+/* ---- Peaks ---- */
+
+class Peaks : public Driver {
+  protected:
+    VELCOR_ENTRY& driver = feed.driver.entry[3];
+    VELCOR_ENTRY& filter = feed.filter.entry[3];
+
+    void SetUp() override
+    {
+        Driver::SetUp();
+        driver.state = filter.state = VELCOR_STATE_INITIALIZED;
+    }
+};
+
+TEST_F(Peaks, ARequestPutsThemToThePresentValueAndLongestTimesToZero)
+{
+    FillTelling(feed);
+    ASSERT_EQ(0u, FeedIt(feed));
+    Get();
+    Get(VELCOR_PRIVATE_GET_FILTER);
+    for (VELCOR_RECORD* record : { &feed.driver, &feed.filter }) {
+        for (VELCOR_ENTRY& entry : record->entry) {
+            entry.write_us_max = 0;
+            entry.send_queue_peak = entry.send_queue;
+            entry.history_peak = entry.history;
+            entry.request_queue_peak = entry.request_queue;
+            entry.memory_peak = entry.memory;
+            entry.unsynced_peak = entry.unsynced;
+            entry.transfer_us_max = 0;
+        }
+    }
+    const VELCOR_EXCHANGE driverReply = Get();
+    const VELCOR_EXCHANGE filterReply = Get(VELCOR_PRIVATE_GET_FILTER);
+    EXPECT_EQ(0, memcmp(&feed.driver, &driverReply.record, sizeof(feed.driver)));
+    EXPECT_EQ(0, memcmp(&feed.filter, &filterReply.record, sizeof(feed.filter)));
+}
+
+TEST_F(Peaks, EachRequestResetsItsOwnRecordAlone)
+{
+    driver.history_peak = 5;
+    filter.send_queue_peak = 6;
+    ASSERT_EQ(0u, FeedIt(feed));
+    Get();
+    EXPECT_EQ(6u, FiltersDisk(4).send_queue_peak);
+    ASSERT_EQ(0u, FeedIt(feed));
+    FiltersDisk(4);
+    EXPECT_EQ(5u, DriversDisk(4).history_peak);
+}
+
+TEST_F(Peaks, TheLargestOfAllFeedsSinceTheLastRequestStands)
+{
+    for (unsigned long long value : { 3ull, 9ull, 4ull }) {
+        driver.memory_peak = value;
+        driver.transfer_us_max = 10 * value;
+        filter.write_us_max = 100 * value;
+        filter.request_queue_peak = 1000 * value;
+        filter.request_queue = value;
+        ASSERT_EQ(0u, FeedIt(feed));
+    }
+    const VELCOR_ENTRY fromDriver = DriversDisk(4);
+    const VELCOR_ENTRY fromFilter = FiltersDisk(4);
+    EXPECT_EQ(9u, fromDriver.memory_peak);
+    EXPECT_EQ(90u, fromDriver.transfer_us_max);
+    EXPECT_EQ(900u, fromFilter.write_us_max);
+    EXPECT_EQ(9000u, fromFilter.request_queue_peak);
+    EXPECT_EQ(4u, fromFilter.request_queue);  // a gauge shows the last
+}
+
+TEST_F(Peaks, FollowTheQueuesThroughAChangeOfMode)
+{
+    filter.write_us_max = 500;
+    filter.send_queue_peak = 70;
+    ASSERT_EQ(0u, FeedIt(feed));
+    driver.mode = filter.mode = VELCOR_MODE_SYNC;
+    filter.write_us_max = 0;  // the one that does not count stands still, with 40 at 0
+    filter.send_queue_peak = 70;
+    driver.write_us_max = 300;
+    driver.send_queue_peak = 90;
+    ASSERT_EQ(0u, FeedIt(feed));
+    const VELCOR_ENTRY fromDriver = DriversDisk(4);
+    EXPECT_EQ(500u, fromDriver.write_us_max);  // readers add both: 500 shows once
+    EXPECT_EQ(90u, fromDriver.send_queue_peak);
+    EXPECT_EQ(0u, FiltersDisk(4).write_us_max);
+}
+
+TEST_F(Peaks, ADiskThatComesBackBeginsWithoutThoseOfBefore)
+{
+    driver.history_peak = 99;
+    ASSERT_EQ(0u, FeedIt(feed));
+    driver.state = filter.state = 0;
+    driver.history_peak = 1;
+    ASSERT_EQ(0u, FeedIt(feed));
+    driver.state = filter.state = VELCOR_STATE_INITIALIZED;
+    driver.history_peak = 2;
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_EQ(2u, DriversDisk(4).history_peak);
+}
+
+/* ---- Scripted failures ---- */
+
+TEST_F(Driver, AScriptedStatusWordHandsNothingOverAndLosesNoPeak)
+{
+    FillTelling(feed);
+    feed.driver_status = 0xC0000001;
+    ASSERT_EQ(0u, FeedIt(feed));
+    VELCOR_EXCHANGE expected = Request();
+    expected.status = 0xC0000001;
+    const VELCOR_EXCHANGE reply = Get();
+    EXPECT_EQ(0, memcmp(&expected, &reply, sizeof(reply)));
+    EXPECT_EQ(0u, Get(VELCOR_PRIVATE_GET_FILTER).status);  // the filter has its own
+    const unsigned long long peak = feed.driver.entry[0].history_peak;
+    feed.driver_status = 0;
+    feed.driver.entry[0].history_peak = 0;
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_EQ(peak, DriversDisk(1).history_peak);
+}
+
+TEST_F(Driver, ARefusedRequestIsNotReady)
+{
+    feed.refuse = 1;
+    ASSERT_EQ(0u, FeedIt(feed));
+    VELCOR_EXCHANGE exchange = Request();
+    EXPECT_EQ(static_cast<DWORD>(ERROR_NOT_READY), Exchange(VELCOR_GET_PERFORMANCE, exchange));
+    EXPECT_EQ(0u, Get(VELCOR_PRIVATE_GET_FILTER).status);
+    feed.refuse = 0;
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_EQ(0u, Get().status);
+}
+
+/* ---- Load and life ---- */
+
+TEST_F(Driver, CallersAtOnceNeverSeeHalfAFeed)
+{
+    std::vector<std::thread> readers;
+    std::vector<int>         torn(3, 0);
+    for (int& each : torn) {
+        readers.emplace_back([&each] {
+            HANDLE own = OpenDevice(GENERIC_READ);
+            for (int i = 0; i < 50; i++) {
+                VELCOR_EXCHANGE exchange = Request();
+                Control(own, VELCOR_GET_PERFORMANCE, &exchange, sizeof(exchange), &exchange, sizeof(exchange));
+                for (const VELCOR_ENTRY& entry : exchange.record.entry) {
+                    each += entry.writes != exchange.record.entry[0].writes;
+                }
+            }
+            CloseHandle(own);
+        });
+    }
+    for (unsigned long long i = 1; i <= 50; i++) {
+        for (VELCOR_ENTRY& entry : feed.driver.entry) {
+            entry.writes = i;
+        }
+        EXPECT_EQ(0u, FeedIt(feed));
+    }
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(std::vector<int>(3, 0), torn);
+    EXPECT_EQ(50u, DriversDisk(64).writes);
+}
+
+TEST_F(Driver, AfterAStopOldHandlesAreDeadAndTheRecordsAreEmpty)
+{
+    FillTelling(feed);
+    ASSERT_EQ(0u, FeedIt(feed));
+    ASSERT_TRUE(service->Stop());
+    VELCOR_EXCHANGE exchange = Request();
+    EXPECT_NE(0u, Exchange(VELCOR_GET_PERFORMANCE, exchange));
+    ASSERT_TRUE(service->Start());
+    EXPECT_NE(0u, Exchange(VELCOR_GET_PERFORMANCE, exchange));  // dead for good
+    Reopen();
+    const VELCOR_EXCHANGE empty = Request();
+    const VELCOR_EXCHANGE reply = Get();
+    EXPECT_EQ(0, memcmp(&empty, &reply, sizeof(reply)));
+}
+
+TEST_F(Driver, StartsAndStopsAgainAndAgain)
+{
+    for (int i = 0; i < 3; i++) {
+        Close();
+        ASSERT_TRUE(service->Stop());
+        EXPECT_EQ(INVALID_HANDLE_VALUE, OpenDevice());
+        ASSERT_TRUE(service->Start());
+        ASSERT_NO_FATAL_FAILURE(Reopen());
+        EXPECT_EQ(0u, Get().status);
+    }
+}
+
+/* ---- The filter library ---- */
+
+typedef DWORD (*GET_MIRROR_PERFORMANCE)(void*);
+
+/* The library, loaded anew for each case and bound by ordinal, as the product binds it. */
+class Library {
+  public:
+    Library()
+        : module(LoadLibraryA(FILTER_LIBRARY)), get(reinterpret_cast<GET_MIRROR_PERFORMANCE>(reinterpret_cast<void*>(
+                                                    GetProcAddress(module, MAKEINTRESOURCEA(5)))))
+    {
+    }
+    ~Library()
+    {
+        FreeLibrary(module);
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    HMODULE                module;
+    GET_MIRROR_PERFORMANCE get;
+};
+
+/* 0x4010 bytes with a known filling behind the header word. */
+struct MirrorBuffer {
+    unsigned long long header = VELCOR_REQUEST_HEADER;
+    unsigned char      rest[0x4008];
+
+    MirrorBuffer()
+    {
+        memset(rest, 0xA5, sizeof(rest));
+    }
+};
+static_assert(sizeof(MirrorBuffer) == 0x4010, "what callers hand over");
+
+TEST_F(DriverNotStarted, TheFilterLibraryRefusesWhatIsNoRequestWithoutADevice)
+{
+    Library      library;
+    MirrorBuffer buffer;
+    ASSERT_NE(nullptr, library.get);
+    EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_PARAMETER), library.get(NULL));
+    for (unsigned long long header : { 0ull, 0x312ull, 0x100000311ull }) {
+        buffer.header = header;
+        EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_PARAMETER), library.get(&buffer));
+        EXPECT_EQ(header, buffer.header);
+    }
+}
+
+TEST_F(DriverNotStarted, TheFilterLibraryExportsOneOrdinalAndNoName)
+{
+    Library library;
+    EXPECT_EQ(nullptr, reinterpret_cast<void*>(GetProcAddress(library.module, "TnwDkfltrGetMirrorPerformance")));
+    EXPECT_EQ(nullptr, reinterpret_cast<void*>(GetProcAddress(library.module, MAKEINTRESOURCEA(1))));
+    EXPECT_EQ(nullptr, reinterpret_cast<void*>(GetProcAddress(library.module, MAKEINTRESOURCEA(6))));
+}
+
+TEST_F(DriverNotStarted, TheFilterLibraryFindsADriverThatComesLater)
+{
+    Library            library;
+    MirrorBuffer       buffer;
+    const MirrorBuffer before;
+    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), library.get(&buffer));
+    EXPECT_EQ(0, memcmp(&before, &buffer, sizeof(buffer)));
+    ASSERT_TRUE(service->Start());
+    EXPECT_EQ(0u, library.get(&buffer));
+}
+
+TEST_F(Driver, TheFilterLibraryHandsOverTheFiltersRecordAndNoByteMore)
+{
+    Library      library;
+    MirrorBuffer buffer;
+    FillTelling(feed);
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_EQ(0u, library.get(&buffer));
+    EXPECT_EQ(0, memcmp(&feed.filter, &buffer, sizeof(feed.filter)));
+    for (size_t i = 0x4000; i < sizeof(buffer.rest); i++) {
+        EXPECT_EQ(0xA5, buffer.rest[i]);
+    }
+    EXPECT_EQ(0u, FiltersDisk(1).write_us_max);  // the call was the request that resets the peaks
+}
+
+TEST_F(Driver, TheFilterLibraryAnswersTheScriptedErrorAndLeavesTheBuffer)
+{
+    Library            library;
+    MirrorBuffer       buffer;
+    const MirrorBuffer before;
+    FillTelling(feed);
+    feed.filter_error = 1117;
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_EQ(1117u, library.get(&buffer));
+    EXPECT_EQ(0, memcmp(&before, &buffer, sizeof(buffer)));
+    EXPECT_EQ(0u, Get().status);  // the driver has its own
+    feed.filter_error = 0;
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_EQ(0u, library.get(&buffer));
+}
+
+TEST_F(Driver, TheFilterLibrarysHandleStaysDeadAfterARestart)
+{
+    Library      library;
+    MirrorBuffer buffer;
+    EXPECT_EQ(0u, library.get(&buffer));
+    Close();
+    ASSERT_TRUE(service->Stop());
+    EXPECT_NE(0u, library.get(&buffer));
+    ASSERT_TRUE(service->Start());
+    const MirrorBuffer before;
+    buffer = before;
+    EXPECT_NE(0u, library.get(&buffer));
+    EXPECT_EQ(0, memcmp(&before, &buffer, sizeof(buffer)));
+}
+
+TEST_F(Driver, TheFilterLibraryServesThreadsOneAtATime)
+{
+    Library                  library;
+    std::vector<std::thread> threads;
+    std::vector<DWORD>       failures(4, 0);
+    for (DWORD& each : failures) {
+        threads.emplace_back([&each, &library] {
+            for (int i = 0; i < 50; i++) {
+                MirrorBuffer buffer;
+                each += library.get(&buffer) != 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(std::vector<DWORD>(4, 0), failures);
+}
+
+/* ---- The feeder ---- */
+
+/* velcorfeed in a folder of its own, so that its HOME is the case's. */
+class Feeder {
+  public:
+    Feeder()
+    {
+        char folder[MAX_PATH];
+        GetTempPathA(sizeof(folder), folder);
+        home =
+            std::string(folder) + "velcorfeed" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(++made);
+        Clean();
+        for (const char* part : { "", "\\bin", "\\etc", "\\log" }) {
+            CreateDirectoryA((home + part).c_str(), NULL);
+        }
+        CopyFileA(FEEDER, Exe().c_str(), FALSE);
+    }
+
+    ~Feeder()
+    {
+        Kill();
+        Clean();
+    }
+
+    std::string Exe() const
+    {
+        return home + "\\bin\\velcorfeed.exe";
+    }
+
+    void Start(const std::string& arguments)
+    {
+        SECURITY_ATTRIBUTES inherit = { sizeof(inherit), NULL, TRUE };
+        STARTUPINFOA        startup = {};
+        std::string         command = "\"" + Exe() + "\" " + arguments;
+        HANDLE out = CreateFileA((home + "\\out").c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                                 CREATE_ALWAYS, 0, NULL);
+        startup.cb = sizeof(startup);
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdOutput = out;
+        startup.hStdError = out;
+        ASSERT_TRUE(CreateProcessA(NULL, &command[0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process))
+            << GetLastError();
+        CloseHandle(out);
+    }
+
+    /* The exit code; 999 if it does not end. */
+    DWORD End()
+    {
+        DWORD code = 999;
+        if (WaitForSingleObject(process.hProcess, PATIENCE_MS) == WAIT_OBJECT_0) {
+            GetExitCodeProcess(process.hProcess, &code);
+        }
+        return code;
+    }
+
+    DWORD Run(const std::string& arguments)
+    {
+        Start(arguments);
+        return End();
+    }
+
+    void Kill()
+    {
+        if (process.hProcess != NULL) {
+            TerminateProcess(process.hProcess, 77);
+            WaitForSingleObject(process.hProcess, PATIENCE_MS);
+            CloseHandle(process.hProcess);
+            CloseHandle(process.hThread);
+            process = {};
+        }
+    }
+
+    std::string File(const std::string& name) const
+    {
+        std::string text;
+        return ReadWholeFile(home + "\\" + name, text) == 0 ? text : std::string();
+    }
+
+    std::string Put(const std::string& name, const std::string& text) const
+    {
+        EXPECT_EQ(0u, ReplaceWholeFile(home + "\\" + name, text));
+        return "\"" + home + "\\" + name + "\"";
+    }
+
+    std::string home;
+
+  private:
+    void Clean()
+    {
+        for (const char* folder : { "\\bin", "\\etc", "\\log", "" }) {
+            std::vector<std::string> names;
+            ListFolder(home + folder, names);
+            for (const std::string& name : names) {
+                DeleteFileA((home + folder + "\\" + name).c_str());
+            }
+            RemoveDirectoryA((home + folder).c_str());
+        }
+    }
+
+    static int          made;  // each of a case has its own folder
+    PROCESS_INFORMATION process = {};
+};
+
+int Feeder::made = 0;
+
+static const char ENDLESS[] = "disk 7 on writes 1 bytes 512\nrepeat forever\n step\nend\n";
+
+TEST_F(Driver, TheFeederPassesTheHostsNumbersAndItsJournalSaysSo)
+{
+    Feeder            feeder;
+    const std::string stats =
+        feeder.Put("stats", "254 0 vda 1 2 3 4 5 6 70 8 0 0 0\n254 1 vda1 1 2 3 4 5 6 7 8 0 0 0\n");
+    EXPECT_EQ(0u, feeder.Run("--host --once --diskstats " + stats + " --sysblock nowhere")) << feeder.File("out");
+    const VELCOR_ENTRY filter = FiltersDisk(1);
+    EXPECT_EQ(1u, DriversDisk(1).state);
+    EXPECT_EQ(0u, DriversDisk(2).state);
+    EXPECT_EQ(35840u, filter.write_bytes);  // 70 * 512
+    EXPECT_EQ(5u, filter.writes);
+    EXPECT_EQ(8000u, filter.write_us);
+    const auto lines = Lines(feeder.File("log\\velcorfeed.journal"));
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ("time,disk,host,write_bytes,writes,write_us", lines[0]);
+    EXPECT_THAT(lines[1], EndsWith(",1,vda,35840,5,8000"));
+    EXPECT_THAT(feeder.File("etc\\disks.map"), EndsWith("\r\n1 vda\r\n"));
+}
+
+TEST_F(Driver, TheFeederReadsThisHostsOwnStatistics)
+{
+    Feeder feeder;
+    EXPECT_EQ(0u, feeder.Run("--host --once")) << feeder.File("out");
+    EXPECT_EQ(1u, DriversDisk(1).state) << feeder.File("out");  // a disk of the host, or the built-in scenario's first
+}
+
+TEST_F(Driver, AHostWithoutDisksPlaysTheBuiltInScenario)
+{
+    Feeder            feeder;
+    const std::string stats = feeder.Put("stats", "7 0 loop0 0 0 0 0 0 0 0 0 0 0 0\n");
+    EXPECT_EQ(0u, feeder.Run("--host --once --diskstats " + stats));
+    EXPECT_THAT(feeder.File("out"), HasSubstr("this host shows no whole disk; a built-in scenario is played instead"));
+    EXPECT_EQ(1u, DriversDisk(3).state);
+    EXPECT_EQ("", feeder.File("etc\\disks.map"));
+}
+
+TEST_F(Driver, AScenarioPlaysToItsEnd)
+{
+    Feeder            feeder;
+    const std::string script = feeder.Put("s.scn", "disk 2 on writes 3 bytes 100\nstep 4\ndriver status 9\nstep\n");
+    EXPECT_EQ(0u, feeder.Run("--speed 0 --scenario " + script)) << feeder.File("out");
+    EXPECT_EQ(9u, Get().status);
+    EXPECT_EQ(1500u, FiltersDisk(2).write_bytes);
+    EXPECT_EQ(6u, Lines(feeder.File("log\\velcorfeed.journal")).size());  // the header and five steps
+}
+
+TEST_F(Driver, ASecondFeederIsRefusedInWords)
+{
+    Feeder            feeder;
+    const std::string script = feeder.Put("s.scn", ENDLESS);
+    feeder.Start("--speed 20 --scenario " + script);
+    ASSERT_TRUE(Eventually([this] { return DriversDisk(7).state == 1; }));
+    Feeder second;
+    EXPECT_EQ(4u, second.Run("--host --once"));
+    EXPECT_THAT(second.File("out"), HasSubstr("another velcorfeed feeds the driver of this machine"));
+}
+
+TEST_F(Driver, AfterAKilledFeederTheValuesFreezeAndTheNextOneMayFeed)
+{
+    Feeder            feeder;
+    const std::string script = feeder.Put("s.scn", ENDLESS);
+    feeder.Start("--speed 20 --scenario " + script);
+    ASSERT_TRUE(Eventually([this] { return DriversDisk(7).state == 1; }));
+    feeder.Kill();
+    const unsigned long long frozen = FiltersDisk(7).write_bytes;
+    EXPECT_EQ(frozen, FiltersDisk(7).write_bytes);
+    EXPECT_EQ(0u, feeder.Run("--once --scenario " + script)) << feeder.File("out");
+    EXPECT_EQ(512u, FiltersDisk(7).write_bytes);
+}
+
+TEST_F(DriverNotStarted, TheFeederWaitsForTheDriverAndSaysSoOnce)
+{
+    Feeder            feeder;
+    const std::string script = feeder.Put("s.scn", "disk 7 on\nstep\n");
+    feeder.Start("--scenario " + script);
+    ASSERT_TRUE(Eventually([&] { return !feeder.File("out").empty(); }));
+    ASSERT_TRUE(service->Start());
+    EXPECT_EQ(0u, feeder.End());
+    EXPECT_EQ("velcorfeed: the driver is not there (error 2); waiting for it.\r\nvelcorfeed: the driver is there.\r\n",
+              feeder.File("out"));
+    Reopen();
+    EXPECT_EQ(1u, DriversDisk(7).state);
+}
+
+TEST_F(Driver, TheFeederGoesOnAfterTheDriverWasStoppedAndStarted)
+{
+    Feeder            feeder;
+    const std::string script = feeder.Put("s.scn", ENDLESS);
+    feeder.Start("--speed 20 --scenario " + script);
+    ASSERT_TRUE(Eventually([this] { return FiltersDisk(7).write_bytes != 0; }));
+    const unsigned long long before = FiltersDisk(7).write_bytes;
+    Close();
+    ASSERT_TRUE(service->Stop());
+    ASSERT_TRUE(Eventually([&] { return feeder.File("out").find("the driver is gone") != std::string::npos; }));
+    ASSERT_TRUE(service->Start());
+    ASSERT_NO_FATAL_FAILURE(Reopen());
+    EXPECT_TRUE(Eventually([&] { return FiltersDisk(7).write_bytes > before; }));  // the sums run on
+}
+
+TEST_F(DriverNotStarted, WrongUsageAndRefusedFilesHaveTheirOwnExitCodes)
+{
+    Feeder            feeder;
+    const std::string script = feeder.Put("bad.scn", "disk 1 on\nstep 0\n");
+    const std::string stats = feeder.Put("stats", "254 0 vda 1 2 3 4 5 6 7 8 0 0 0\n");
+    EXPECT_EQ(2u, feeder.Run(""));
+    EXPECT_EQ(2u, feeder.Run("--nonsense"));
+    EXPECT_EQ(2u, feeder.Run("--host --scenario x"));
+    EXPECT_EQ(0u, feeder.Run("--help"));
+    EXPECT_THAT(feeder.File("out"), HasSubstr("The script language of --scenario"));
+    EXPECT_EQ(3u, feeder.Run("--scenario " + script));
+    EXPECT_THAT(feeder.File("out"), HasSubstr("bad.scn:2: step 0 is not in 1 to 1000000"));
+    EXPECT_EQ(3u, feeder.Run("--scenario nowhere.scn"));
+    EXPECT_EQ(6u, feeder.Run("--host --diskstats nowhere"));
+    feeder.Put("etc\\disks.map", "1 vda\n1 vdb\n");
+    EXPECT_EQ(3u, feeder.Run("--host --diskstats " + stats));
+    EXPECT_THAT(feeder.File("out"), HasSubstr("disks.map:2: mirror disk 1 is already vda"));
+    EXPECT_THAT(feeder.File("etc\\disks.map"), StartsWith("1 vda\n1 vdb\n"));  // a refused map is not overwritten
+}
+
+TEST_F(DriverNotStarted, AsAServiceTheFeederComesUpBeforeTheDriverAndStops)
+{
+    Feeder            feeder;
+    const std::string script = feeder.Put("s.scn", ENDLESS);
+    Service           feederService("velcorfeed", SERVICE_WIN32_OWN_PROCESS,
+                                    "\"" + feeder.Exe() + "\" --service --speed 20 --scenario " + script);
+    ASSERT_TRUE(feederService.Start()) << GetLastError();
+    ASSERT_TRUE(service->Start());
+    Reopen();
+    EXPECT_TRUE(Eventually([this] { return DriversDisk(7).state == 1; }));
+    EXPECT_EQ(static_cast<DWORD>(SERVICE_RUNNING), feederService.State());
+    EXPECT_TRUE(feederService.Stop());
+    EXPECT_TRUE(Eventually(
+        [&] { return feeder.File("log\\velcorfeed.log").find("ended with exit code 0.") != std::string::npos; }));
+}
+
+TEST_F(DriverNotStarted, AsAServiceTheFeederStopsWhileItWaits)
+{
+    Feeder            feeder;
+    const std::string script = feeder.Put("s.scn", ENDLESS);
+    Service           feederService("velcorfeed", SERVICE_WIN32_OWN_PROCESS,
+                                    "\"" + feeder.Exe() + "\" --service --scenario " + script);
+    ASSERT_TRUE(feederService.Start()) << GetLastError();
+    ASSERT_TRUE(
+        Eventually([&] { return feeder.File("log\\velcorfeed.log").find("waiting for it.") != std::string::npos; }));
+    EXPECT_TRUE(feederService.Stop());
+}
+
+/* ---- What stands in the files ---- */
+
+class Version : public testing::TestWithParam<const char*> {};
+
+TEST_P(Version, IsThatOfTheProduct)
+{
+    DWORD                      ignored = 0;
+    std::vector<unsigned char> block(GetFileVersionInfoSizeA(GetParam(), &ignored));
+    void*                      text = NULL;
+    UINT                       length = 0;
+    ASSERT_FALSE(block.empty());
+    ASSERT_TRUE(GetFileVersionInfoA(GetParam(), 0, static_cast<DWORD>(block.size()), block.data()));
+    ASSERT_TRUE(VerQueryValueA(block.data(), "\\StringFileInfo\\040904b0\\FileVersion", &text, &length));
+    EXPECT_STREQ(PRODUCT_VERSION, static_cast<const char*>(text));
+}
+
+INSTANTIATE_TEST_SUITE_P(Velcor, Version, testing::Values(DRIVER_FILE, FILTER_LIBRARY, FEEDER));
