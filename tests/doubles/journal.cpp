@@ -23,8 +23,8 @@ void Journal::Return(const std::string& name, unsigned nth, ULONGLONG value, DWO
 std::optional<Planned> Journal::Count(const std::string& name)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    unsigned n = ++m_counts[name];
-    auto plans = m_plans.find(name);
+    unsigned                              n = ++m_counts[name];
+    auto                                  plans = m_plans.find(name);
     if (plans == m_plans.end()) {
         return std::nullopt;
     }
@@ -60,7 +60,7 @@ std::vector<Call> Journal::All() const
 std::vector<Call> Journal::Of(const std::string& name) const
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    std::vector<Call> found;
+    std::vector<Call>                     found;
     std::copy_if(m_calls.begin(), m_calls.end(), std::back_inserter(found),
                  [&](const Call& call) { return call.name == name; });
     return found;
@@ -104,6 +104,6 @@ std::string FormatText(const char* format, va_list args)
 {
     // msvcrt's own routine on purpose: the compiler's run-time prints %#p differently.
     char text[65536];
-    int n = _vsnprintf(text, sizeof text, format, args);
+    int  n = _vsnprintf(text, sizeof text, format, args);
     return n < 0 ? std::string("<text too long>") : std::string(text, static_cast<size_t>(n));
 }

@@ -1,8 +1,8 @@
 /*
  * What the doubles have in common: one ordered record of all calls, and the plan of calls that are to fail.
  *
- * One Journal serves all doubles of a case, so that the order between a lock, a store and an unlock can be compared as a
- * whole. Any thread may record.
+ * One Journal serves all doubles of a case, so that the order between a lock, a store and an unlock can be compared as
+ * a whole. Any thread may record.
  */
 #ifndef TESTS_DOUBLES_JOURNAL_H
 #define TESTS_DOUBLES_JOURNAL_H
@@ -30,7 +30,7 @@ struct Planned {
 };
 
 class Journal {
-public:
+  public:
     /* From the n-th call of the name on (1 = the next one ever made), times calls fail with the error. */
     void Fail(const std::string& name, unsigned nth, DWORD error, unsigned times = 1);
     /* The n-th call of the name answers the value and sets the last error, whatever else would have happened. */
@@ -47,16 +47,16 @@ public:
     std::vector<Call> All() const;
     /* The calls of one name. */
     std::vector<Call> Of(const std::string& name) const;
-    unsigned Number(const std::string& name) const;
+    unsigned          Number(const std::string& name) const;
     /* Names alone, in order, without trace lines and without the names in hide. */
     std::vector<std::string> Names(std::initializer_list<std::string> hide = {}) const;
     /* "name(args) = result" of the given names only, in order. */
     std::vector<std::string> Lines(std::initializer_list<std::string> names) const;
 
-private:
-    mutable std::recursive_mutex m_lock;
-    std::vector<Call> m_calls;
-    std::map<std::string, unsigned> m_counts;
+  private:
+    mutable std::recursive_mutex                       m_lock;
+    std::vector<Call>                                  m_calls;
+    std::map<std::string, unsigned>                    m_counts;
     std::map<std::string, std::map<unsigned, Planned>> m_plans;
 };
 

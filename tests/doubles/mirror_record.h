@@ -13,7 +13,10 @@
 struct Record {
     VELCOR_RECORD record = {};
 
-    Record() { record.header = VELCOR_REQUEST_HEADER; }
+    Record()
+    {
+        record.header = VELCOR_REQUEST_HEADER;
+    }
     /* The disk slot (0 to 63) is present. */
     Record& Disk(unsigned slot, unsigned mode = VELCOR_MODE_ASYNC)
     {
@@ -21,7 +24,10 @@ struct Record {
         record.entry[slot].mode = mode;
         return *this;
     }
-    Record& Sync(unsigned slot) { return Disk(slot, VELCOR_MODE_SYNC); }
+    Record& Sync(unsigned slot)
+    {
+        return Disk(slot, VELCOR_MODE_SYNC);
+    }
     Record& With(unsigned slot, unsigned long long VELCOR_ENTRY::*field, unsigned long long value)
     {
         record.entry[slot].*field = value;

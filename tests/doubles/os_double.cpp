@@ -23,9 +23,10 @@ namespace {
 struct ThreadEnd {  // thrown by _endthreadex, caught by RunThread
     unsigned code;
 };
-}
+}  // namespace
 
-/* ---- State --------------------------------------------------------------------------------------------------------- */
+/* ---- State ---------------------------------------------------------------------------------------------------------
+ */
 
 /* Memory whose end touches a page that faults: the first byte written behind a block ends the test program. */
 struct Os::Block {
@@ -36,7 +37,7 @@ struct Os::Block {
     explicit Block(size_t bytes) : size(bytes)
     {
         size_t usable = (bytes + 4095) / 4096 * 4096;
-        DWORD old = 0;
+        DWORD  old = 0;
         usable = std::max<size_t>(usable, 4096);
         pages = static_cast<BYTE*>(VirtualAlloc(nullptr, usable + 4096, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
         if (pages == nullptr || !VirtualProtect(pages + usable, 4096, PAGE_NOACCESS, &old)) {
@@ -44,7 +45,10 @@ struct Os::Block {
         }
         data = pages + usable - (bytes + 7) / 8 * 8;
     }
-    ~Block() { VirtualFree(pages, 0, MEM_RELEASE); }
+    ~Block()
+    {
+        VirtualFree(pages, 0, MEM_RELEASE);
+    }
     Block(const Block&) = delete;
     Block& operator=(const Block&) = delete;
 };
@@ -53,21 +57,23 @@ struct Os::Object {
     enum Kind { Mutex, Event, Thread, Mapping, Process, Device, File, Real } kind;
     std::string name;
 
-    bool manual = false;     // event
-    bool signalled = false;  // event, thread
-    DWORD owner = 0;         // mutex: thread that owns it
-    unsigned depth = 0;
-    bool other = false;      // mutex: owned by a thread that is not there
-    bool abandoned = false;
-    unsigned acquired = 0, released = 0;
-    std::shared_ptr<Block> memory;  // mapping; goes with the last handle and view
-    DWORD exitCode = 0;      // process
-    ThreadRoutine routine = nullptr;
-    void* argument = nullptr;
-    bool ran = false;
-    std::string path;        // file
+    bool                   manual = false;     // event
+    bool                   signalled = false;  // event, thread
+    DWORD                  owner = 0;          // mutex: thread that owns it
+    unsigned               depth = 0;
+    bool                   other = false;  // mutex: owned by a thread that is not there
+    bool                   abandoned = false;
+    unsigned               acquired = 0, released = 0;
+    std::shared_ptr<Block> memory;        // mapping; goes with the last handle and view
+    DWORD                  exitCode = 0;  // process
+    ThreadRoutine          routine = nullptr;
+    void*                  argument = nullptr;
+    bool                   ran = false;
+    std::string            path;  // file
 
-    explicit Object(Kind k, std::string n = "") : kind(k), name(std::move(n)) {}
+    explicit Object(Kind k, std::string n = "") : kind(k), name(std::move(n))
+    {
+    }
 };
 
 Os::Os(Journal& journal) : m_journal(journal), m_nextHandle(FirstHandle)
@@ -140,7 +146,8 @@ template <class T> bool Os::Plan(const char* name, const std::string& args, T fa
     return true;
 }
 
-/* ---- Time ---------------------------------------------------------------------------------------------------------- */
+/* ---- Time ----------------------------------------------------------------------------------------------------------
+ */
 
 static ULONGLONG ToTicks(const SYSTEMTIME& time)
 {
@@ -178,7 +185,7 @@ DWORD Os::Tick() const
 
 SYSTEMTIME Os::LocalTime() const
 {
-    FILETIME file = ToFileTime(m_timeBase + m_now * 10000);
+    FILETIME   file = ToFileTime(m_timeBase + m_now * 10000);
     SYSTEMTIME time = {};
     FileTimeToSystemTime(&file, &time);
     return time;
@@ -187,7 +194,7 @@ SYSTEMTIME Os::LocalTime() const
 void Os::Advance(ULONGLONG ms)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    ULONGLONG end = m_now + ms;
+    ULONGLONG                             end = m_now + ms;
     while (!m_actions.empty() && m_actions.begin()->first <= end) {
         m_now = std::max(m_now, m_actions.begin()->first);
         RunDueActions();
@@ -215,7 +222,8 @@ void Os::RunDueActions()
     }
 }
 
-/* ---- Objects ------------------------------------------------------------------------------------------------------- */
+/* ---- Objects -------------------------------------------------------------------------------------------------------
+ */
 
 HANDLE Os::NewHandle(std::shared_ptr<Object> object, bool own)
 {
@@ -240,7 +248,7 @@ std::shared_ptr<Os::Object> Os::FindNamed(const std::string& name) const
 std::string Os::Show(HANDLE handle) const
 {
     static const char* const kinds[] = { "mutex", "event", "thread", "mapping", "process", "device", "file", "real" };
-    auto object = Find(handle);
+    auto                     object = Find(handle);
     if (object == nullptr) {
         return Hex(reinterpret_cast<ULONG_PTR>(handle));
     }
@@ -367,7 +375,8 @@ void* Os::HoldMapping(const std::string& name, size_t size)
 void Os::DropMapping(const std::string& name)
 {
     for (auto entry = m_handles.begin(); entry != m_handles.end();) {
-        bool mine = entry->second.own && entry->second.object->kind == Object::Mapping && entry->second.object->name == name;
+        bool mine =
+            entry->second.own && entry->second.object->kind == Object::Mapping && entry->second.object->name == name;
         entry = mine ? m_handles.erase(entry) : std::next(entry);
     }
 }
@@ -390,7 +399,8 @@ std::string Os::Private(const char* name) const
     return "Local\\test-" + std::to_string(GetCurrentProcessId()) + "-" + text;
 }
 
-/* ---- Waiting ------------------------------------------------------------------------------------------------------- */
+/* ---- Waiting -------------------------------------------------------------------------------------------------------
+ */
 
 bool Os::Ready(Object& object)
 {
@@ -400,7 +410,8 @@ bool Os::Ready(Object& object)
     case Object::Thread:
         if (!object.signalled && threads == Threads::EndWhenAwaited) {
             object.signalled = true;
-        } else if (!object.signalled && threads == Threads::RunWhenAwaited && object.routine != nullptr && !object.ran) {
+        } else if (!object.signalled && threads == Threads::RunWhenAwaited && object.routine != nullptr &&
+                   !object.ran) {
             object.ran = true;
             RunThread(object.routine, object.argument);
             object.signalled = true;
@@ -426,8 +437,8 @@ void Os::Take(Object& object)
 DWORD Os::WaitFor(const char* call, std::string args, DWORD count, const HANDLE* handles, bool all, DWORD timeout)
 {
     std::unique_lock<std::recursive_mutex> lock(m_lock);
-    std::vector<std::shared_ptr<Object>> objects;
-    bool real = false;
+    std::vector<std::shared_ptr<Object>>   objects;
+    bool                                   real = false;
     for (DWORD i = 0; i < count; i++) {
         args += Show(handles[i]) + ", ";
         objects.push_back(Find(handles[i]));
@@ -504,7 +515,8 @@ unsigned Os::RunThread(ThreadRoutine routine, void* argument)
     }
 }
 
-/* ---- Processes, registry, files ------------------------------------------------------------------------------------ */
+/* ---- Processes, registry, files ------------------------------------------------------------------------------------
+ */
 
 void Os::Process(DWORD pid, DWORD exitCode)
 {
@@ -546,8 +558,8 @@ void Os::AddModule(const std::string& name, const SYSTEMTIME& writtenUtc, const 
 std::vector<std::string> Os::Leaks() const
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    std::vector<std::string> leaks;
-    std::set<const Object*> seen;
+    std::vector<std::string>              leaks;
+    std::set<const Object*>               seen;
     for (const auto& [handle, opened] : m_handles) {
         if (!opened.own) {
             leaks.push_back("handle: " + Show(handle));
@@ -570,7 +582,8 @@ std::vector<std::string> Os::Leaks() const
     return leaks;
 }
 
-/* ---- The calls ----------------------------------------------------------------------------------------------------- */
+/* ---- The calls -----------------------------------------------------------------------------------------------------
+ */
 
 static std::string Text(const char* text)
 {
@@ -588,7 +601,10 @@ static std::string Number(DWORD value)
 }
 
 struct OsHooks {
-    static Os& os() { return *Os::current; }
+    static Os& os()
+    {
+        return *Os::current;
+    }
     using Guard = std::lock_guard<std::recursive_mutex>;
     using Object = Os::Object;
 
@@ -609,8 +625,8 @@ struct OsHooks {
 
     static HANDLE WINAPI HookCreateMutexA(LPSECURITY_ATTRIBUTES attributes, BOOL owned, LPCSTR name)
     {
-        Guard lock(os().m_lock);
-        HANDLE handle = nullptr;
+        Guard       lock(os().m_lock);
+        HANDLE      handle = nullptr;
         std::string args = Security(attributes) + ", " + Bool(owned) + ", " + Text(name);
         if (os().Plan<HANDLE>("CreateMutexA", args, nullptr, &handle)) {
             return handle;
@@ -629,15 +645,18 @@ struct OsHooks {
 
     static HANDLE WINAPI HookCreateEventA(LPSECURITY_ATTRIBUTES attributes, BOOL manual, BOOL initial, LPCSTR name)
     {
-        Guard lock(os().m_lock);
-        HANDLE handle = nullptr;
-        std::string args = Security(attributes) + ", " + (manual ? "manual" : "auto") + ", " + Bool(initial) + ", " + Text(name);
+        Guard       lock(os().m_lock);
+        HANDLE      handle = nullptr;
+        std::string args =
+            Security(attributes) + ", " + (manual ? "manual" : "auto") + ", " + Bool(initial) + ", " + Text(name);
         if (os().Plan<HANDLE>("CreateEventA", args, nullptr, &handle)) {
             return handle;
         }
         if (os().m_real) {
-            return Real("CreateEventA", args,
-                        CreateEventA(attributes, manual, initial, name == nullptr ? nullptr : os().Private(name).c_str()), name);
+            return Real(
+                "CreateEventA", args,
+                CreateEventA(attributes, manual, initial, name == nullptr ? nullptr : os().Private(name).c_str()),
+                name);
         }
         auto object = std::make_shared<Object>(Object::Event, name == nullptr ? "" : name);
         object->manual = manual != FALSE;
@@ -650,7 +669,8 @@ struct OsHooks {
     {
         DWORD error = GetLastError();
         if (handle != nullptr) {
-            os().m_handles[handle] = Os::Opened{ std::make_shared<Object>(Object::Real, name == nullptr ? "" : name), false };
+            os().m_handles[handle] =
+                Os::Opened{ std::make_shared<Object>(Object::Real, name == nullptr ? "" : name), false };
         }
         os().Record(call, args, Shown(handle, error));
         SetLastError(error);
@@ -659,8 +679,8 @@ struct OsHooks {
 
     static BOOL WINAPI HookCloseHandle(HANDLE handle)
     {
-        Guard lock(os().m_lock);
-        BOOL result = FALSE;
+        Guard       lock(os().m_lock);
+        BOOL        result = FALSE;
         std::string args = os().Show(handle);
         if (os().Plan("CloseHandle", args, FALSE, &result)) {
             return result;
@@ -693,8 +713,8 @@ struct OsHooks {
 
     static BOOL WINAPI HookReleaseMutex(HANDLE handle)
     {
-        Guard lock(os().m_lock);
-        BOOL result = FALSE;
+        Guard       lock(os().m_lock);
+        BOOL        result = FALSE;
         std::string args = os().Show(handle);
         if (os().Plan("ReleaseMutex", args, FALSE, &result)) {
             return result;
@@ -719,8 +739,8 @@ struct OsHooks {
 
     static BOOL WINAPI HookSetEvent(HANDLE handle)
     {
-        Guard lock(os().m_lock);
-        BOOL result = FALSE;
+        Guard       lock(os().m_lock);
+        BOOL        result = FALSE;
         std::string args = os().Show(handle);
         if (os().Plan("SetEvent", args, FALSE, &result)) {
             return result;
@@ -748,9 +768,10 @@ struct OsHooks {
         return os().Done("InitializeSecurityDescriptor", Number(revision), result, result ? 0 : GetLastError());
     }
 
-    static BOOL WINAPI HookSetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, PACL acl, BOOL defaulted)
+    static BOOL WINAPI HookSetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, PACL acl,
+                                                     BOOL defaulted)
     {
-        BOOL result = FALSE;
+        BOOL        result = FALSE;
         std::string args = Bool(present) + ", " + (acl == nullptr ? "NULL" : "DACL") + ", " + Bool(defaulted);
         if (os().Plan("SetSecurityDescriptorDacl", args, FALSE, &result)) {
             return result;
@@ -761,8 +782,8 @@ struct OsHooks {
 
     static HGLOBAL WINAPI HookGlobalAlloc(UINT flags, SIZE_T size)
     {
-        Guard lock(os().m_lock);
-        HGLOBAL result = nullptr;
+        Guard       lock(os().m_lock);
+        HGLOBAL     result = nullptr;
         std::string args = Hex(flags) + ", " + std::to_string(size);
         if (os().Plan<HGLOBAL>("GlobalAlloc", args, nullptr, &result)) {
             return result;
@@ -776,9 +797,9 @@ struct OsHooks {
 
     static HGLOBAL WINAPI HookGlobalFree(HGLOBAL memory)
     {
-        Guard lock(os().m_lock);
-        HGLOBAL result = nullptr;
-        auto found = os().m_heap.find(memory);
+        Guard       lock(os().m_lock);
+        HGLOBAL     result = nullptr;
+        auto        found = os().m_heap.find(memory);
         std::string args = found == os().m_heap.end() ? Hex(reinterpret_cast<ULONG_PTR>(memory))
                                                       : std::to_string(found->second->size) + " bytes";
         if (os().Plan<HGLOBAL>("GlobalFree", args, memory, &result)) {
@@ -795,13 +816,14 @@ struct OsHooks {
         return os().Done<HGLOBAL>("GlobalFree", args, nullptr);
     }
 
-    static HANDLE WINAPI HookCreateFileMappingA(HANDLE file, LPSECURITY_ATTRIBUTES attributes, DWORD protection, DWORD high,
-                                                DWORD low, LPCSTR name)
+    static HANDLE WINAPI HookCreateFileMappingA(HANDLE file, LPSECURITY_ATTRIBUTES attributes, DWORD protection,
+                                                DWORD high, DWORD low, LPCSTR name)
     {
-        Guard lock(os().m_lock);
-        HANDLE handle = nullptr;
-        std::string args = std::string(file == INVALID_HANDLE_VALUE ? "page file" : "file") + ", " + Security(attributes) +
-                           ", " + Hex(protection) + ", " + Number(high) + ", " + Number(low) + ", " + Text(name);
+        Guard       lock(os().m_lock);
+        HANDLE      handle = nullptr;
+        std::string args = std::string(file == INVALID_HANDLE_VALUE ? "page file" : "file") + ", " +
+                           Security(attributes) + ", " + Hex(protection) + ", " + Number(high) + ", " + Number(low) +
+                           ", " + Text(name);
         if (os().Plan<HANDLE>("CreateFileMappingA", args, nullptr, &handle)) {
             return handle;
         }
@@ -824,8 +846,8 @@ struct OsHooks {
 
     static HANDLE WINAPI HookOpenFileMappingA(DWORD access, BOOL inherit, LPCSTR name)
     {
-        Guard lock(os().m_lock);
-        HANDLE handle = nullptr;
+        Guard       lock(os().m_lock);
+        HANDLE      handle = nullptr;
         std::string args = Hex(access) + ", " + Bool(inherit) + ", " + Text(name);
         if (os().Plan<HANDLE>("OpenFileMappingA", args, nullptr, &handle)) {
             return handle;
@@ -845,8 +867,8 @@ struct OsHooks {
 
     static LPVOID WINAPI HookMapViewOfFile(HANDLE mapping, DWORD access, DWORD high, DWORD low, SIZE_T size)
     {
-        Guard lock(os().m_lock);
-        LPVOID view = nullptr;
+        Guard       lock(os().m_lock);
+        LPVOID      view = nullptr;
         std::string args = os().Show(mapping) + ", " + Hex(access) + ", " + Number(high) + ", " + Number(low) + ", " +
                            std::to_string(size);
         if (os().Plan<LPVOID>("MapViewOfFile", args, nullptr, &view)) {
@@ -874,10 +896,10 @@ struct OsHooks {
 
     static BOOL WINAPI HookUnmapViewOfFile(LPCVOID view)
     {
-        Guard lock(os().m_lock);
-        BOOL result = FALSE;
-        auto found = std::find_if(os().m_views.begin(), os().m_views.end(),
-                                  [&](const Os::View& entry) { return entry.address == view; });
+        Guard       lock(os().m_lock);
+        BOOL        result = FALSE;
+        auto        found = std::find_if(os().m_views.begin(), os().m_views.end(),
+                                         [&](const Os::View& entry) { return entry.address == view; });
         std::string args = found == os().m_views.end() ? Hex(reinterpret_cast<ULONG_PTR>(view)) : found->object->name;
         if (os().Plan("UnmapViewOfFile", args, FALSE, &result)) {
             return result;
@@ -895,13 +917,13 @@ struct OsHooks {
 
     static HANDLE WINAPI HookOpenProcess(DWORD access, BOOL inherit, DWORD pid)
     {
-        Guard lock(os().m_lock);
-        HANDLE handle = nullptr;
+        Guard       lock(os().m_lock);
+        HANDLE      handle = nullptr;
         std::string args = Hex(access) + ", " + Bool(inherit) + ", " + Number(pid);
         if (os().Plan<HANDLE>("OpenProcess", args, nullptr, &handle)) {
             return handle;
         }
-        auto found = os().m_processes.find(pid);
+        auto  found = os().m_processes.find(pid);
         DWORD error = found == os().m_processes.end() ? ERROR_INVALID_PARAMETER : found->second.first;
         if (error != 0) {
             return os().Done<HANDLE>("OpenProcess", args, nullptr, error);
@@ -913,8 +935,8 @@ struct OsHooks {
 
     static BOOL WINAPI HookGetExitCodeProcess(HANDLE process, LPDWORD code)
     {
-        Guard lock(os().m_lock);
-        BOOL result = FALSE;
+        Guard       lock(os().m_lock);
+        BOOL        result = FALSE;
         std::string args = os().Show(process);
         if (os().Plan("GetExitCodeProcess", args, FALSE, &result)) {
             return result;
@@ -946,7 +968,7 @@ struct OsHooks {
 
     static BOOL WINAPI HookGetComputerNameA(LPSTR buffer, LPDWORD size)
     {
-        BOOL result = FALSE;
+        BOOL        result = FALSE;
         std::string args = Number(*size);
         if (os().Plan("GetComputerNameA", args, FALSE, &result)) {
             return result;
@@ -979,8 +1001,8 @@ struct OsHooks {
 
     static LSTATUS WINAPI HookRegOpenKeyExA(HKEY root, LPCSTR path, DWORD options, REGSAM access, PHKEY key)
     {
-        Guard lock(os().m_lock);
-        LSTATUS status = ERROR_SUCCESS;
+        Guard       lock(os().m_lock);
+        LSTATUS     status = ERROR_SUCCESS;
         std::string full = (root == HKEY_LOCAL_MACHINE ? "HKLM\\" : "?\\") + Text(path);
         std::string args = full + ", " + Number(options) + ", " + Hex(access);
         if (PlannedStatus("RegOpenKeyExA", args, &status)) {
@@ -997,8 +1019,8 @@ struct OsHooks {
 
     static LSTATUS WINAPI HookRegQueryValueExA(HKEY key, LPCSTR name, LPDWORD, LPDWORD type, LPBYTE data, LPDWORD size)
     {
-        Guard lock(os().m_lock);
-        LSTATUS status = ERROR_SUCCESS;
+        Guard       lock(os().m_lock);
+        LSTATUS     status = ERROR_SUCCESS;
         std::string args = Text(name) + ", size " + (size == nullptr ? "NULL" : Number(*size));
         if (PlannedStatus("RegQueryValueExA", args, &status)) {
             return status;
@@ -1012,7 +1034,7 @@ struct OsHooks {
             return Status("RegQueryValueExA", args, static_cast<LSTATUS>(failing->second));
         }
         const auto& values = os().m_keys[Lower(opened->second)];
-        auto found = values.find(Lower(name));
+        auto        found = values.find(Lower(name));
         if (found == values.end()) {
             return Status("RegQueryValueExA", args, ERROR_FILE_NOT_FOUND);
         }
@@ -1034,9 +1056,9 @@ struct OsHooks {
 
     static LSTATUS WINAPI HookRegCloseKey(HKEY key)
     {
-        Guard lock(os().m_lock);
-        LSTATUS status = ERROR_SUCCESS;
-        auto opened = os().m_openKeys.find(key);
+        Guard       lock(os().m_lock);
+        LSTATUS     status = ERROR_SUCCESS;
+        auto        opened = os().m_openKeys.find(key);
         std::string args = opened == os().m_openKeys.end() ? "?" : opened->second;
         if (PlannedStatus("RegCloseKey", args, &status)) {
             return status;
@@ -1056,11 +1078,11 @@ struct OsHooks {
                             [&](const auto& entry) { return entry.second.path == path; });
     }
 
-    static HANDLE WINAPI HookCreateFileA(LPCSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES, DWORD disposition,
-                                         DWORD flags, HANDLE)
+    static HANDLE WINAPI HookCreateFileA(LPCSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES,
+                                         DWORD disposition, DWORD flags, HANDLE)
     {
-        Guard lock(os().m_lock);
-        HANDLE handle = INVALID_HANDLE_VALUE;
+        Guard       lock(os().m_lock);
+        HANDLE      handle = INVALID_HANDLE_VALUE;
         std::string args = Text(path) + ", " + Hex(access) + ", " + Hex(share) + ", " + Number(disposition) + ", " +
                            Hex(flags) + ", error mode " + Hex(os().errorMode);
         if (os().Plan<HANDLE>("CreateFileA", args, INVALID_HANDLE_VALUE, &handle)) {
@@ -1076,11 +1098,11 @@ struct OsHooks {
         return os().Done("CreateFileA", args, os().NewHandle(object, false));
     }
 
-    static BOOL WINAPI HookDeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
-                                           LPDWORD returned, LPOVERLAPPED)
+    static BOOL WINAPI HookDeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out,
+                                           DWORD outSize, LPDWORD returned, LPOVERLAPPED)
     {
-        Guard lock(os().m_lock);
-        BOOL result = FALSE;
+        Guard       lock(os().m_lock);
+        BOOL        result = FALSE;
         std::string args = os().Show(device) + ", " + Hex(code) + ", " + Hex(inSize) + ", " + Hex(outSize);
         if (os().Plan("DeviceIoControl", args, FALSE, &result)) {
             return result;
@@ -1101,9 +1123,10 @@ struct OsHooks {
         return os().Done("SetErrorMode", Hex(mode), old);
     }
 
-    static DWORD WINAPI HookSearchPathA(LPCSTR path, LPCSTR file, LPCSTR extension, DWORD size, LPSTR buffer, LPSTR* part)
+    static DWORD WINAPI HookSearchPathA(LPCSTR path, LPCSTR file, LPCSTR extension, DWORD size, LPSTR buffer,
+                                        LPSTR* part)
     {
-        DWORD result = 0;
+        DWORD       result = 0;
         std::string args = Text(path) + ", " + Text(file) + ", " + Text(extension) + ", " + Number(size);
         if (os().Plan<DWORD>("SearchPathA", args, 0, &result)) {
             return result;
@@ -1125,8 +1148,8 @@ struct OsHooks {
 
     static BOOL WINAPI HookGetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information)
     {
-        Guard lock(os().m_lock);
-        BOOL result = FALSE;
+        Guard       lock(os().m_lock);
+        BOOL        result = FALSE;
         std::string args = os().Show(file);
         if (os().Plan("GetFileInformationByHandle", args, FALSE, &result)) {
             return result;
@@ -1149,7 +1172,7 @@ struct OsHooks {
             return result;
         }
         ULONGLONG ticks = (static_cast<ULONGLONG>(time->dwHighDateTime) << 32) | time->dwLowDateTime;
-        LONGLONG offset = static_cast<LONGLONG>(os().utcOffset) * 60 * 10000000;
+        LONGLONG  offset = static_cast<LONGLONG>(os().utcOffset) * 60 * 10000000;
         *local = ToFileTime(ticks + static_cast<ULONGLONG>(offset));
         return os().Done("FileTimeToLocalFileTime", "", TRUE);
     }
@@ -1170,7 +1193,7 @@ struct OsHooks {
 
     static DWORD WINAPI HookGetFileVersionInfoSizeA(LPCSTR path, LPDWORD zero)
     {
-        DWORD result = 0;
+        DWORD       result = 0;
         std::string args = Text(path);
         if (os().Plan<DWORD>("GetFileVersionInfoSizeA", args, 0, &result)) {
             return result;
@@ -1181,14 +1204,15 @@ struct OsHooks {
         auto module = ModuleAt(args);
         if (module == os().modules.end() || module->second.version.empty()) {
             return os().Done<DWORD>("GetFileVersionInfoSizeA", args, 0,
-                                    module == os().modules.end() ? ERROR_FILE_NOT_FOUND : ERROR_RESOURCE_DATA_NOT_FOUND);
+                                    module == os().modules.end() ? ERROR_FILE_NOT_FOUND
+                                                                 : ERROR_RESOURCE_DATA_NOT_FOUND);
         }
         return os().Done<DWORD>("GetFileVersionInfoSizeA", args, VersionBlockSize);
     }
 
     static BOOL WINAPI HookGetFileVersionInfoA(LPCSTR path, DWORD, DWORD size, LPVOID block)
     {
-        BOOL result = FALSE;
+        BOOL        result = FALSE;
         std::string args = Text(path) + ", " + Number(size);
         if (os().Plan("GetFileVersionInfoA", args, FALSE, &result)) {
             return result;
@@ -1198,7 +1222,7 @@ struct OsHooks {
             return os().Done("GetFileVersionInfoA", args, FALSE, ERROR_INSUFFICIENT_BUFFER);
         }
         const Os::Module& source = module->second;
-        BYTE* bytes = static_cast<BYTE*>(block);
+        BYTE*             bytes = static_cast<BYTE*>(block);
         memset(bytes, 0, size);
         memcpy(bytes, &source.language, sizeof(WORD));
         memcpy(bytes + sizeof(WORD), &source.codePage, sizeof(WORD));
@@ -1208,15 +1232,15 @@ struct OsHooks {
 
     static BOOL WINAPI HookVerQueryValueA(LPCVOID block, LPCSTR path, LPVOID* value, PUINT size)
     {
-        BOOL result = FALSE;
+        BOOL        result = FALSE;
         std::string args = Text(path);
         if (os().Plan("VerQueryValueA", args, FALSE, &result)) {
             return result;
         }
         // The block is the caller's own memory; the interface hands out pointers into it that may be written.
         BYTE* bytes = static_cast<BYTE*>(const_cast<void*>(block));
-        WORD language = 0, codePage = 0;
-        char translated[64];
+        WORD  language = 0, codePage = 0;
+        char  translated[64];
         memcpy(&language, bytes, sizeof language);
         memcpy(&codePage, bytes + sizeof language, sizeof codePage);
         _snprintf(translated, sizeof translated, "\\StringFileInfo\\%04x%04x\\FileVersion", language, codePage);
@@ -1234,7 +1258,7 @@ struct OsHooks {
 
     static int WINAPI HookMultiByteToWideChar(UINT codePage, DWORD flags, LPCCH text, int bytes, LPWSTR wide, int size)
     {
-        int result = 0;
+        int         result = 0;
         std::string args = Number(codePage) + ", " + Text(text) + ", " + std::to_string(size);
         if (os().Plan("MultiByteToWideChar", args, 0, &result)) {
             return result;
@@ -1254,7 +1278,7 @@ struct OsHooks {
 
     static int WINAPI HookMessageBoxA(HWND, LPCSTR text, LPCSTR caption, UINT style)
     {
-        int result = 0;
+        int         result = 0;
         std::string args = Text(caption) + ", " + Text(text) + ", " + Number(style);
         os().messageBoxes.emplace_back(Text(caption), Text(text));
         return os().Plan("MessageBoxA", args, 0, &result) ? result : os().Done("MessageBoxA", args, IDOK);
@@ -1263,7 +1287,7 @@ struct OsHooks {
     static uintptr_t HookBeginThreadEx(void* security, unsigned stack, ThreadRoutine routine, void* argument,
                                        unsigned flags, unsigned* id)
     {
-        Guard lock(os().m_lock);
+        Guard       lock(os().m_lock);
         std::string args = std::string(security == nullptr ? "no security" : "security") + ", stack " + Number(stack) +
                            ", flags " + Number(flags);
         if (auto planned = os().m_journal.Count("_beginthreadex")) {
@@ -1274,8 +1298,9 @@ struct OsHooks {
         HANDLE handle = nullptr;
         if (os().m_real) {
             auto* start = new std::pair<ThreadRoutine, void*>(routine, argument);
-            handle = Real("_beginthreadex", args,
-                          reinterpret_cast<HANDLE>(_beginthreadex(nullptr, stack, RealThread, start, flags, id)), nullptr);
+            handle =
+                Real("_beginthreadex", args,
+                     reinterpret_cast<HANDLE>(_beginthreadex(nullptr, stack, RealThread, start, flags, id)), nullptr);
         } else {
             auto object = std::make_shared<Object>(Object::Thread);
             object->routine = routine;
@@ -1305,12 +1330,15 @@ struct OsHooks {
 struct Slot {
     const char* dll;
     const char* name;
-    void* routine;
+    void*       routine;
 };
 
 static const std::vector<Slot>& Slots()
 {
-#define SLOT(dll, name) { dll, #name, Address(OsHooks::Hook##name) }
+#define SLOT(dll, name) \
+    { \
+        dll, #name, Address(OsHooks::Hook##name) \
+    }
     static const std::vector<Slot> slots = {
         SLOT("kernel32.dll", CreateMutexA),
         SLOT("kernel32.dll", CreateEventA),

@@ -23,7 +23,7 @@ void FilterDouble::Script(std::vector<Reply> replies)
 DWORD FilterDouble::Answer(void* buffer)
 {
     static const char name[] = "TnwDkfltrGetMirrorPerformance";
-    ULONGLONG header = 0;
+    ULONGLONG         header = 0;
     m_calls++;
     if (buffer != nullptr) {
         memcpy(&header, buffer, sizeof header);

@@ -11,16 +11,18 @@
 #include "tnwdiskfltr.h"
 
 class FilterDouble {
-public:
+  public:
     explicit FilterDouble(Journal& journal);
     ~FilterDouble();
     FilterDouble(const FilterDouble&) = delete;
     FilterDouble& operator=(const FilterDouble&) = delete;
 
     struct Reply {
-        DWORD error = 0;  // Win32 error number; the buffer then stays untouched
+        DWORD         error = 0;  // Win32 error number; the buffer then stays untouched
         VELCOR_RECORD record = {};
-        Reply(const Record& r) : record(r.record) {}
+        Reply(const Record& r) : record(r.record)
+        {
+        }
         static Reply Error(DWORD error)
         {
             Reply reply{ Record() };
@@ -30,17 +32,20 @@ public:
     };
 
     /* Replies in order; the last one is repeated for ever. Without a script every call answers an empty record. */
-    void Script(std::vector<Reply> replies);
-    unsigned Calls() const { return m_calls; }
+    void     Script(std::vector<Reply> replies);
+    unsigned Calls() const
+    {
+        return m_calls;
+    }
 
-    DWORD Answer(void* buffer);
+    DWORD                Answer(void* buffer);
     static FilterDouble* current;
 
-private:
-    Journal& m_journal;
+  private:
+    Journal&           m_journal;
     std::vector<Reply> m_replies;
-    size_t m_next = 0;
-    unsigned m_calls = 0;
+    size_t             m_next = 0;
+    unsigned           m_calls = 0;
 };
 
 #endif

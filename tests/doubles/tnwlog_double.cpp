@@ -211,8 +211,8 @@ DWORD LogDouble::Init(const char* name, HTNWLOG* log, DWORD level, DWORD size, D
 DWORD LogDouble::Term(HTNWLOG log)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    Trace* trace = Find(log);
-    std::string args = trace == nullptr ? "?" : Quoted(trace->name.c_str());
+    Trace*                                trace = Find(log);
+    std::string                           args = trace == nullptr ? "?" : Quoted(trace->name.c_str());
     if (auto planned = m_journal.Count("log_term")) {
         return Answer("log_term", args, planned->fails ? planned->error : static_cast<DWORD>(planned->value));
     }
@@ -227,10 +227,16 @@ void LogDouble::Write(HTNWLOG log, DWORD level, DWORD message, const char* sourc
                       const char* format, va_list args)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    Trace* trace = Find(log);
+    Trace*                                trace = Find(log);
     TraceLine entry{ trace == nullptr ? (log == nullptr ? "" : "<closed log>") : trace->name,
-                     level, message, source, line, routine, FormatText(format, args) };
-    m_journal.Record("log_write", entry.log + ", " + std::to_string(level) + ", " + entry.routine + ": " + entry.text, "");
+                     level,
+                     message,
+                     source,
+                     line,
+                     routine,
+                     FormatText(format, args) };
+    m_journal.Record("log_write", entry.log + ", " + std::to_string(level) + ", " + entry.routine + ": " + entry.text,
+                     "");
     lines.push_back(std::move(entry));
     if (spoilLastError != 0) {
         SetLastError(spoilLastError);
@@ -240,8 +246,8 @@ void LogDouble::Write(HTNWLOG log, DWORD level, DWORD message, const char* sourc
 DWORD LogDouble::LoadStrings(const char* component, DWORD reserved, HTNWSTRINGS* table)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    std::string args = Quoted(component) + ", " + std::to_string(reserved);
-    auto planned = m_journal.Count("TnwLoadStringTable");
+    std::string                           args = Quoted(component) + ", " + std::to_string(reserved);
+    auto                                  planned = m_journal.Count("TnwLoadStringTable");
     if (table != nullptr) {
         *table = nullptr;
     }
@@ -340,8 +346,8 @@ DWORD LogDouble::CsvInit(const char* name, HTNWCSV* file, DWORD flags, DWORD res
 DWORD LogDouble::CsvTerm(HTNWCSV file)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    CsvFile* entry = Find(file);
-    std::string args = entry == nullptr ? "?" : Quoted(entry->name.c_str());
+    CsvFile*                              entry = Find(file);
+    std::string                           args = entry == nullptr ? "?" : Quoted(entry->name.c_str());
     if (auto planned = m_journal.Count("log_util_term")) {
         return Answer("log_util_term", args, planned->fails ? planned->error : static_cast<DWORD>(planned->value));
     }
@@ -355,8 +361,8 @@ DWORD LogDouble::CsvTerm(HTNWCSV file)
 DWORD LogDouble::CsvWrite(HTNWCSV file, const char* format, va_list args)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    CsvFile* entry = Find(file);
-    std::string text = format == nullptr ? "" : FormatText(format, args);
+    CsvFile*                              entry = Find(file);
+    std::string                           text = format == nullptr ? "" : FormatText(format, args);
     std::string shown = (entry == nullptr ? std::string("?") : Quoted(entry->name.c_str())) + ", " + Quoted(format) +
                         ", " + Quoted(text.c_str());
     if (auto planned = m_journal.Count("log_util_write")) {
@@ -378,7 +384,7 @@ DWORD LogDouble::CsvWrite(HTNWCSV file, const char* format, va_list args)
 DWORD LogDouble::CsvRotate(HTNWCSV file, DWORD maxLine, const char* header)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    CsvFile* entry = Find(file);
+    CsvFile*                              entry = Find(file);
     std::string args = (entry == nullptr ? std::string("?") : Quoted(entry->name.c_str())) + ", " +
                        std::to_string(maxLine) + ", " + Quoted(header);
     if (auto planned = m_journal.Count("log_util_rotate")) {
@@ -401,7 +407,8 @@ DWORD LogDouble::CsvRotate(HTNWCSV file, DWORD maxLine, const char* header)
     return Answer("log_util_rotate", args, TNWLOG_OK);
 }
 
-/* ---- The routines as callers see them ------------------------------------------------------------------------------ */
+/* ---- The routines as callers see them ------------------------------------------------------------------------------
+ */
 
 DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, DWORD dwReserved, const char* lpKey)
 {

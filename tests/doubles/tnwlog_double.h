@@ -1,8 +1,8 @@
 /*
  * Double of tnwlog: the ten routines under their own names, in memory.
  *
- * The routines work on the one LogDouble that is alive. Programs that link this library instead of the import library of
- * tnwlog.dll get the double; unit tests also put its routines into the import table of the library under test.
+ * The routines work on the one LogDouble that is alive. Programs that link this library instead of the import library
+ * of tnwlog.dll get the double; unit tests also put its routines into the import table of the library under test.
  */
 #ifndef TESTS_DOUBLES_TNWLOG_DOUBLE_H
 #define TESTS_DOUBLES_TNWLOG_DOUBLE_H
@@ -18,30 +18,30 @@
 
 struct TraceLine {
     std::string log;  // name given to log_init; empty: written without a log
-    DWORD level;
-    DWORD message;  // event ID, or 0
+    DWORD       level;
+    DWORD       message;  // event ID, or 0
     std::string source;
-    int line;
+    int         line;
     std::string routine;
     std::string text;
 };
 
 /* A CSV file: what a reader of its newest generation and its history would see. */
 struct CsvFile {
-    std::string name;
-    bool open = false;
-    unsigned opened = 0;              // successful log_util_init calls
-    DWORD size = 0;                   // KiB
-    DWORD generations = 0;
-    DWORD maxLine = 0;
-    std::string header;               // in force now
-    std::vector<std::string> headers; // of each generation, oldest first
-    std::vector<std::string> lines;   // of all generations, oldest first
-    unsigned rotations = 0;
+    std::string              name;
+    bool                     open = false;
+    unsigned                 opened = 0;  // successful log_util_init calls
+    DWORD                    size = 0;    // KiB
+    DWORD                    generations = 0;
+    DWORD                    maxLine = 0;
+    std::string              header;   // in force now
+    std::vector<std::string> headers;  // of each generation, oldest first
+    std::vector<std::string> lines;    // of all generations, oldest first
+    unsigned                 rotations = 0;
 };
 
 class LogDouble {
-public:
+  public:
     explicit LogDouble(Journal& journal);
     ~LogDouble();
     LogDouble(const LogDouble&) = delete;
@@ -56,30 +56,37 @@ public:
     std::vector<std::string> Texts(const std::string& log = "", DWORD levels = 0xFFFFFFFF) const;
     /* Texts of one routine, without its entry and exit lines. */
     std::vector<std::string> TextsOf(const std::string& routine, DWORD levels = 0xFFFFFFFF) const;
-    std::vector<std::string> Errors() const { return Texts("", TNWLOG_ERROR); }
+    std::vector<std::string> Errors() const
+    {
+        return Texts("", TNWLOG_ERROR);
+    }
     bool Has(const std::string& text) const;
     /* Event IDs in order. */
     std::vector<DWORD> Events() const;
-    void ClearLines() { lines.clear(); }
+    void               ClearLines()
+    {
+        lines.clear();
+    }
 
     /* Trace logs open now, by name, and what they were opened with. */
     struct Trace {
         std::string name, key;
-        DWORD level = 0, size = 0, reserved = 0;
-        bool open = true;
+        DWORD       level = 0, size = 0, reserved = 0;
+        bool        open = true;
     };
     std::vector<std::string> OpenTraces() const;
-    std::vector<Trace> TraceHistory() const;
-    void ForgetTraces();
+    std::vector<Trace>       TraceHistory() const;
+    void                     ForgetTraces();
 
-    /* Message strings by number; a number that is not there answers TNWLOG_NO_SUCH_MESSAGE. Starts with the product's. */
+    /* Message strings by number; a number that is not there answers TNWLOG_NO_SUCH_MESSAGE. Starts with the product's.
+     */
     std::map<DWORD, std::string> strings;
-    unsigned openTables = 0;
+    unsigned                     openTables = 0;
 
     /* CSV files by base name, and a status that all operations of one kind on one file answer. */
     std::map<std::string, CsvFile> csv;
-    std::map<std::string, DWORD> failInit, failWrite, failRotate;
-    std::vector<std::string> OpenCsv() const;
+    std::map<std::string, DWORD>   failInit, failWrite, failRotate;
+    std::vector<std::string>       OpenCsv() const;
 
     /* The n-th call of a routine answers the status: log.Fail("log_init", 2, TNWLOG_NO_MEMORY). */
     void Fail(const std::string& routine, unsigned nth, DWORD status, unsigned times = 1);
@@ -90,8 +97,8 @@ public:
     // What the routines do; called by them alone.
     DWORD Init(const char* name, HTNWLOG* log, DWORD level, DWORD size, DWORD reserved, const char* key);
     DWORD Term(HTNWLOG log);
-    void Write(HTNWLOG log, DWORD level, DWORD message, const char* source, int line, const char* routine,
-               const char* format, va_list args);
+    void  Write(HTNWLOG log, DWORD level, DWORD message, const char* source, int line, const char* routine,
+                const char* format, va_list args);
     DWORD LoadStrings(const char* component, DWORD reserved, HTNWSTRINGS* table);
     DWORD FreeStrings(HTNWSTRINGS table);
     DWORD Format(HTNWSTRINGS table, DWORD number, char* text, DWORD size, DWORD reserved);
@@ -103,16 +110,16 @@ public:
 
     static LogDouble* current;
 
-private:
-    Trace* Find(HTNWLOG log);
+  private:
+    Trace*   Find(HTNWLOG log);
     CsvFile* Find(HTNWCSV file);
-    DWORD Answer(const char* routine, const std::string& args, DWORD status);
+    DWORD    Answer(const char* routine, const std::string& args, DWORD status);
 
-    Journal& m_journal;
-    mutable std::recursive_mutex m_lock;
+    Journal&                            m_journal;
+    mutable std::recursive_mutex        m_lock;
     std::vector<std::unique_ptr<Trace>> m_traces;  // never shrinks: a handle is the address
-    std::set<const void*> m_tables;
-    std::vector<std::unique_ptr<char>> m_tableHandles;
+    std::set<const void*>               m_tables;
+    std::vector<std::unique_ptr<char>>  m_tableHandles;
 };
 
 #endif

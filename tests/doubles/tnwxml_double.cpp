@@ -39,7 +39,8 @@ XMLLIB_STATUS XmlDouble::Answer(const char* routine, const std::string& args, XM
     return status;
 }
 
-/* One call of the sequence. It succeeds only in order, and then changes the flag that stands for what it opens or closes. */
+/* One call of the sequence. It succeeds only in order, and then changes the flag that stands for what it opens or
+ * closes. */
 XMLLIB_STATUS XmlDouble::Enter(const char* routine, const std::string& args, bool inOrder, bool* flag, bool set)
 {
     if (auto planned = m_journal.Count(routine)) {
@@ -90,7 +91,8 @@ XMLLIB_STATUS XmlDouble::Check(const char* component, const WCHAR* file, XMLLIB_
     return Answer("xmllib_check", args, report.finding.dwStatus);
 }
 
-/* ---- The routines as callers see them ------------------------------------------------------------------------------ */
+/* ---- The routines as callers see them ------------------------------------------------------------------------------
+ */
 
 static std::string Text(const char* text)
 {

@@ -1,6 +1,6 @@
 /*
- * Double of the mirror-disk driver behind the control device: answers the performance request from a script and keeps what
- * it was asked. It answers through Os, which owns CreateFileA and DeviceIoControl.
+ * Double of the mirror-disk driver behind the control device: answers the performance request from a script and keeps
+ * what it was asked. It answers through Os, which owns CreateFileA and DeviceIoControl.
  */
 #ifndef TESTS_DOUBLES_VELCOR_DOUBLE_H
 #define TESTS_DOUBLES_VELCOR_DOUBLE_H
@@ -10,12 +10,14 @@
 #include "doubles/mirror_record.h"
 
 class DriverDouble {
-public:
+  public:
     struct Reply {
-        DWORD error = 0;   // not 0: the request itself fails with this Win32 error, nothing is written
-        DWORD status = 0;  // status word of the reply
+        DWORD         error = 0;   // not 0: the request itself fails with this Win32 error, nothing is written
+        DWORD         status = 0;  // status word of the reply
         VELCOR_RECORD record = {};
-        Reply(const Record& r) : record(r.record) {}
+        Reply(const Record& r) : record(r.record)
+        {
+        }
         static Reply Error(DWORD error)
         {
             Reply reply{ Record() };
@@ -37,22 +39,23 @@ public:
         ULONGLONG header;  // header word of the request
     };
 
-    /* Replies in order; the last one is repeated for ever. Without a script every request is answered by an empty record. */
+    /* Replies in order; the last one is repeated for ever. Without a script every request is answered by an empty
+     * record. */
     void Script(std::vector<Reply> replies)
     {
         m_replies = std::move(replies);
         m_next = 0;
     }
     /* False: the driver is not loaded, the device cannot be opened (error 2). */
-    bool loaded = true;
+    bool                 loaded = true;
     std::vector<Request> requests;
 
     /* Answers one request; returns 0 or the Win32 error. */
     DWORD Answer(DWORD code, const void* in, DWORD inSize, void* out, DWORD outSize, DWORD* returned);
 
-private:
+  private:
     std::vector<Reply> m_replies{ Reply(Record()) };
-    size_t m_next = 0;
+    size_t             m_next = 0;
 };
 
 #endif

@@ -4,22 +4,33 @@
 
 /* A global of the library, found by name, and its bytes as the library was loaded. */
 struct DiskperfTest::Variable {
-    const char* name;
-    size_t size;
-    BYTE* address;
+    const char*       name;
+    size_t            size;
+    BYTE*             address;
     std::vector<BYTE> loaded;
 };
 
 std::vector<DiskperfTest::Variable>& DiskperfTest::Variables()
 {
-#define VARIABLE(name) { #name, sizeof(name), nullptr, {} }
+#define VARIABLE(name) \
+    { \
+#name, sizeof(name), nullptr, \
+        { \
+        } \
+    }
     static std::vector<Variable> variables = {
-        VARIABLE(g_hDllInitMutex), VARIABLE(g_dwInitCount), VARIABLE(g_bDiskAgent), VARIABLE(g_hInfoMutex),
-        VARIABLE(g_hReloadEvent1), VARIABLE(g_hReloadEvent2), VARIABLE(g_hTerminateEvent), VARIABLE(g_hCollectThread),
-        VARIABLE(g_hWriteThread), VARIABLE(g_dwThreadExitTimeout), VARIABLE(g_dwDebugMode), VARIABLE(g_szString),
-        VARIABLE(g_WarnEvent), VARIABLE(g_hWarnEventMutex), VARIABLE(g_hShmMutex), VARIABLE(g_hShmMap),
-        VARIABLE(g_pShmInfo), VARIABLE(g_dwShmInitCount), VARIABLE(g_dwPMProcessID), VARIABLE(g_nPMProcessIDIdx),
-        VARIABLE(g_szComputerName), VARIABLE(g_hDkpfLog), VARIABLE(g_hDkpfTraceLog), VARIABLE(g_hDkpfConfLog),
+        VARIABLE(g_hDllInitMutex),   VARIABLE(g_dwInitCount),
+        VARIABLE(g_bDiskAgent),      VARIABLE(g_hInfoMutex),
+        VARIABLE(g_hReloadEvent1),   VARIABLE(g_hReloadEvent2),
+        VARIABLE(g_hTerminateEvent), VARIABLE(g_hCollectThread),
+        VARIABLE(g_hWriteThread),    VARIABLE(g_dwThreadExitTimeout),
+        VARIABLE(g_dwDebugMode),     VARIABLE(g_szString),
+        VARIABLE(g_WarnEvent),       VARIABLE(g_hWarnEventMutex),
+        VARIABLE(g_hShmMutex),       VARIABLE(g_hShmMap),
+        VARIABLE(g_pShmInfo),        VARIABLE(g_dwShmInitCount),
+        VARIABLE(g_dwPMProcessID),   VARIABLE(g_nPMProcessIDIdx),
+        VARIABLE(g_szComputerName),  VARIABLE(g_hDkpfLog),
+        VARIABLE(g_hDkpfTraceLog),   VARIABLE(g_hDkpfConfLog),
         VARIABLE(g_dwDkpfLogLevel),
     };
 #undef VARIABLE

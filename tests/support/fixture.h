@@ -1,21 +1,17 @@
 /*
  * DiskperfTest: one case on the library under test with every call out of it answered by a double.
  *
- *   class CollectLoop : public DiskperfTest {};
- *   TEST_F(CollectLoop, EndsOnTheTerminateEvent)
+ *   class RegionMutex : public DiskperfTest {};
+ *   TEST_F(RegionMutex, IsCreatedOpenToAll)
  *   {
- *       AttachRegion();
- *       g_hReloadEvent1 = os.MakeEvent(false);
- *       g_hTerminateEvent = os.MakeEvent(true);
- *       os.SignalAt(25000, g_hTerminateEvent);
- *       EXPECT_EQ(os.RunThread(_DkpfPerfCollectThread), 0u);
- *       EXPECT_EQ(journal.Number("DeviceIoControl"), 2u);
- *       ExpectNothingLeft();
+ *       HANDLE hMutex = _DkpfCreateMutex(DKPF_MUTEX_NAME);
+ *       EXPECT_EQ(journal.Of("CreateMutexA")[0].args, "null DACL, FALSE, Global\\TNW_DKPF_MUTEX_INFO");
+ *       EXPECT_EQ(os.Leaks(), Strings({ "handle: mutex Global\\TNW_DKPF_MUTEX_INFO" }));
  *   }
  *
  * A case starts with the globals as the library is loaded, except that the DllInit mutex is the double's and the three
- * trace logs are open at every level, so that all lines can be compared. Units may keep state of their own that no header
- * shows: ctest runs each case in a process of its own.
+ * trace logs are open at every level, so that all lines can be compared. Units may keep state of their own that no
+ * header shows: ctest runs each case in a process of its own.
  */
 #ifndef TESTS_SUPPORT_FIXTURE_H
 #define TESTS_SUPPORT_FIXTURE_H
@@ -27,7 +23,7 @@
 BOOL TesteeDllMain(HINSTANCE hInstance, DWORD dwReason, LPVOID lpReserved);
 
 class DiskperfTest : public HookedModuleTest {
-protected:
+  protected:
     DiskperfTest();
     void SetUp() override;
     void TearDown() override;
@@ -42,11 +38,11 @@ protected:
     /* Region mutex and region attached once, the reader's row entered in the table (0: the producer's). */
     DKPF_SHM_INFO* AttachRegion(int nRow = 0);
 
-private:
+  private:
     struct Variable;
     static std::vector<Variable>& Variables();
-    void RestoreVariables();
-    template <class T> void Set(const char* name, T value);
+    void                          RestoreVariables();
+    template <class T> void       Set(const char* name, T value);
 };
 
 #endif

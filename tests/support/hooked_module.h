@@ -14,7 +14,7 @@
 #include "support/import_hooks.h"
 
 class HookedModuleTest : public testing::Test {
-protected:
+  protected:
     /* The module must be loaded already: test programs link it. */
     explicit HookedModuleTest(const char* moduleName);
     void SetUp() override;
@@ -23,13 +23,13 @@ protected:
     /* Nothing left open, nothing misused, no string table, no CSV file, no configuration sequence open. */
     void ExpectNothingLeft();
 
-    Journal journal;
-    LogDouble log{ journal };
-    XmlDouble xml{ journal };
+    Journal      journal;
+    LogDouble    log{ journal };
+    XmlDouble    xml{ journal };
     FilterDouble filter{ journal };
-    Os os{ journal };
-    HMODULE module;
-    ImportHooks hooks;
+    Os           os{ journal };
+    HMODULE      module;
+    ImportHooks  hooks;
 };
 
 /* Shorthand for whole comparisons: EXPECT_EQ(log.Events(), Events({ 0x800012C1, 0x400012C2 })). */

@@ -7,11 +7,11 @@
 /* The slot of one import, by name or, with name NULL, by ordinal. */
 static void** ImportSlot(HMODULE module, const char* dll, const char* name, WORD ordinal)
 {
-    BYTE* base = reinterpret_cast<BYTE*>(module);
-    auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
-    auto* nt = reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+    BYTE*                       base = reinterpret_cast<BYTE*>(module);
+    auto*                       dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
+    auto*                       nt = reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
     const IMAGE_DATA_DIRECTORY& directory = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    auto* entry = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
+    auto*                       entry = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
 
     for (; entry->Name != 0; entry++) {
         if (_stricmp(reinterpret_cast<char*>(base + entry->Name), dll) != 0) {

@@ -1,6 +1,6 @@
 /*
- * Replaces import slots of one loaded module. Only calls that this module makes are affected; the test program's own calls
- * of the same routines are not.
+ * Replaces import slots of one loaded module. Only calls that this module makes are affected; the test program's own
+ * calls of the same routines are not.
  */
 #ifndef TESTS_SUPPORT_IMPORT_HOOKS_H
 #define TESTS_SUPPORT_IMPORT_HOOKS_H
@@ -11,9 +11,14 @@
 #include <vector>
 
 class ImportHooks {
-public:
-    explicit ImportHooks(HMODULE module) : m_module(module) {}
-    ~ImportHooks() { RestoreAll(); }
+  public:
+    explicit ImportHooks(HMODULE module) : m_module(module)
+    {
+    }
+    ~ImportHooks()
+    {
+        RestoreAll();
+    }
     ImportHooks(const ImportHooks&) = delete;
     ImportHooks& operator=(const ImportHooks&) = delete;
 
@@ -26,14 +31,14 @@ public:
     /* Puts back what stood in each replaced slot, last one first. */
     void RestoreAll();
 
-private:
+  private:
     struct Saved {
         void** slot;
-        void* original;
+        void*  original;
     };
     void Store(void** slot, void* routine);
 
-    HMODULE m_module;
+    HMODULE            m_module;
     std::vector<Saved> m_saved;
 };
 

@@ -10,8 +10,8 @@ unsigned InstallPlatformDoubles(ImportHooks& hooks)
 {
     struct {
         const char* dll;
-        WORD ordinal;
-        void* routine;
+        WORD        ordinal;
+        void*       routine;
     } const slots[] = {
         { "tnwlog.dll", 1, Address(log_init) },
         { "tnwlog.dll", 2, Address(log_term) },

@@ -8,8 +8,10 @@
 #include <string.h>
 
 class Doubles : public HookedModuleTest {
-protected:
-    Doubles() : HookedModuleTest("probe.dll") {}
+  protected:
+    Doubles() : HookedModuleTest("probe.dll")
+    {
+    }
     void SetUp() override
     {
         HookedModuleTest::SetUp();
@@ -18,7 +20,8 @@ protected:
     Probe call;
 };
 
-/* ---- Hooks --------------------------------------------------------------------------------------------------------- */
+/* ---- Hooks ---------------------------------------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, EveryKnownCallIsReplaced)
 {
@@ -53,7 +56,8 @@ TEST_F(Doubles, RestoredHooksReachTheSystemAgain)
     EXPECT_TRUE(CloseHandle(real));
 }
 
-/* ---- Failures ------------------------------------------------------------------------------------------------------ */
+/* ---- Failures ------------------------------------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, TheNthCallFailsWithItsError)
 {
@@ -80,21 +84,24 @@ TEST_F(Doubles, RegistryCallsReportByTheirResult)
 {
     HKEY key = nullptr;
     os.Fail("RegOpenKeyExA", 1, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(call.RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\OSK\\TARNWELL\\work", 0, KEY_READ, &key), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(call.RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\OSK\\TARNWELL\\work", 0, KEY_READ, &key), ERROR_SUCCESS);
+    EXPECT_EQ(call.RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\OSK\\TARNWELL\\work", 0, KEY_READ, &key),
+              ERROR_ACCESS_DENIED);
+    EXPECT_EQ(call.RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\OSK\\TARNWELL\\work", 0, KEY_READ, &key),
+              ERROR_SUCCESS);
     EXPECT_EQ(os.Leaks(), Strings({ "key: HKLM\\Software\\OSK\\TARNWELL\\work" }));
     EXPECT_EQ(call.RegCloseKey(key), ERROR_SUCCESS);
     ExpectNothingLeft();
 }
 
-/* ---- Objects and leaks --------------------------------------------------------------------------------------------- */
+/* ---- Objects and leaks ---------------------------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, WhatIsLeftOpenIsNamed)
 {
     HANDLE mutex = call.CreateMutexA(nullptr, FALSE, "Global\\M");
     HANDLE mapping = call.CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 8192, "Global\\R");
-    void* view = call.MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 8192);
-    void* block = call.GlobalAlloc(GPTR, 152);
+    void*  view = call.MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 8192);
+    void*  block = call.GlobalAlloc(GPTR, 152);
     EXPECT_EQ(call.WaitForSingleObject(mutex, INFINITE), WAIT_OBJECT_0);
     EXPECT_EQ(os.Leaks(), Strings({ "handle: mutex Global\\M", "locked: mutex Global\\M", "handle: mapping Global\\R",
                                     "view: Global\\R", "heap: 152 bytes" }));
@@ -183,7 +190,8 @@ TEST_F(Doubles, SecurityIsShownAsItWasAsked)
     EXPECT_EQ(journal.Of("CreateMutexA")[1].args, "null DACL, FALSE, b");
 }
 
-/* ---- Memory -------------------------------------------------------------------------------------------------------- */
+/* ---- Memory --------------------------------------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, ABlockEndsWhereWritingEnds)
 {
@@ -199,9 +207,9 @@ TEST_F(Doubles, ABlockEndsWhereWritingEnds)
 
 TEST_F(Doubles, AMappingLivesWhileAnybodyHoldsIt)
 {
-    auto* held = static_cast<char*>(os.HoldMapping("Global\\R", 216784));
+    auto*  held = static_cast<char*>(os.HoldMapping("Global\\R", 216784));
     HANDLE mapping = call.OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, "Global\\R");
-    auto* view = static_cast<char*>(call.MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 216784));
+    auto*  view = static_cast<char*>(call.MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 216784));
     view[216783] = 'x';
     EXPECT_EQ(call.MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 216785), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ ERROR_ACCESS_DENIED });
@@ -214,7 +222,8 @@ TEST_F(Doubles, AMappingLivesWhileAnybodyHoldsIt)
     ExpectNothingLeft();
 }
 
-/* ---- Time and waits ------------------------------------------------------------------------------------------------ */
+/* ---- Time and waits ------------------------------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, TheClockStandsStillUntilItIsMovedAndWraps)
 {
@@ -236,7 +245,7 @@ TEST_F(Doubles, TheClockStandsStillUntilItIsMovedAndWraps)
 TEST_F(Doubles, ASignalInsideAWaitEndsItAtItsMoment)
 {
     HANDLE handles[2] = { os.MakeEvent(false, "reload"), os.MakeEvent(true, "terminate") };
-    DWORD start = call.GetTickCount();
+    DWORD  start = call.GetTickCount();
     os.SignalAt(3000, handles[0]);
     EXPECT_EQ(call.WaitForMultipleObjects(2, handles, FALSE, 10000), WAIT_OBJECT_0);
     EXPECT_EQ(call.GetTickCount() - start, 3000u);
@@ -286,12 +295,13 @@ TEST_F(Doubles, AThreadRoutineRunsThroughHoursAtOnce)
     EXPECT_EQ(os.Elapsed(), 24u * 3600 * 1000);
 }
 
-/* ---- Threads ------------------------------------------------------------------------------------------------------- */
+/* ---- Threads -------------------------------------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, AThreadIsRecordedAndNotRun)
 {
     ProbeLoop loop = {};
-    auto handle = reinterpret_cast<HANDLE>(call._beginthreadex(nullptr, 0, ProbeThread, &loop, 0, nullptr));
+    auto      handle = reinterpret_cast<HANDLE>(call._beginthreadex(nullptr, 0, ProbeThread, &loop, 0, nullptr));
     ASSERT_EQ(os.started.size(), 1u);
     EXPECT_EQ(os.started[0].routine, ProbeThread);
     EXPECT_EQ(os.started[0].argument, &loop);
@@ -335,10 +345,10 @@ TEST_F(Doubles, AThreadThatCannotStartSetsErrno)
 TEST_F(Doubles, RealObjectsAndThreadsOnDemand)
 {
     os.UseRealObjects();
-    HANDLE terminate = call.CreateEventA(nullptr, TRUE, FALSE, "Global\\T");
-    HANDLE reload = call.CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    HANDLE    terminate = call.CreateEventA(nullptr, TRUE, FALSE, "Global\\T");
+    HANDLE    reload = call.CreateEventA(nullptr, FALSE, FALSE, nullptr);
     ProbeLoop loop = { { reload, terminate }, 0, 0 };
-    auto thread = reinterpret_cast<HANDLE>(call._beginthreadex(nullptr, 0, ProbeThread, &loop, 0, nullptr));
+    auto      thread = reinterpret_cast<HANDLE>(call._beginthreadex(nullptr, 0, ProbeThread, &loop, 0, nullptr));
     EXPECT_TRUE(call.SetEvent(terminate));
     EXPECT_EQ(call.WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
     DWORD code = 0;
@@ -351,7 +361,8 @@ TEST_F(Doubles, RealObjectsAndThreadsOnDemand)
     ExpectNothingLeft();
 }
 
-/* ---- Processes, registry, files, device ---------------------------------------------------------------------------- */
+/* ---- Processes, registry, files, device ----------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, ProcessesAreAliveEndedGoneOrRefused)
 {
@@ -375,22 +386,26 @@ TEST_F(Doubles, ProcessesAreAliveEndedGoneOrRefused)
 
 TEST_F(Doubles, RegistryValuesComeFromTheMap)
 {
-    HKEY key = nullptr;
+    HKEY  key = nullptr;
     DWORD value = 0, size = sizeof value;
     os.SetValue("HKLM\\Software\\OSK\\TARNWELL\\work", "dkpf_debug", 5);
     os.failValue["broken"] = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(call.RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\osk\\TARNWELL\\work", 0, KEY_READ, &key), ERROR_SUCCESS);
-    EXPECT_EQ(call.RegQueryValueExA(key, "dkpf_debug", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size), ERROR_SUCCESS);
+    EXPECT_EQ(call.RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\osk\\TARNWELL\\work", 0, KEY_READ, &key),
+              ERROR_SUCCESS);
+    EXPECT_EQ(call.RegQueryValueExA(key, "dkpf_debug", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size),
+              ERROR_SUCCESS);
     EXPECT_EQ(value, 5u);
-    EXPECT_EQ(call.RegQueryValueExA(key, "other", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(call.RegQueryValueExA(key, "broken", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(call.RegQueryValueExA(key, "other", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size),
+              ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(call.RegQueryValueExA(key, "broken", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size),
+              ERROR_ACCESS_DENIED);
     EXPECT_EQ(call.RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\none", 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(Doubles, TheDriverAnswersItsScriptAndRepeatsTheLastReply)
 {
     VELCOR_EXCHANGE exchange = {};
-    DWORD returned = 0;
+    DWORD           returned = 0;
     os.driver.Script({ DriverDouble::Reply::Error(ERROR_GEN_FAILURE), DriverDouble::Reply::Status(0xC0000001),
                        Record().Sync(3).With(3, &VELCOR_ENTRY::write_bytes, 7) });
     auto ask = [&] {
@@ -400,7 +415,8 @@ TEST_F(Doubles, TheDriverAnswersItsScriptAndRepeatsTheLastReply)
     };
     EXPECT_FALSE(ask()) << "no device";
     os.misuse.clear();
-    HANDLE device = call.CreateFileA(VELCOR_DEVICE_PATH, GENERIC_READ | GENERIC_WRITE, 3, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE device =
+        call.CreateFileA(VELCOR_DEVICE_PATH, GENERIC_READ | GENERIC_WRITE, 3, nullptr, OPEN_EXISTING, 0, nullptr);
     auto request = [&] {
         exchange.length = VELCOR_RECORD_LENGTH;
         exchange.record.header = VELCOR_REQUEST_HEADER;
@@ -443,8 +459,8 @@ TEST_F(Doubles, AModuleFileHasAPathATimeAndAVersion)
 
     HANDLE file = call.CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
     BY_HANDLE_FILE_INFORMATION information = {};
-    FILETIME local = {};
-    SYSTEMTIME time = {};
+    FILETIME                   local = {};
+    SYSTEMTIME                 time = {};
     EXPECT_TRUE(call.GetFileInformationByHandle(file, &information));
     EXPECT_TRUE(call.FileTimeToLocalFileTime(&information.ftLastWriteTime, &local));
     EXPECT_TRUE(call.FileTimeToSystemTime(&local, &time));
@@ -453,10 +469,10 @@ TEST_F(Doubles, AModuleFileHasAPathATimeAndAVersion)
     EXPECT_EQ(time.wSecond, 3);
     EXPECT_TRUE(call.CloseHandle(file));
 
-    DWORD size = call.GetFileVersionInfoSizeA(path, nullptr);
+    DWORD             size = call.GetFileVersionInfoSizeA(path, nullptr);
     std::vector<BYTE> block(size);
-    void* value = nullptr;
-    UINT length = 0;
+    void*             value = nullptr;
+    UINT              length = 0;
     ASSERT_TRUE(call.GetFileVersionInfoA(path, 0, size, block.data()));
     ASSERT_TRUE(call.VerQueryValueA(block.data(), "\\VarFileInfo\\Translation", &value, &length));
     EXPECT_EQ(static_cast<WORD*>(value)[0], 0x409);
@@ -469,7 +485,7 @@ TEST_F(Doubles, AModuleFileHasAPathATimeAndAVersion)
 
 TEST_F(Doubles, TheComputerNameNeedsItsRoom)
 {
-    char name[16] = "";
+    char  name[16] = "";
     DWORD size = 5;
     EXPECT_FALSE(call.GetComputerNameA(name, &size));
     EXPECT_EQ(GetLastError(), DWORD{ ERROR_BUFFER_OVERFLOW });
@@ -481,7 +497,7 @@ TEST_F(Doubles, TheComputerNameNeedsItsRoom)
 
 TEST_F(Doubles, TextsAndBoxesAreKept)
 {
-    char text[256] = "";
+    char    text[256] = "";
     wchar_t wide[8] = L"";
     EXPECT_EQ(call.wsprintfA(text, "ProcessID=%ul", 4711u), 15);
     EXPECT_STREQ(text, "ProcessID=4711l");
@@ -494,15 +510,16 @@ TEST_F(Doubles, TextsAndBoxesAreKept)
     EXPECT_EQ(call.SetErrorMode(0), UINT{ SEM_FAILCRITICALERRORS });
 }
 
-/* ---- Platform libraries -------------------------------------------------------------------------------------------- */
+/* ---- Platform libraries --------------------------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, TraceLinesAreFormattedAsTheLibraryDoesAndSpoilTheLastError)
 {
     HTNWLOG trace = nullptr;
     EXPECT_EQ(call.log_init("diskperf", &trace, 7, 2048, 0, "key"), TNWLOG_OK);
     SetLastError(5);
-    call.log_write(trace, 1, 0, "diskperf/src/diskperf_shm", 17, "Routine", " %#p %I64d %S", reinterpret_cast<void*>(0x12),
-                   -5ll, L"wide");
+    call.log_write(trace, 1, 0, "diskperf/src/diskperf_shm", 17, "Routine", " %#p %I64d %S",
+                   reinterpret_cast<void*>(0x12), -5ll, L"wide");
     EXPECT_EQ(GetLastError(), 0xDEADu);
     EXPECT_EQ(log.lines[0].text, " 0X0000000000000012 -5 wide");
     EXPECT_EQ(log.lines[0].log, "diskperf");
@@ -529,8 +546,8 @@ TEST_F(Doubles, AFailingLogAnswersItsStatus)
 TEST_F(Doubles, StringsHaveTheirTwoGaps)
 {
     HTNWSTRINGS table = nullptr;
-    unsigned found = 0;
-    char text[128];
+    unsigned    found = 0;
+    char        text[128];
     ASSERT_EQ(call.TnwLoadStringTable("diskperf", 0, &table), TNWLOG_OK);
     for (DWORD i = 0; i < 41; i++) {
         DWORD status = call.TnwFormatMessage(table, i, text, sizeof text, 0);
@@ -592,7 +609,7 @@ TEST_F(Doubles, TheConfigurationKeepsItsOrder)
 TEST_F(Doubles, TheFilterChecksItsRequest)
 {
     alignas(8) BYTE buffer[0x4010] = {};
-    auto* record = reinterpret_cast<VELCOR_RECORD*>(buffer);
+    auto*           record = reinterpret_cast<VELCOR_RECORD*>(buffer);
     filter.Script({ FilterDouble::Reply::Error(ERROR_NOT_READY), Record().Disk(0).With(0, &VELCOR_ENTRY::writes, 9) });
     EXPECT_EQ(call.TnwDkfltrGetMirrorPerformance(nullptr), DWORD{ ERROR_INVALID_PARAMETER });
     EXPECT_EQ(call.TnwDkfltrGetMirrorPerformance(buffer), DWORD{ ERROR_INVALID_PARAMETER }) << "header word is not set";
@@ -602,7 +619,8 @@ TEST_F(Doubles, TheFilterChecksItsRequest)
     EXPECT_EQ(record->entry[0].writes, 9u);
 }
 
-/* ---- Journal ------------------------------------------------------------------------------------------------------- */
+/* ---- Journal -------------------------------------------------------------------------------------------------------
+ */
 
 TEST_F(Doubles, OneJournalOrdersTheCallsOfAllDoubles)
 {

@@ -1,0 +1,5 @@
+# Checks on the build machine, with the system's own Python.
+set(DKPF_PYTHON /usr/bin/python3)
+dkpf_host_test(imports ${DKPF_PYTHON} ${CMAKE_SOURCE_DIR}/tests/host/check_imports.py ${DKPF_STAGE_DIR}
+    ${CMAKE_SOURCE_DIR}/tests/host/allowed_imports.txt ${CMAKE_SOURCE_DIR}/platform/import)
+dkpf_host_test(version ${DKPF_PYTHON} ${CMAKE_SOURCE_DIR}/tests/host/check_version.py ${CMAKE_SOURCE_DIR} ${DKPF_STAGE_DIR})
