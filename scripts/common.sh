@@ -91,7 +91,7 @@ install_packages() {
         fail "packages cannot be checked" "this is no Debian system: dpkg-query is missing" "use Debian 12, or install by hand: $*"
     missing=$(missing_packages "$@")
     [ -n "$missing" ] || return 0
-    say "  installing:" $missing
+    say "  installing: $missing"
     # The list is a list of words.
     # shellcheck disable=SC2086
     if run_phase "packages" packages.log apt_install $missing; then
