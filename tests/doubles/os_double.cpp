@@ -620,7 +620,8 @@ struct OsHooks {
             !GetSecurityDescriptorDacl(attributes->lpSecurityDescriptor, &present, &acl, &defaulted)) {
             return "bad security";
         }
-        return present && acl == nullptr ? "null DACL" : "DACL";
+        std::string dacl = present && acl == nullptr ? "null DACL" : "DACL";
+        return attributes->bInheritHandle ? "inheritable " + dacl : dacl;
     }
 
     static HANDLE WINAPI HookCreateMutexA(LPSECURITY_ATTRIBUTES attributes, BOOL owned, LPCSTR name)
