@@ -1,0 +1,4 @@
+# Failures of named objects, locks, trace logs; of the shared region.
+if(TARGET diskperf_testee)
+    dkpf_testee_test(util_fault_test fault SOURCES fault/util_fault_test.cpp unit/traced_fixture.cpp)
+endif()
