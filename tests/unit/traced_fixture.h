@@ -5,6 +5,7 @@
 #ifndef TESTS_UNIT_TRACED_FIXTURE_H
 #define TESTS_UNIT_TRACED_FIXTURE_H
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,12 @@ struct StoryOf {
         return test.param.story;
     }
 };
+
+/* A failing case of a table says its story, not its bytes. */
+template <class Case> auto operator<<(std::ostream& out, const Case& shown) -> decltype(out << shown.story)
+{
+    return out << shown.story;
+}
 
 /* Lines and lists of lines, one behind the other. */
 inline void AppendTo(Strings& all, const std::string& line)
