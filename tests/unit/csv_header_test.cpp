@@ -2,6 +2,7 @@
  * The header lines of the CSV files.
  */
 #include <limits.h>
+#include <stdio.h>
 
 #include "support/csv_fixture.h"
 #include "support/golden.h"
@@ -89,6 +90,13 @@ struct Mask {
     Columns columns;
 };
 
+static std::string MaskName(const testing::TestParamInfo<Mask>& tested)
+{
+    char text[16];
+    snprintf(text, sizeof text, "0x%lX", tested.param.mask);
+    return text;
+}
+
 class CsvHeaderMask : public CsvHeader, public testing::WithParamInterface<Mask> {};
 
 TEST_P(CsvHeaderMask, SelectsItsColumnsInBitOrder)
@@ -112,19 +120,22 @@ INSTANTIATE_TEST_SUITE_P(EachBit, CsvHeaderMask,
                                          Mask{ 0x10, { 4 } }, Mask{ 0x20, { 5 } }, Mask{ 0x40, { 6 } }, Mask{ 0x80, { 7 } },
                                          Mask{ 0x100, { 8 } }, Mask{ 0x200, { 9 } }, Mask{ 0x400, { 10 } },
                                          Mask{ 0x800, { 12 } }, Mask{ 0x1000, { 11 } }, Mask{ 0x2000, { 13 } },
-                                         Mask{ 0x4000, { 14 } }, Mask{ 0x8000, { 15 } }, Mask{ 0x10000, { 16 } }));
+                                         Mask{ 0x4000, { 14 } }, Mask{ 0x8000, { 15 } }, Mask{ 0x10000, { 16 } }),
+                         MaskName);
 INSTANTIATE_TEST_SUITE_P(BitsThatMeanNothing, CsvHeaderMask,
                          testing::Values(Mask{ 0x20000, {} }, Mask{ 0x40000, {} }, Mask{ 0x80000, {} }, Mask{ 0x100000, {} },
                                          Mask{ 0x200000, {} }, Mask{ 0x400000, {} }, Mask{ 0x800000, {} },
                                          Mask{ 0x1000000, {} }, Mask{ 0x2000000, {} }, Mask{ 0x4000000, {} },
                                          Mask{ 0x8000000, {} }, Mask{ 0x10000000, {} }, Mask{ 0x20000000, {} },
-                                         Mask{ 0x40000000, {} }, Mask{ 0x80000000, {} }));
+                                         Mask{ 0x40000000, {} }, Mask{ 0x80000000, {} }),
+                         MaskName);
 INSTANTIATE_TEST_SUITE_P(Several, CsvHeaderMask,
                          testing::Values(Mask{ 0, {} }, Mask{ 0x1800, { 12, 11 } }, Mask{ 0xFFFE0000, {} },
                                          Mask{ 0x1FFFF, AllDisplay }, Mask{ 0xFFFFFFFF, AllDisplay },
                                          Mask{ 0x15555, { 0, 2, 4, 6, 8, 10, 11, 14, 16 } },
                                          Mask{ 0x0AAAA, { 1, 3, 5, 7, 9, 12, 13, 15 } },
-                                         Mask{ 0x10001, { 0, 16 } }, Mask{ 0x3C00, { 10, 12, 11, 13 } }));
+                                         Mask{ 0x10001, { 0, 16 } }, Mask{ 0x3C00, { 10, 12, 11, 13 } }),
+                         MaskName);
 
 TEST_F(CsvHeader, TheMask0x1800TitlesString12FirstThenString11)
 {

@@ -121,6 +121,13 @@ struct Mask {
     std::vector<int> counters;
 };
 
+static std::string MaskName(const testing::TestParamInfo<Mask>& tested)
+{
+    char text[16];
+    snprintf(text, sizeof text, "0x%lX", tested.param.mask);
+    return text;
+}
+
 class CsvLineMask : public CsvLine, public testing::WithParamInterface<Mask> {};
 
 TEST_P(CsvLineMask, SelectsItsValuesInBitOrder)
@@ -136,14 +143,16 @@ INSTANTIATE_TEST_SUITE_P(EachBit, CsvLineMask,
                                          Mask{ 0x10, { 4 } }, Mask{ 0x20, { 5 } }, Mask{ 0x40, { 6 } }, Mask{ 0x80, { 7 } },
                                          Mask{ 0x100, { 8 } }, Mask{ 0x200, { 9 } }, Mask{ 0x400, { 10 } },
                                          Mask{ 0x800, { 12 } }, Mask{ 0x1000, { 11 } }, Mask{ 0x2000, { 13 } },
-                                         Mask{ 0x4000, { 14 } }, Mask{ 0x8000, { 15 } }, Mask{ 0x10000, { 16 } }));
+                                         Mask{ 0x4000, { 14 } }, Mask{ 0x8000, { 15 } }, Mask{ 0x10000, { 16 } }),
+                         MaskName);
 INSTANTIATE_TEST_SUITE_P(Several, CsvLineMask,
                          testing::Values(Mask{ 0, {} }, Mask{ 0x20000, {} }, Mask{ 0x80000000, {} }, Mask{ 0xFFFE0000, {} },
                                          Mask{ 0x1800, { 12, 11 } }, Mask{ 0x1FFFF, DisplayOrder },
                                          Mask{ 0xFFFFFFFF, DisplayOrder },
                                          Mask{ 0x15555, { 0, 2, 4, 6, 8, 10, 11, 14, 16 } },
                                          Mask{ 0x0AAAA, { 1, 3, 5, 7, 9, 12, 13, 15 } },
-                                         Mask{ 0x3C00, { 10, 12, 11, 13 } }));
+                                         Mask{ 0x3C00, { 10, 12, 11, 13 } }),
+                         MaskName);
 
 TEST_F(CsvLine, TheMask0x1800WritesCounter12BeforeCounter11)
 {
@@ -243,6 +252,7 @@ INSTANTIATE_TEST_SUITE_P(
                     std::pair(SYSTEMTIME{ 1999, 12, 5, 31, 23, 59, 59, 999 }, "\"12/31/1999 23:59:59.999\""),
                     std::pair(SYSTEMTIME{ 7, 2, 5, 3, 4, 5, 6, 7 }, "\"02/03/0007 04:05:06.007\""),
                     std::pair(SYSTEMTIME{ 30827, 2, 5, 3, 4, 5, 6, 7 }, "\"02/03/30827 04:05:06.007\""),
+                    // Must hold as the first stamp of a process too, which it is where ctest runs it.
                     std::pair(SYSTEMTIME{}, "\"00/00/0000 00:00:00.000\""),
                     std::pair(SYSTEMTIME{ 65535, 65535, 65535, 65535, 65535, 65535, 65535, 65535 },
                               "\"65535/65535/65535 65535:65535:65535.65535\"")));
@@ -513,6 +523,12 @@ enum State { Closed, Good, Refusing };
 
 /* Display, raw, total display, total raw. */
 using States = std::tuple<State, State, State, State>;
+static std::string StatesName(const testing::TestParamInfo<States>& tested)
+{
+    static const char* const names[] = { "Closed", "Good", "Refusing" };
+    auto [s1, s2, s3, s4] = tested.param;
+    return std::string(names[s1]) + names[s2] + names[s3] + names[s4];
+}
 class CsvPassFiles : public CsvPass, public testing::WithParamInterface<States> {};
 
 TEST_P(CsvPassFiles, EachGetsItsLineOrItsFailure)
@@ -565,7 +581,8 @@ TEST_P(CsvPassFiles, EachGetsItsLineOrItsFailure)
 }
 INSTANTIATE_TEST_SUITE_P(Every, CsvPassFiles,
                          testing::Combine(testing::Values(Closed, Good, Refusing), testing::Values(Closed, Good, Refusing),
-                                          testing::Values(Closed, Good, Refusing), testing::Values(Closed, Good, Refusing)));
+                                          testing::Values(Closed, Good, Refusing), testing::Values(Closed, Good, Refusing)),
+                         StatesName);
 
 /* Two disks with all files open: bit 0 to 5 set = the n-th write of the pass would be refused. */
 class CsvPassRefusals : public CsvPass, public testing::WithParamInterface<unsigned> {};
