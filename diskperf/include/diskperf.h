@@ -51,6 +51,7 @@ typedef struct _DKPF_INSTANCE {
     DWORD         reserved;                // keeps inst_sub at 8
     DKPF_INST_SUB inst_sub[DKPF_NMP_MAX];  // by disk slot
 } DKPF_INSTANCE;
+DKPF_OFFSET(DKPF_INSTANCE, rawparamID, 0);
 DKPF_OFFSET(DKPF_INSTANCE, inst_sub, 8);
 DKPF_SIZE(DKPF_INSTANCE, DKPF_INSTANCE_SIZE);
 
