@@ -416,6 +416,29 @@ TEST_F(LogFaults, AFailedOpenAndAFailedClose)
                         Init("diskperf")(8, "EXIT<TRUE>") }));
 }
 
+/* log_init of a library that writes a handle even where it fails. */
+static DWORD LogInitWithGarbage(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, DWORD dwReserved,
+                                const char* lpKey)
+{
+    DWORD dwStatus = log_init(lpName, phLog, dwLevel, dwSize, dwReserved, lpKey);
+    if (dwStatus != 0) {
+        *phLog = reinterpret_cast<HTNWLOG>(0xBAD0);
+    }
+    return dwStatus;
+}
+
+TEST_F(LogFaults, AHandleThatAFailedOpenWroteIsForgotten)
+{
+    ASSERT_TRUE(hooks.Replace("tnwlog.dll", WORD{ 1 }, Address(LogInitWithGarbage)));
+    for (unsigned failing = 1; failing <= 3; failing++) {
+        StartStory();
+        log.Fail("log_init", failing, 5);
+        EXPECT_EQ(_DkpfLogInit(), FALSE);
+        EXPECT_EQ(journal.Number("log_term"), failing - 1) << "only what was opened is closed";
+        ExpectNoLog();
+    }
+}
+
 TEST_F(LogFaults, AfterAnyFailedOpenTheNextCallOpensAll)
 {
     for (unsigned failing = 1; failing <= 3; failing++) {
