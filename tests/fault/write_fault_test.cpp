@@ -18,7 +18,7 @@ protected:
     }
 };
 
-/* ---- Start --------------------------------------------------------------------------------------------------------- */
+/* ---- Start ------------------------------------------------------------------------------------------------------- */
 
 struct StartFault {
     const char* name;
@@ -36,7 +36,8 @@ static void PrintTo(const StartFault& fault, std::ostream* out)
 class WriteStartFault : public WriteFault, public testing::WithParamInterface<StartFault> {};
 
 static const StartFault StartFaults[] = {
-    { "ComputerName", "GetComputerNameA", 1, 1234, "GetComputerName() failed(W32Err=1234). retSize(16) dkpferr(0xb0000024)" },
+    { "ComputerName", "GetComputerNameA", 1, 1234,
+      "GetComputerName() failed(W32Err=1234). retSize(16) dkpferr(0xb0000024)" },
     { "LineBuffer", "GlobalAlloc", 1, ERROR_NOT_ENOUGH_MEMORY, "lpStr _MALLOC() failed(0xb000000b)." },
     { "CurrentSample", "GlobalAlloc", 2, ERROR_NOT_ENOUGH_MEMORY, "lpCurParam _MALLOC() failed(0xb000000b)." },
     { "PreviousSample", "GlobalAlloc", 3, ERROR_NOT_ENOUGH_MEMORY, "lpPrevParam _MALLOC() failed(0xb000000b)." },
@@ -54,7 +55,9 @@ TEST_P(WriteStartFault, EndsTheThreadWithWarningZeroAndLeavesNothing)
     EXPECT_EQ(Run(), 0u);
     ExpectStopped(fault.line);
     ExpectNothingLeft();
-    EXPECT_EQ(journal.Number("GlobalAlloc"), std::string(fault.call) == "GlobalAlloc" ? fault.nth : std::string(fault.call) == "GetComputerNameA" ? 0u : 5u)
+    EXPECT_EQ(journal.Number("GlobalAlloc"), std::string(fault.call) == "GlobalAlloc"        ? fault.nth
+                                             : std::string(fault.call) == "GetComputerNameA" ? 0u
+                                                                                             : 5u)
         << "nothing more is tried";
     EXPECT_EQ(journal.Number("WaitForMultipleObjects"), 0u);
 }
@@ -80,7 +83,8 @@ TEST_F(WriteFault, FirstConfigurationWhoseUnlockFailsEndsTheThread)
     os.Fail("ReleaseMutex", 1, ERROR_NOT_OWNER);
     EXPECT_EQ(Run(), 0u);
     ExpectStopped("_DkpfShmGetConf() failed(0xb0000010).");
-    EXPECT_EQ(os.Leaks(), Strings({ "locked: mutex Global\\TNW_DKPF_MUTEX_INFO" })) << "what the double was told to refuse";
+    EXPECT_EQ(os.Leaks(), Strings({ "locked: mutex Global\\TNW_DKPF_MUTEX_INFO" }))
+        << "what the double was told to refuse";
 }
 
 TEST_F(WriteFault, WarningZeroThatFailsIsTracedWithItsCode)
@@ -88,22 +92,25 @@ TEST_F(WriteFault, WarningZeroThatFailsIsTracedWithItsCode)
     g_hWarnEventMutex = NULL;
     os.Fail("GlobalAlloc", 3, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(Run(), 0u);
-    EXPECT_EQ(ThreadLines(), Strings({ "diskperf 8 ENTER : ", "diskperf 1 lpPrevParam _MALLOC() failed(0xb000000b).",
-                                       "diskperf 1 _DkpfSetWarnEventLog() failed.(0xb0000006)", "diskperf 8 EXIT<FALSE>" }));
+    EXPECT_EQ(ThreadLines(),
+              Strings({ "diskperf 8 ENTER : ", "diskperf 1 lpPrevParam _MALLOC() failed(0xb000000b).",
+                        "diskperf 1 _DkpfSetWarnEventLog() failed.(0xb0000006)", "diskperf 8 EXIT<FALSE>" }));
     EXPECT_EQ(log.Events(), Events());
     ExpectNothingLeft();
 }
 
-/* ---- Waiting ------------------------------------------------------------------------------------------------------- */
+/* ---- Waiting ----------------------------------------------------------------------------------------------------- */
 
 class WriteWaitFault : public WriteFault, public testing::WithParamInterface<DWORD> {
 protected:
     std::string Line(DWORD error)
     {
-        return TextOf("WaitForMultipleObjects(%d(%#p,%#p)) error. <W32Err=%d>", 2, g_hTerminateEvent, g_hReloadEvent2, error);
+        return TextOf("WaitForMultipleObjects(%d(%#p,%#p)) error. <W32Err=%d>", 2, g_hTerminateEvent, g_hReloadEvent2,
+                      error);
     }
 };
-INSTANTIATE_TEST_SUITE_P(Result, WriteWaitFault, testing::Values(WAIT_FAILED, WAIT_ABANDONED_0, WAIT_ABANDONED_0 + 1, 2u, WAIT_IO_COMPLETION),
+INSTANTIATE_TEST_SUITE_P(Result, WriteWaitFault,
+                         testing::Values(WAIT_FAILED, WAIT_ABANDONED_0, WAIT_ABANDONED_0 + 1, 2u, WAIT_IO_COMPLETION),
                          [](const auto& result) { return Hex(result.param); });
 
 TEST_P(WriteWaitFault, InTheFirstPassEndsTheThread)
@@ -135,10 +142,10 @@ TEST_P(WriteWaitFault, AfterAReloadEndsTheThread)
     ExpectNothingLeft();
 }
 
-/* ---- Region -------------------------------------------------------------------------------------------------------- */
+/* ---- Region ------------------------------------------------------------------------------------------------------ */
 
-/* The calls of region and warning mutex in the order of a run with lines: configuration, sample of pass 1, sample of pass 2,
- * both warnings cleared. */
+/* The calls of region and warning mutex in the order of a run with lines: configuration, sample of pass 1, sample of
+ * pass 2, both warnings cleared. */
 struct RegionFault {
     const char* name;
     const char* call;
@@ -159,7 +166,9 @@ protected:
         os.SignalAt(stop, g_hTerminateEvent);
         EXPECT_EQ(Run(), 0u);
         EXPECT_EQ(ThreadLines().back(), "diskperf 8 EXIT<TRUE>");
-        EXPECT_EQ(os.Leaks(), std::string(GetParam().call) == "ReleaseMutex" ? Strings({ "locked: mutex Global\\TNW_DKPF_MUTEX_INFO" }) : Strings());
+        EXPECT_EQ(os.Leaks(), std::string(GetParam().call) == "ReleaseMutex"
+                                  ? Strings({ "locked: mutex Global\\TNW_DKPF_MUTEX_INFO" })
+                                  : Strings());
         EXPECT_EQ(log.OpenCsv(), Strings());
     }
 };
@@ -177,9 +186,11 @@ TEST_P(WriteRegionFault, TheFirstSampleIsTriedAgainInTheNextPass)
     StoreAt(15000, { 1 }, 200);
     os.Fail(GetParam().call, 2, GetParam().error);
     RunOn(25000);
-    EXPECT_EQ(ThreadLines(1), Strings({ std::string("diskperf 1 _DkpfShmGetPerf() failed(") + GetParam().code + ")." }));
+    EXPECT_EQ(ThreadLines(1),
+              Strings({ std::string("diskperf 1 _DkpfShmGetPerf() failed(") + GetParam().code + ")." }));
     EXPECT_EQ(log.Events(), Events({ 0x800012C1, 0x400012C2 }));
-    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(15000, 70) })) << "the baseline is the sample of the second pass";
+    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(15000, 70) }))
+        << "the baseline is the sample of the second pass";
 }
 
 TEST_P(WriteRegionFault, ALaterSampleIsTriedAgainInTheNextPass)
@@ -189,7 +200,8 @@ TEST_P(WriteRegionFault, ALaterSampleIsTriedAgainInTheNextPass)
     StoreAt(15000, { 1 }, 200);
     os.Fail(GetParam().call, 3, GetParam().error);
     RunOn(25000);
-    EXPECT_EQ(ThreadLines(1), Strings({ std::string("diskperf 1 _DkpfShmGetPerf() failed(") + GetParam().code + ")." }));
+    EXPECT_EQ(ThreadLines(1),
+              Strings({ std::string("diskperf 1 _DkpfShmGetPerf() failed(") + GetParam().code + ")." }));
     EXPECT_EQ(log.Events(), Events({ 0x800012C1, 0x400012C2 }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(15000, 100) })) << "the baseline stayed";
 }
@@ -201,18 +213,21 @@ TEST_P(WriteRegionFault, AConfigurationReadAgainBeginsANewPass)
     StoreAt(5000, { 1 }, 130);
     os.Fail(GetParam().call, 3, GetParam().error);
     RunOn(20000);
-    EXPECT_EQ(ThreadLines(1), Strings({ std::string("diskperf 1 _DkpfShmGetConf() failed(") + GetParam().code + ")." }));
+    EXPECT_EQ(ThreadLines(1),
+              Strings({ std::string("diskperf 1 _DkpfShmGetConf() failed(") + GetParam().code + ")." }));
     EXPECT_EQ(log.Events(), Events({ 0x800012C1, 0x400012C2 }));
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @3000", "10000 -> timeout @13000", "10000 -> terminate @20000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @3000", "10000 -> timeout @13000",
+                                 "10000 -> terminate @20000" }));
 }
 
-/* ---- Files --------------------------------------------------------------------------------------------------------- */
+/* ---- Files ------------------------------------------------------------------------------------------------------- */
 
 /* Disks 1 and 3 present: six files, in the order in which they are opened and written. */
 static const char* const Files[] = { "nmp1", "nmp1_raw", "nmp3", "nmp3_raw", "nmp_total", "nmp_total_raw" };
 
 class WriteFileFault : public WriteFault, public testing::WithParamInterface<unsigned> {};
-INSTANTIATE_TEST_SUITE_P(Nth, WriteFileFault, testing::Range(1u, 7u), [](const auto& nth) { return std::string(Files[nth.param - 1]); });
+INSTANTIATE_TEST_SUITE_P(Nth, WriteFileFault, testing::Range(1u, 7u),
+                         [](const auto& nth) { return std::string(Files[nth.param - 1]); });
 
 TEST_P(WriteFileFault, ALineThatFailsCostsThatFileAlone)
 {
@@ -273,8 +288,9 @@ TEST_F(WriteFault, WhereEveryDiskLineFailsTheTotalsGetNone)
 }
 
 class WriteRotateFault : public WriteFault, public testing::WithParamInterface<unsigned> {};
-INSTANTIATE_TEST_SUITE_P(Nth, WriteRotateFault, testing::Range(1u, 4u),
-                         [](const auto& nth) { return std::string(nth.param == 1 ? "nmp1" : nth.param == 2 ? "nmp3" : "nmp_total"); });
+INSTANTIATE_TEST_SUITE_P(Nth, WriteRotateFault, testing::Range(1u, 4u), [](const auto& nth) {
+    return std::string(nth.param == 1 ? "nmp1" : nth.param == 2 ? "nmp3" : "nmp_total");
+});
 
 TEST_P(WriteRotateFault, BeginsANewPassAndTheNextLineClears)
 {
@@ -285,8 +301,8 @@ TEST_P(WriteRotateFault, BeginsANewPassAndTheNextLineClears)
     StoreAt(15000, { 1, 3 }, 230);
     Run(25000);
     EXPECT_EQ(journal.Number("log_util_rotate"), 3u) << "the others are rotated all the same";
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000", "10000 -> timeout @22000",
-                                 "10000 -> terminate @25000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000",
+                                 "10000 -> timeout @22000", "10000 -> terminate @25000" }));
     EXPECT_EQ(ThreadLines(1), Strings({ "diskperf 1 _DkpfPlogRotate() failed(0xb0000026)." }));
     EXPECT_EQ(log.Events(), Events({ 0x800012C3, 0x400012C4 }));
     EXPECT_EQ(log.csv["nmp3"].lines, Strings({ Display(5000, 30), Display(15000, 10) }));

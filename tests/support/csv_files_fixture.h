@@ -1,25 +1,15 @@
 /*
- * CsvTest: the CSV log with short titles, so that whole lines stay readable: message string i is "T<i>", the time stamp's
- * title "Time", a mirror disk "P<n>", the total "All", the computer "NODE1".
+ * CsvTest: the CSV log with short titles, so that whole lines stay readable: message string i is "T<i>", the time
+ * stamp's title "Time", a mirror disk "P<n>", the total "All", the computer "NODE1".
  */
 #ifndef TESTS_SUPPORT_CSV_FILES_FIXTURE_H
 #define TESTS_SUPPORT_CSV_FILES_FIXTURE_H
 
-#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
 #include "support/fixture.h"
-
-/* A text as the product's trace lines format it. */
-inline std::string TextOf(const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    std::string text = FormatText(format, args);
-    va_end(args);
-    return text;
-}
+#include "support/trace_text.h"
 
 class CsvTest : public DiskperfTest {
 protected:
@@ -39,8 +29,8 @@ protected:
 
     static std::string Column(int n, int title)
     {
-        return ",\"\\\\NODE1\\Cluster Disk Resource Performance(" + (n == 0 ? "All" : "P" + std::to_string(n)) + ")\\T" +
-               std::to_string(title) + "\"";
+        return ",\"\\\\NODE1\\Cluster Disk Resource Performance(" + (n == 0 ? "All" : "P" + std::to_string(n)) +
+               ")\\T" + std::to_string(title) + "\"";
     }
     static std::string DisplayHeader(int n, DWORD mask)
     {
@@ -64,8 +54,8 @@ protected:
     static std::string Name(int n) { return n == 0 ? "nmp_total" : "nmp" + std::to_string(n); }
 
     /* The calls as the journal shows them. */
-    static std::string Opened(const std::string& name, const std::string& header, DWORD size = 1024, DWORD generations = 3,
-                              DWORD status = 0)
+    static std::string Opened(const std::string& name, const std::string& header, DWORD size = 1024,
+                              DWORD generations = 3, DWORD status = 0)
     {
         return "log_util_init(\"" + name + "\", 3, 0, " + std::to_string(size) + ", " + std::to_string(generations) +
                ", 13440, \"" + header + "\", 0, 0) = " + std::to_string(status);
@@ -75,17 +65,9 @@ protected:
         return "log_util_rotate(\"" + name + "\", 13440, \"" + header + "\") = " + std::to_string(status);
     }
 
-    /* "log level text" of each line that the routine wrote on the levels, in order; another source than the unit's shows. */
-    Strings LinesOf(const std::string& routine, DWORD levels = 0xFFFFFFFF, const char* source = "diskperf/src/diskperf_pflog")
+    Strings LinesOf(const std::string& routine, DWORD levels = 0xFFFFFFFF)
     {
-        Strings texts;
-        for (const TraceLine& line : log.lines) {
-            if (line.routine == routine && (line.level & levels) != 0) {
-                texts.push_back(line.log + " " + std::to_string(line.level) + " " + line.text +
-                                (line.source == source ? "" : " from " + line.source));
-            }
-        }
-        return texts;
+        return TraceLinesOf(log, "pflog", routine, levels);
     }
 };
 

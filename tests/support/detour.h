@@ -1,6 +1,7 @@
 /*
  * Sends calls of one routine of a loaded module elsewhere for the time of a case, those from its own unit included: for
- * failures that no outside call can bring about. The routine must be called, not inlined; a case notices the difference.
+ * failures that no outside call can bring about. Works where the routine is called, not inlined; a case that depends on
+ * it fails otherwise.
  */
 #ifndef TESTS_SUPPORT_DETOUR_H
 #define TESTS_SUPPORT_DETOUR_H

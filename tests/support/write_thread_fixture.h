@@ -61,10 +61,13 @@ protected:
             region->local_time = SYSTEMTIME{};
         });
     }
-    void ReloadAt(ULONGLONG ms, std::function<void(DKPF_CONF&)> change = [](DKPF_CONF&) {})
+    /* The configuration was read again, and perhaps has changed. */
+    void ReloadAt(ULONGLONG ms, std::function<void(DKPF_CONF&)> change = nullptr)
     {
         os.At(ms, [this, change] {
-            change(region->conf);
+            if (change) {
+                change(region->conf);
+            }
             os.Signal(g_hReloadEvent2);
         });
     }
@@ -96,7 +99,10 @@ protected:
                  static_cast<int>(day / 60000 % 60), static_cast<int>(day / 1000 % 60), static_cast<int>(day % 1000));
         return text;
     }
-    static std::string Display(ULONGLONG ms, ULONGLONG value) { return Stamp(ms) + ",\"" + std::to_string(value) + "\""; }
+    static std::string Display(ULONGLONG ms, ULONGLONG value)
+    {
+        return Stamp(ms) + ",\"" + std::to_string(value) + "\"";
+    }
     /* A raw line in which nothing but the bytes written counts. */
     static std::string Raw(ULONGLONG ms, ULONGLONG written)
     {
@@ -112,9 +118,10 @@ protected:
         Strings texts;
         for (const Os::Wait& wait : os.waits) {
             if (wait.call == "WaitForMultipleObjects") {
-                std::string result = wait.result == 0   ? "terminate"
-                                     : wait.result == 1 ? "reload"
-                                     : wait.result == WAIT_TIMEOUT ? "timeout" : Hex(wait.result);
+                std::string result = wait.result == 0              ? "terminate"
+                                     : wait.result == 1            ? "reload"
+                                     : wait.result == WAIT_TIMEOUT ? "timeout"
+                                                                   : Hex(wait.result);
                 texts.push_back(std::to_string(wait.timeout) + " -> " + result + " @" + std::to_string(wait.at));
             }
         }

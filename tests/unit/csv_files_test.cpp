@@ -69,7 +69,7 @@ protected:
 using CsvFilesInit = CsvFiles;
 using CsvFilesRotate = CsvFiles;
 
-/* ---- Opening ------------------------------------------------------------------------------------------------------- */
+/* ---- Opening ----------------------------------------------------------------------------------------------------- */
 
 TEST_F(CsvFilesInit, ADiskGetsItsDisplayAndRawFileThenTheTotalGetsIts)
 {
@@ -109,9 +109,10 @@ TEST_F(CsvFilesInit, SizeAndGenerationsGoUnchangedFromTheConfiguration)
     conf.perf_log_rotation = 99;
     Present({ 1 });
     EXPECT_TRUE(Init());
-    EXPECT_EQ(Opens(), Strings({ Opened("nmp1", DisplayHeader(1, 1), 1048576, 99), Opened("nmp1_raw", RawHeader(1), 1048576, 99),
-                                 Opened("nmp_total", DisplayHeader(0, 1), 1048576, 99),
-                                 Opened("nmp_total_raw", RawHeader(0), 1048576, 99) }));
+    EXPECT_EQ(Opens(),
+              Strings({ Opened("nmp1", DisplayHeader(1, 1), 1048576, 99), Opened("nmp1_raw", RawHeader(1), 1048576, 99),
+                        Opened("nmp_total", DisplayHeader(0, 1), 1048576, 99),
+                        Opened("nmp_total_raw", RawHeader(0), 1048576, 99) }));
 }
 
 TEST_F(CsvFilesInit, ValuesTheLibraryRefusesArePassedAllTheSame)
@@ -279,7 +280,8 @@ TEST_F(CsvFilesInit, EachFailedOpenIsTracedWithNameHandleStatusAndCode)
     log.failInit = { { "nmp1", 5 }, { "nmp2_raw", 2 }, { "nmp_total", 4 }, { "nmp_total_raw", 0x80000001 } };
     EXPECT_FALSE(Init());
     auto line = [](const char* name, int status) {
-        return "diskperf_trace 1 " + TextOf("log_util_init(%s,%#p) failed(%d,0xb0000025).", name, static_cast<void*>(nullptr), status);
+        return "diskperf_trace 1 " +
+               TextOf("log_util_init(%s,%#p) failed(%d,0xb0000025).", name, static_cast<void*>(nullptr), status);
     };
     EXPECT_EQ(LinesOf("_DkpfPlogInit"),
               Strings({ "diskperf_trace 8 ENTER : ", line("nmp1", 5), line("nmp2_raw", 2), line("nmp_total", 4),
@@ -300,11 +302,13 @@ TEST_F(CsvFilesInit, WhateverTheLibraryLeftInTheHandleIsTracedAndForgotten)
     EXPECT_FALSE(Init());
     ExpectHandles({}, {});
     EXPECT_EQ(LinesOf("_DkpfPlogInit", 1),
-              Strings({ "diskperf_trace 1 " + TextOf("log_util_init(nmp1,%#p) failed(7,0xb0000025).", reinterpret_cast<void*>(0x12345678)),
-                        "diskperf_trace 1 " + TextOf("log_util_init(nmp1_raw,%#p) failed(7,0xb0000025).", reinterpret_cast<void*>(0x12345678)) }));
+              Strings({ "diskperf_trace 1 " + TextOf("log_util_init(nmp1,%#p) failed(7,0xb0000025).",
+                                                     reinterpret_cast<void*>(0x12345678)),
+                        "diskperf_trace 1 " + TextOf("log_util_init(nmp1_raw,%#p) failed(7,0xb0000025).",
+                                                     reinterpret_cast<void*>(0x12345678)) }));
 }
 
-/* ---- Headers that cannot be built ---------------------------------------------------------------------------------- */
+/* ---- Headers that cannot be built -------------------------------------------------------------------------------- */
 
 static int g_nFailingIndex;
 
@@ -330,8 +334,9 @@ TEST_F(CsvFilesInit, ADisksDisplayHeaderThatFailsCostsThatFileAlone)
     EXPECT_FALSE(Init());
     EXPECT_EQ(err, 0xB0000004u);
     ExpectHandles({ 2, 0 }, { 1, 2, 0 });
-    EXPECT_EQ(LinesOf("_DkpfPlogInit"), Strings({ "diskperf_trace 8 ENTER : ", "diskperf_trace 1 _DkpfPlogHeaderStr(1) failed(0xb0000004).",
-                                                  "diskperf_trace 8 EXIT<FALSE>" }));
+    EXPECT_EQ(LinesOf("_DkpfPlogInit"),
+              Strings({ "diskperf_trace 8 ENTER : ", "diskperf_trace 1 _DkpfPlogHeaderStr(1) failed(0xb0000004).",
+                        "diskperf_trace 8 EXIT<FALSE>" }));
 }
 
 TEST_F(CsvFilesInit, ADisksRawHeaderThatFailsCostsThatFileAlone)
@@ -342,8 +347,9 @@ TEST_F(CsvFilesInit, ADisksRawHeaderThatFailsCostsThatFileAlone)
     EXPECT_FALSE(Init());
     EXPECT_EQ(err, 0xB0000004u);
     ExpectHandles({ 1, 2, 0 }, { 1, 0 });
-    EXPECT_EQ(LinesOf("_DkpfPlogInit"), Strings({ "diskperf_trace 8 ENTER : ", "diskperf_trace 1 _DkpfPlogHeaderStrRaw(2) failed(0xb0000004).",
-                                                  "diskperf_trace 8 EXIT<FALSE>" }));
+    EXPECT_EQ(LinesOf("_DkpfPlogInit"),
+              Strings({ "diskperf_trace 8 ENTER : ", "diskperf_trace 1 _DkpfPlogHeaderStrRaw(2) failed(0xb0000004).",
+                        "diskperf_trace 8 EXIT<FALSE>" }));
 }
 
 TEST_F(CsvFilesInit, ATotalDisplayHeaderThatFailsIsTracedWithoutANumber)
@@ -388,7 +394,7 @@ TEST_F(CsvFilesInit, TheCodeIsTheLastFailuresWhereAHeaderFailsAfterAFile)
     EXPECT_EQ(err, 0xB0000004u);
 }
 
-/* ---- Rotating ------------------------------------------------------------------------------------------------------ */
+/* ---- Rotating ---------------------------------------------------------------------------------------------------- */
 
 TEST_F(CsvFilesRotate, OpenDisplayFilesOfPresentDisksAndTheTotalStartAnewWithTheNewHeader)
 {
@@ -432,7 +438,8 @@ TEST_F(CsvFilesRotate, FilesOfDisksThatAreNotPresentKeepTheirHeader)
     flags[2] = 2;  // a state of its own, but not present
     conf.collect_param = 0x4;
     EXPECT_TRUE(Rotate());
-    EXPECT_EQ(Rotations(), Strings({ Rotated("nmp2", DisplayHeader(2, 4)), Rotated("nmp_total", DisplayHeader(0, 4)) }));
+    EXPECT_EQ(Rotations(),
+              Strings({ Rotated("nmp2", DisplayHeader(2, 4)), Rotated("nmp_total", DisplayHeader(0, 4)) }));
     EXPECT_EQ(log.csv["nmp1"].header, DisplayHeader(1, 1));
     EXPECT_EQ(log.csv["nmp3"].header, DisplayHeader(3, 1));
 }
@@ -489,8 +496,9 @@ TEST_F(CsvFilesRotate, AFailingTotalIsTraced)
     log.failRotate["nmp_total"] = 7;
     EXPECT_FALSE(Rotate());
     EXPECT_EQ(err, 0xB0000026u);
-    EXPECT_EQ(LinesOf("_DkpfPlogRotate", 1),
-              Strings({ "diskperf_trace 1 " + TextOf("log_util_rotate(%#p) failed(7,0xb0000026).", File("nmp_total")) }));
+    EXPECT_EQ(
+        LinesOf("_DkpfPlogRotate", 1),
+        Strings({ "diskperf_trace 1 " + TextOf("log_util_rotate(%#p) failed(7,0xb0000026).", File("nmp_total")) }));
     ExpectHandles({ 1, 0 }, { 1, 0 });
 }
 

@@ -1,15 +1,16 @@
 /*
- * The write thread from its start to its end: what it waits for, which samples it compares, what it writes, warns of and
- * gives back.
+ * The write thread from its start to its end: what it waits for, which samples it compares, what it writes, warns of
+ * and gives back.
  */
 #include <memory>
 
 #include "support/detour.h"
+#include "support/display_value_stubs.h"
 #include "support/write_thread_fixture.h"
 
 class WriteThread : public WriteThreadTest {};
 
-/* ---- Start --------------------------------------------------------------------------------------------------------- */
+/* ---- Start ------------------------------------------------------------------------------------------------------- */
 
 TEST_F(WriteThread, TakesNameBuffersAndConfigurationInThisOrderAndGivesAllBack)
 {
@@ -59,7 +60,7 @@ TEST_F(WriteThread, ItsArgumentIsNotUsed)
     ExpectNothingLeft();
 }
 
-/* ---- Passes -------------------------------------------------------------------------------------------------------- */
+/* ---- Passes ------------------------------------------------------------------------------------------------------ */
 
 TEST_F(WriteThread, TheFirstPassDoesNotWaitAndItsSampleIsTheBaselineOnly)
 {
@@ -90,9 +91,10 @@ TEST_F(WriteThread, TracesEachPassAndEachTimeoutInTheModuleLog)
     Store({ 1 }, 100);
     StoreAt(5000, { 1 }, 130);
     Run(15000);
-    EXPECT_EQ(ThreadLines(), Strings({ "diskperf 8 ENTER : ", "diskperf 32  Loop (1) Start.", "diskperf 32 timeout:10sec",
-                                       "diskperf 32  Loop (2) Start.", "diskperf 32 timeout:10sec",
-                                       "diskperf 32  Loop (3) Start.", "diskperf 8 EXIT<TRUE>" }));
+    EXPECT_EQ(ThreadLines(),
+              Strings({ "diskperf 8 ENTER : ", "diskperf 32  Loop (1) Start.", "diskperf 32 timeout:10sec",
+                        "diskperf 32  Loop (2) Start.", "diskperf 32 timeout:10sec", "diskperf 32  Loop (3) Start.",
+                        "diskperf 8 EXIT<TRUE>" }));
 }
 
 TEST_F(WriteThread, EveryPassWritesTheDifferenceToTheSampleBefore)
@@ -118,7 +120,7 @@ TEST_F(WriteThread, TheSampleItReadsIsTheLatestNotTheOnesBetween)
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(9000, 100) }));
 }
 
-/* instance[p] = 100 (p + 1) then 150 (p + 1), maxinstance[k] = 1000 + k; 5 s between the samples, disks 1 and 3 alike. */
+/* instance[p] = 100 (p + 1), then 150 (p + 1); maxinstance[k] = 1000 + k; disks 1 and 3 alike; 5 s between both. */
 TEST_F(WriteThread, AllColumnsOfALineAreThoseOfTheTwoSamples)
 {
     auto fill = [this](ULONGLONG factor) {
@@ -136,18 +138,26 @@ TEST_F(WriteThread, AllColumnsOfALineAreThoseOfTheTwoSamples)
     fill(100);
     os.At(5000, [&] { fill(150); });
     Run(15000);
-    EXPECT_EQ(log.csv["nmp1"].lines,
-              Strings({ Stamp(5000) + ",\"150\",\"1200\",\"1003\",\"1500\",\"1005\",\"1\",\"1006\",\"900\",\"1001\",\"1050\",\"1002\","
-                                      "\"10\",\"50\",\"1350\",\"1004\",\"1\",\"1000\"" }));
+    EXPECT_EQ(
+        log.csv["nmp1"].lines,
+        Strings({ Stamp(5000) +
+                  ",\"150\",\"1200\",\"1003\",\"1500\",\"1005\",\"1\",\"1006\",\"900\",\"1001\",\"1050\",\"1002\","
+                  "\"10\",\"50\",\"1350\",\"1004\",\"1\",\"1000\"" }));
     EXPECT_EQ(log.csv["nmp3"].lines, log.csv["nmp1"].lines);
-    EXPECT_EQ(log.csv["nmp_total"].lines,
-              Strings({ Stamp(5000) + ",\"150\",\"2400\",\"1003\",\"3000\",\"1005\",\"1\",\"1006\",\"1800\",\"1001\",\"2100\",\"1002\","
-                                      "\"20\",\"100\",\"2700\",\"1004\",\"1\",\"1000\"" }));
-    EXPECT_EQ(log.csv["nmp1_raw"].lines,
-              Strings({ Stamp(5000) + ",\"150\",\"300\",\"450\",\"600\",\"1000\",\"750\",\"900\",\"1001\",\"1050\",\"1002\",\"1200\",\"1003\","
-                                      "\"1350\",\"1004\",\"1500\",\"1005\",\"1650\",\"1006\",\"1800\"" }));
+    EXPECT_EQ(
+        log.csv["nmp_total"].lines,
+        Strings({ Stamp(5000) +
+                  ",\"150\",\"2400\",\"1003\",\"3000\",\"1005\",\"1\",\"1006\",\"1800\",\"1001\",\"2100\",\"1002\","
+                  "\"20\",\"100\",\"2700\",\"1004\",\"1\",\"1000\"" }));
+    EXPECT_EQ(
+        log.csv["nmp1_raw"].lines,
+        Strings(
+            { Stamp(5000) +
+              ",\"150\",\"300\",\"450\",\"600\",\"1000\",\"750\",\"900\",\"1001\",\"1050\",\"1002\",\"1200\",\"1003\","
+              "\"1350\",\"1004\",\"1500\",\"1005\",\"1650\",\"1006\",\"1800\"" }));
     EXPECT_EQ(log.csv["nmp_total_raw"].lines,
-              Strings({ Stamp(5000) + ",\"300\",\"600\",\"900\",\"1200\",\"1000\",\"1500\",\"1800\",\"1001\",\"2100\",\"1002\",\"2400\",\"1003\","
+              Strings({ Stamp(5000) + ",\"300\",\"600\",\"900\",\"1200\",\"1000\",\"1500\",\"1800\",\"1001\",\"2100\","
+                                      "\"1002\",\"2400\",\"1003\","
                                       "\"2700\",\"1004\",\"3000\",\"1005\",\"3300\",\"1006\",\"3600\"" }));
 }
 
@@ -162,13 +172,15 @@ TEST_F(WriteThread, PeaksAreThoseSinceThePassBefore)
     os.At(5000, [&] { peak(7); });
     os.At(15000, [&] { Store({ 1 }, 0); });
     Run(25000);
-    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 7), Display(15000, 0) })) << "each read hands the peaks over and clears them";
+    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 7), Display(15000, 0) }))
+        << "each read hands the peaks over and clears them";
 }
 
 TEST_F(WriteThread, NoSampleYetWritesNothingAndReadsAgainEachInterval)
 {
     Run(25000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> timeout @20000", "10000 -> terminate @25000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> timeout @20000",
+                                 "10000 -> terminate @25000" }));
     EXPECT_EQ(Calls("_DkpfShmGetPerf"), 3u);
     EXPECT_TRUE(log.csv.empty());
     EXPECT_EQ(log.Events(), Events()) << "that the collect thread has nothing is its own to warn of";
@@ -179,7 +191,8 @@ TEST_F(WriteThread, TheFirstSampleAfterNoneIsTheBaseline)
     StoreAt(5000, { 1 }, 130);
     StoreAt(15000, { 1 }, 170);
     Run(25000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> timeout @20000", "10000 -> terminate @25000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> timeout @20000",
+                                 "10000 -> terminate @25000" }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(15000, 40) }));
 }
 
@@ -191,7 +204,8 @@ TEST_F(WriteThread, ASampleOfZerosForgetsTheBaseline)
     StoreAt(25000, { 1 }, 170);
     StoreAt(35000, { 1 }, 175);
     Run(45000);
-    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(35000, 5) })) << "170 became the new baseline";
+    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(35000, 5) }))
+        << "170 became the new baseline";
 }
 
 TEST_F(WriteThread, ASlowCollectorIsLookedAtEverySecondWithinTheSamePass)
@@ -199,13 +213,14 @@ TEST_F(WriteThread, ASlowCollectorIsLookedAtEverySecondWithinTheSamePass)
     Store({ 1 }, 100);
     StoreAt(12500, { 1 }, 130);
     Run(15000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> timeout @11000", "1000 -> timeout @12000",
-                                 "1000 -> timeout @13000", "10000 -> terminate @15000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> timeout @11000",
+                                 "1000 -> timeout @12000", "1000 -> timeout @13000", "10000 -> terminate @15000" }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(12500, 30) }));
-    EXPECT_EQ(ThreadLines(), Strings({ "diskperf 8 ENTER : ", "diskperf 32  Loop (1) Start.", "diskperf 32 timeout:10sec",
-                                       "diskperf 32  Loop (2) Start.", "diskperf 32 timeout:10sec", "diskperf 32 timeout:10sec",
-                                       "diskperf 32 timeout:10sec", "diskperf 32 timeout:10sec", "diskperf 32  Loop (3) Start.",
-                                       "diskperf 8 EXIT<TRUE>" }));
+    EXPECT_EQ(ThreadLines(),
+              Strings({ "diskperf 8 ENTER : ", "diskperf 32  Loop (1) Start.", "diskperf 32 timeout:10sec",
+                        "diskperf 32  Loop (2) Start.", "diskperf 32 timeout:10sec", "diskperf 32 timeout:10sec",
+                        "diskperf 32 timeout:10sec", "diskperf 32 timeout:10sec", "diskperf 32  Loop (3) Start.",
+                        "diskperf 8 EXIT<TRUE>" }));
 }
 
 TEST_F(WriteThread, NewnessIsTheSamplingTimeAloneNotTheValues)
@@ -237,39 +252,24 @@ TEST_F(WriteThread, ASampleOfZerosDuringTheLookEverySecondEndsThePass)
     Store({ 1 }, 100);
     EraseAt(10500);
     Run(15000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> timeout @11000", "10000 -> terminate @15000" }));
-}
-
-/* What the thread hands to the computation. */
-static bool g_bAllZero;
-static unsigned g_nComputed;
-static BOOL LookAtRecords(const DKPF_PARAM*, const DKPF_PARAM*, DKPF_DISP* disp, DKPF_RAWTOTAL* total, DWORD* err)
-{
-    static const DKPF_DISP zeroDisp = {};
-    static const DKPF_RAWTOTAL zeroTotal = {};
-    g_bAllZero = g_bAllZero && memcmp(disp, &zeroDisp, sizeof zeroDisp) == 0 && memcmp(total, &zeroTotal, sizeof zeroTotal) == 0;
-    g_nComputed++;
-    memset(disp, 0xEE, sizeof *disp);
-    memset(total, 0xEE, sizeof *total);
-    *err = 0xB0000000;
-    return TRUE;
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> timeout @11000",
+                                 "10000 -> terminate @15000" }));
 }
 
 TEST_F(WriteThread, BothOutputRecordsAreZeroedBeforeEachComputation)
 {
-    Detour detour(_DkpfCmnGetDisplayValue, LookAtRecords);
-    g_bAllZero = true;
-    g_nComputed = 0;
+    Detour detour(_DkpfCmnGetDisplayValue, CountingDisplayValues);
+    g_displayValueCalls = DisplayValueCalls();
     Store({ 1 }, 100);
     StoreAt(5000, { 1 }, 130);
     StoreAt(15000, { 1 }, 140);
     StoreAt(25000, { 1 }, 150);
     Run(35000);
-    EXPECT_EQ(g_nComputed, 3u);
-    EXPECT_TRUE(g_bAllZero);
+    EXPECT_EQ(g_displayValueCalls.all, 3u);
+    EXPECT_EQ(g_displayValueCalls.zeroed, 3u);
 }
 
-/* ---- Files over time ----------------------------------------------------------------------------------------------- */
+/* ---- Files over time --------------------------------------------------------------------------------------------- */
 
 TEST_F(WriteThread, ADiskThatAppearsGetsItsFilesInThatPass)
 {
@@ -326,7 +326,7 @@ TEST_F(WriteThread, FilesOpenedAfterAReloadTakeTheNewSizeAndGenerations)
     EXPECT_EQ(journal.Number("log_util_rotate"), 0u);
 }
 
-/* ---- Reload: time -------------------------------------------------------------------------------------------------- */
+/* ---- Reload: time ------------------------------------------------------------------------------------------------ */
 
 TEST_F(WriteThread, AReloadInMidIntervalDoesNotShortenIt)
 {
@@ -334,7 +334,8 @@ TEST_F(WriteThread, AReloadInMidIntervalDoesNotShortenIt)
     StoreAt(5000, { 1 }, 130);
     ReloadAt(3000);
     Run(15000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @3000", "7000 -> timeout @10000", "10000 -> terminate @15000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @3000", "7000 -> timeout @10000",
+                                 "10000 -> terminate @15000" }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30) }));
     EXPECT_EQ(journal.Number("log_util_rotate"), 0u);
 }
@@ -345,8 +346,8 @@ TEST_F(WriteThread, TheRemainderIsCountedFromTheStartOfThePassAfterEveryReload)
     ReloadAt(5000);
     ReloadAt(9999);
     Run(15000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @3000", "7000 -> reload @5000", "5000 -> reload @9999",
-                                 "1 -> timeout @10000", "10000 -> terminate @15000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @3000", "7000 -> reload @5000",
+                                 "5000 -> reload @9999", "1 -> timeout @10000", "10000 -> terminate @15000" }));
 }
 
 TEST_F(WriteThread, AReloadAtTheEndOfTheIntervalGoesOnAtOnce)
@@ -385,7 +386,8 @@ TEST_F(WriteThread, AReloadDuringTheLookEverySecondGoesOnAtOnce)
     StoreAt(10200, { 1 }, 130);
     ReloadAt(10300);
     Run(15000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> reload @10300", "10000 -> terminate @15000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> reload @10300",
+                                 "10000 -> terminate @15000" }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(10200, 30) }));
 }
 
@@ -394,8 +396,8 @@ TEST_F(WriteThread, TheRemainderIsRightAcrossTheWrapOfTheTickCount)
     os.SetTick(0xFFFFFFFF - 12000);
     ReloadAt(13000);  // tick 999
     Run(25000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @13000", "7000 -> timeout @20000",
-                                 "10000 -> terminate @25000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @13000",
+                                 "7000 -> timeout @20000", "10000 -> terminate @25000" }));
 }
 
 TEST_F(WriteThread, TheTimeoutLineNamesTheIntervalInForce)
@@ -403,10 +405,11 @@ TEST_F(WriteThread, TheTimeoutLineNamesTheIntervalInForce)
     region->conf.write_interval = 86400;
     Run(1000);
     EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "86400000 -> terminate @1000" }));
-    EXPECT_EQ(ThreadLines(32), Strings({ "diskperf 32  Loop (1) Start.", "diskperf 32 timeout:86400sec", "diskperf 32  Loop (2) Start." }));
+    EXPECT_EQ(ThreadLines(32), Strings({ "diskperf 32  Loop (1) Start.", "diskperf 32 timeout:86400sec",
+                                         "diskperf 32  Loop (2) Start." }));
 }
 
-/* ---- Reload: logging off and on ------------------------------------------------------------------------------------ */
+/* ---- Reload: logging off and on ---------------------------------------------------------------------------------- */
 
 class WriteThreadSwitch : public WriteThreadTest, public testing::WithParamInterface<DWORD DKPF_CONF::*> {
 protected:
@@ -416,7 +419,9 @@ protected:
     }
 };
 INSTANTIATE_TEST_SUITE_P(By, WriteThreadSwitch, testing::Values(&DKPF_CONF::perf_enable, &DKPF_CONF::perf_log_save),
-                         [](const auto& by) { return by.param == &DKPF_CONF::perf_enable ? "perf_enable" : "perf_log_save"; });
+                         [](const auto& by) {
+                             return by.param == &DKPF_CONF::perf_enable ? "perf_enable" : "perf_log_save";
+                         });
 
 TEST_P(WriteThreadSwitch, OffBeginsANewPassAndSamplesAreStillReadAtEachInterval)
 {
@@ -426,8 +431,9 @@ TEST_P(WriteThreadSwitch, OffBeginsANewPassAndSamplesAreStillReadAtEachInterval)
         StoreAt(t, { 1 }, 100 + t);
     }
     Run(45000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @2000", "10000 -> timeout @12000", "10000 -> timeout @22000",
-                                 "10000 -> timeout @32000", "10000 -> timeout @42000", "10000 -> terminate @45000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @2000", "10000 -> timeout @12000",
+                                 "10000 -> timeout @22000", "10000 -> timeout @32000", "10000 -> timeout @42000",
+                                 "10000 -> terminate @45000" }));
     EXPECT_EQ(Calls("_DkpfShmGetPerf"), 5u);
     EXPECT_EQ(Calls("_DkpfCmnGetDisplayValue"), 0u);
     EXPECT_TRUE(log.csv.empty());
@@ -464,8 +470,9 @@ TEST_P(WriteThreadSwitch, OnMakesTheLastSampleReadTheBaseline)
     ReloadAt(25000, Switch(1));
     StoreAt(30000, { 1 }, 260);
     Run(35000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000", "10000 -> timeout @22000",
-                                 "10000 -> reload @25000", "7000 -> timeout @32000", "10000 -> terminate @35000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000",
+                                 "10000 -> timeout @22000", "10000 -> reload @25000", "7000 -> timeout @32000",
+                                 "10000 -> terminate @35000" }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(30000, 60) }));
     EXPECT_EQ(log.csv["nmp1"].opened, 1u);
     EXPECT_EQ(journal.Number("log_util_rotate"), 0u);
@@ -497,8 +504,8 @@ TEST_P(WriteThreadSwitch, OnWithoutANewSampleLooksEverySecond)
     Store({ 1 }, 100);
     ReloadAt(4000, Switch(1));
     Run(11500);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @4000", "6000 -> timeout @10000", "1000 -> timeout @11000",
-                                 "1000 -> terminate @11500" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @4000", "6000 -> timeout @10000",
+                                 "1000 -> timeout @11000", "1000 -> terminate @11500" }));
 }
 
 TEST_P(WriteThreadSwitch, AMaskChangedWhileOffIsTakenWithoutARotation)
@@ -527,8 +534,8 @@ TEST_P(WriteThreadSwitch, AMaskChangedWithTheSwitchOnRotates)
     });
     StoreAt(20000, { 1 }, 200);
     Run(25000);
-    EXPECT_EQ(journal.Lines({ "log_util_rotate" }),
-              Strings({ Rotated("nmp1", DisplayHeader(1, RateColumn)), Rotated("nmp_total", DisplayHeader(0, RateColumn)) }));
+    EXPECT_EQ(journal.Lines({ "log_util_rotate" }), Strings({ Rotated("nmp1", DisplayHeader(1, RateColumn)),
+                                                              Rotated("nmp_total", DisplayHeader(0, RateColumn)) }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(20000, 5) }));
 }
 
@@ -540,8 +547,9 @@ TEST_P(WriteThreadSwitch, AnIntervalChangedWhileOffHoldsWithoutAReset)
     ReloadAt(14000, [](DKPF_CONF& conf) { conf.write_interval = 20; });
     ReloadAt(16000, Switch(1));
     Run(36000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000", "10000 -> reload @14000",
-                                 "20000 -> reload @16000", "18000 -> timeout @34000", "1000 -> timeout @35000", "1000 -> terminate @36000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000",
+                                 "10000 -> reload @14000", "20000 -> reload @16000", "18000 -> timeout @34000",
+                                 "1000 -> timeout @35000", "1000 -> terminate @36000" }));
 }
 
 TEST_P(WriteThreadSwitch, OffDuringTheLookEverySecondEndsThePass)
@@ -549,7 +557,8 @@ TEST_P(WriteThreadSwitch, OffDuringTheLookEverySecondEndsThePass)
     Store({ 1 }, 100);
     ReloadAt(10300, Switch(0));
     Run(15000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> reload @10300", "10000 -> terminate @15000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> reload @10300",
+                                 "10000 -> terminate @15000" }));
 }
 
 TEST_F(WriteThread, OneSwitchOfTwoIsNotOn)
@@ -566,7 +575,7 @@ TEST_F(WriteThread, OneSwitchOfTwoIsNotOn)
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(20000, 20) }));
 }
 
-/* ---- Reload: columns and interval ---------------------------------------------------------------------------------- */
+/* ---- Reload: columns and interval -------------------------------------------------------------------------------- */
 
 TEST_F(WriteThread, AChangedMaskRotatesTheDisplayFilesBeforeTheNextLine)
 {
@@ -575,13 +584,14 @@ TEST_F(WriteThread, AChangedMaskRotatesTheDisplayFilesBeforeTheNextLine)
     ReloadAt(12000, [](DKPF_CONF& conf) { conf.collect_param = RateColumn; });
     StoreAt(15000, { 1 }, 230);
     Run(25000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000", "8000 -> timeout @20000",
-                                 "10000 -> terminate @25000" }));
-    EXPECT_EQ(journal.Names({ "WaitForSingleObject", "ReleaseMutex", "GlobalAlloc", "GlobalFree", "GetTickCount", "GetComputerNameA",
-                              "log_util_init", "log_util_term", "_endthreadex" }),
-              Strings({ "WaitForMultipleObjects", "WaitForMultipleObjects", "log_util_write", "log_util_write", "log_util_write",
-                        "log_util_write", "WaitForMultipleObjects", "log_util_rotate", "log_util_rotate", "WaitForMultipleObjects",
-                        "log_util_write", "log_util_write", "log_util_write", "log_util_write", "WaitForMultipleObjects" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000",
+                                 "8000 -> timeout @20000", "10000 -> terminate @25000" }));
+    EXPECT_EQ(journal.Names({ "WaitForSingleObject", "ReleaseMutex", "GlobalAlloc", "GlobalFree", "GetTickCount",
+                              "GetComputerNameA", "log_util_init", "log_util_term", "_endthreadex" }),
+              Strings({ "WaitForMultipleObjects", "WaitForMultipleObjects", "log_util_write", "log_util_write",
+                        "log_util_write", "log_util_write", "WaitForMultipleObjects", "log_util_rotate",
+                        "log_util_rotate", "WaitForMultipleObjects", "log_util_write", "log_util_write",
+                        "log_util_write", "log_util_write", "WaitForMultipleObjects" }));
     EXPECT_EQ(log.csv["nmp1"].headers, Strings({ DisplayHeader(1, DeltaColumn), DisplayHeader(1, RateColumn) }));
     EXPECT_EQ(log.csv["nmp_total"].headers, Strings({ DisplayHeader(0, DeltaColumn), DisplayHeader(0, RateColumn) }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(15000, 10) }));
@@ -610,8 +620,8 @@ TEST_F(WriteThread, ARotationLooksAtTheDisksOfTheLastSampleRead)
     StoreAt(21000, { 1, 2 }, 150);  // not read yet
     ReloadAt(22000, [](DKPF_CONF& conf) { conf.collect_param = RateColumn; });
     Run(25000);
-    EXPECT_EQ(journal.Lines({ "log_util_rotate" }),
-              Strings({ Rotated("nmp1", DisplayHeader(1, RateColumn)), Rotated("nmp_total", DisplayHeader(0, RateColumn)) }));
+    EXPECT_EQ(journal.Lines({ "log_util_rotate" }), Strings({ Rotated("nmp1", DisplayHeader(1, RateColumn)),
+                                                              Rotated("nmp_total", DisplayHeader(0, RateColumn)) }));
 }
 
 TEST_F(WriteThread, TheSameMaskAgainDoesNotRotate)
@@ -632,8 +642,8 @@ TEST_F(WriteThread, AChangedIntervalForgetsTheBaselineAndStartsFromPassOne)
     ReloadAt(12000, [](DKPF_CONF& conf) { conf.write_interval = 20; });
     StoreAt(25000, { 1 }, 200);
     Run(40000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000", "0 -> timeout @12000",
-                                 "20000 -> timeout @32000", "20000 -> terminate @40000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000",
+                                 "0 -> timeout @12000", "20000 -> timeout @32000", "20000 -> terminate @40000" }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(25000, 30) })) << "170 was the new baseline";
     EXPECT_EQ(ThreadLines(32),
               Strings({ "diskperf 32  Loop (1) Start.", "diskperf 32 timeout:10sec", "diskperf 32  Loop (2) Start.",
@@ -663,7 +673,8 @@ TEST_F(WriteThread, AnIntervalOfOneSecond)
     StoreAt(500, { 1 }, 130);
     StoreAt(1500, { 1 }, 131);
     Run(2500);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "1000 -> timeout @1000", "1000 -> timeout @2000", "1000 -> terminate @2500" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "1000 -> timeout @1000", "1000 -> timeout @2000",
+                                 "1000 -> terminate @2500" }));
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(500, 30), Display(1500, 1) }));
 }
 
@@ -677,14 +688,15 @@ TEST_F(WriteThread, MaskAndIntervalChangedAtOnceRotateThenStartOver)
     });
     StoreAt(25000, { 1 }, 330);
     Run(40000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000", "0 -> timeout @12000",
-                                 "20000 -> timeout @32000", "20000 -> terminate @40000" }));
-    EXPECT_EQ(journal.Lines({ "log_util_rotate" }),
-              Strings({ Rotated("nmp1", DisplayHeader(1, RateColumn)), Rotated("nmp_total", DisplayHeader(0, RateColumn)) }));
-    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(25000, 10) })) << "200 bytes in the 20 s between both samples";
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000",
+                                 "0 -> timeout @12000", "20000 -> timeout @32000", "20000 -> terminate @40000" }));
+    EXPECT_EQ(journal.Lines({ "log_util_rotate" }), Strings({ Rotated("nmp1", DisplayHeader(1, RateColumn)),
+                                                              Rotated("nmp_total", DisplayHeader(0, RateColumn)) }));
+    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(25000, 10) }))
+        << "200 bytes in the 20 s between both samples";
 }
 
-/* ---- Trouble and warnings ------------------------------------------------------------------------------------------ */
+/* ---- Trouble and warnings ---------------------------------------------------------------------------------------- */
 
 TEST_F(WriteThread, ASampleThatCannotBeReadRaisesWarningOneAndTheNextLineClearsIt)
 {
@@ -692,7 +704,8 @@ TEST_F(WriteThread, ASampleThatCannotBeReadRaisesWarningOneAndTheNextLineClearsI
     NoRegion(9000, 11000);
     StoreAt(12000, { 1 }, 130);
     Run(25000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> timeout @20000", "10000 -> terminate @25000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> timeout @20000",
+                                 "10000 -> terminate @25000" }));
     EXPECT_EQ(ThreadLines(1), Strings({ "diskperf 1 _DkpfShmGetPerf() failed(0xb0000018)." }));
     EXPECT_EQ(log.Events(), Events({ 0x800012C1, 0x400012C2 }));
     EXPECT_EQ(WarnChanges(), Strings({ " Set Warn Event <EventID=0x1><cnt=1><BlockID=0x1>",
@@ -722,6 +735,16 @@ TEST_F(WriteThread, AfterAFailedReadTheCurrentSampleIsEmpty)
     EXPECT_EQ(journal.Number("log_util_rotate"), 0u) << "no disk is present in it";
 }
 
+TEST_F(WriteThread, AReloadThatSwitchesNothingOnKeepsTheBaseline)
+{
+    Store({ 1 }, 100);
+    StoreAt(5000, { 1 }, 130);
+    NoRegion(9000, 11000);
+    ReloadAt(12000);  // the current sample is empty, the baseline is that of the first pass
+    Run(25000);
+    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30) }));
+}
+
 TEST_F(WriteThread, AConfigurationThatCannotBeReadAgainRaisesWarningOneAndBeginsANewPass)
 {
     Store({ 1 }, 100);
@@ -729,7 +752,8 @@ TEST_F(WriteThread, AConfigurationThatCannotBeReadAgainRaisesWarningOneAndBegins
     ReloadAt(3000, [](DKPF_CONF& conf) { conf.write_interval = 20; });
     StoreAt(5000, { 1 }, 130);
     Run(20000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @3000", "10000 -> timeout @13000", "10000 -> terminate @20000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> reload @3000", "10000 -> timeout @13000",
+                                 "10000 -> terminate @20000" }));
     EXPECT_EQ(ThreadLines(1), Strings({ "diskperf 1 _DkpfShmGetConf() failed(0xb0000018)." }));
     EXPECT_EQ(log.Events(), Events({ 0x800012C1, 0x400012C2 }));
     EXPECT_EQ(WarnChanges(), Strings({ " Set Warn Event <EventID=0x1><cnt=1><BlockID=0x1>",
@@ -746,8 +770,8 @@ TEST_F(WriteThread, AFailedRotationRaisesWarningTwoSavesTheConfigurationAndBegin
     ReloadAt(13000);  // the saved mask is the new one: no second rotation
     StoreAt(15000, { 1 }, 230);
     Run(25000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000", "10000 -> reload @13000",
-                                 "9000 -> timeout @22000", "10000 -> terminate @25000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000",
+                                 "10000 -> reload @13000", "9000 -> timeout @22000", "10000 -> terminate @25000" }));
     EXPECT_EQ(ThreadLines(1), Strings({ "diskperf 1 _DkpfPlogRotate() failed(0xb0000026)." }));
     EXPECT_EQ(journal.Number("log_util_rotate"), 1u);
     EXPECT_EQ(log.Events(), Events({ 0x800012C3, 0x400012C4 }));
@@ -767,9 +791,10 @@ TEST_F(WriteThread, AFailedRotationKeepsTheBaselineEvenWhereTheIntervalChangedTo
     });
     StoreAt(25000, { 1 }, 330);
     Run(40000);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000", "20000 -> timeout @32000",
-                                 "20000 -> terminate @40000" }));
-    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(25000, 10) })) << "200 bytes in 20 s since the sample before";
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> reload @12000",
+                                 "20000 -> timeout @32000", "20000 -> terminate @40000" }));
+    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(25000, 10) }))
+        << "200 bytes in 20 s since the sample before";
     EXPECT_EQ(ThreadLines(32)[5], "diskperf 32  Loop (4) Start.") << "no reset";
 }
 
@@ -788,7 +813,8 @@ TEST_F(WriteThread, AFailedSetUpWritesNothingRaisesWarningTwoAndIsTriedAgain)
     EXPECT_EQ(log.Events(), Events({ 0x800012C3, 0x400012C4 }));
     EXPECT_EQ(WarnChanges(), Strings({ " Set Warn Event <EventID=0x2><cnt=1><BlockID=0>",
                                        " Reset Warn Event <EventID=0x2><cnt=0><BlockID=0>" }));
-    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(15000, 70) })) << "the baseline moved on in the pass that wrote nothing";
+    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(15000, 70) }))
+        << "the baseline moved on in the pass that wrote nothing";
     EXPECT_EQ(log.csv["nmp1_raw"].lines, Strings({ Raw(15000, 200) }));
     EXPECT_EQ(log.csv["nmp1_raw"].opened, 1u);
 }
@@ -803,7 +829,8 @@ TEST_F(WriteThread, AFailedLineRaisesWarningTwoAndTheNextGoodPassClears)
     Run(25000);
     EXPECT_EQ(ThreadLines(1), Strings({ "diskperf 1 _DkpfPlogWriteCSV() failed(0xb0000027)." }));
     EXPECT_EQ(log.Events(), Events({ 0x800012C3, 0x400012C4 }));
-    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(15000, 70) })) << "the other files got their lines";
+    EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(5000, 30), Display(15000, 70) }))
+        << "the other files got their lines";
     EXPECT_EQ(log.csv["nmp_total_raw"].lines, Strings({ Raw(5000, 130), Raw(15000, 200) }));
 }
 
@@ -859,18 +886,12 @@ TEST_F(WriteThread, WhatTheWarningCallsYieldChangesNothing)
     EXPECT_EQ(ThreadLines(1), Strings({ "diskperf 1 _DkpfShmGetPerf() failed(0xb0000018)." }));
 }
 
-static BOOL NoDisplayValues(const DKPF_PARAM*, const DKPF_PARAM*, DKPF_DISP*, DKPF_RAWTOTAL*, DWORD* err)
-{
-    *err = 0xB000FFFF;
-    return FALSE;
-}
-
 TEST_F(WriteThread, DisplayValuesThatFailMoveTheBaselineOnAndRaiseNoWarning)
 {
     std::unique_ptr<Detour> failing;
     Store({ 1 }, 100);
     StoreAt(5000, { 1 }, 130);
-    os.At(9000, [&] { failing = std::make_unique<Detour>(_DkpfCmnGetDisplayValue, NoDisplayValues); });
+    os.At(9000, [&] { failing = std::make_unique<Detour>(_DkpfCmnGetDisplayValue, FailingDisplayValues); });
     os.At(11000, [&] {
         failing.reset();
         EXPECT_TRUE(log.csv.empty()) << "no file is opened in such a pass";
@@ -878,12 +899,13 @@ TEST_F(WriteThread, DisplayValuesThatFailMoveTheBaselineOnAndRaiseNoWarning)
     StoreAt(15000, { 1 }, 200);
     Run(25000);
     EXPECT_EQ(ThreadLines(1), Strings({ "diskperf 1 _DkpfCmnGetDisplayValue() failed(0xb000ffff)." }));
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> timeout @20000", "10000 -> terminate @25000" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "10000 -> timeout @20000",
+                                 "10000 -> terminate @25000" }));
     EXPECT_EQ(log.Events(), Events());
     EXPECT_EQ(log.csv["nmp1"].lines, Strings({ Display(15000, 70) }));
 }
 
-/* ---- End ----------------------------------------------------------------------------------------------------------- */
+/* ---- End --------------------------------------------------------------------------------------------------------- */
 
 TEST_F(WriteThread, TerminateWinsOverAReloadOfTheSameMoment)
 {
@@ -911,7 +933,8 @@ TEST_F(WriteThread, TerminateEndsTheLookEverySecond)
 {
     Store({ 1 }, 100);
     Run(11500);
-    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> timeout @11000", "1000 -> terminate @11500" }));
+    EXPECT_EQ(Waits(), Strings({ "0 -> timeout @0", "10000 -> timeout @10000", "1000 -> timeout @11000",
+                                 "1000 -> terminate @11500" }));
 }
 
 TEST_F(WriteThread, AnOrderlyEndRaisesNoWarning)
@@ -933,11 +956,11 @@ TEST_F(WriteThread, TheEndFreesTheBuffersThenClosesAllFilesThenTracesThenEnds)
         last.push_back(call.name + "(" + call.args + ")");
     }
     last.erase(last.begin(), last.end() - 13);
-    EXPECT_EQ(last, Strings({ "GlobalFree(13440 bytes)", "GlobalFree(10168 bytes)", "GlobalFree(10168 bytes)", "GlobalFree(8840 bytes)",
-                              "GlobalFree(152 bytes)", "log_util_term(\"nmp_total\")", "log_util_term(\"nmp_total_raw\")",
-                              "log_util_term(\"nmp1\")", "log_util_term(\"nmp1_raw\")", "log_util_term(\"nmp64\")",
-                              "log_util_term(\"nmp64_raw\")", "log_write(diskperf, 8, _DkpfPlogWriteThread: EXIT<TRUE>)",
-                              "_endthreadex(0)" }));
+    EXPECT_EQ(last, Strings({ "GlobalFree(13440 bytes)", "GlobalFree(10168 bytes)", "GlobalFree(10168 bytes)",
+                              "GlobalFree(8840 bytes)", "GlobalFree(152 bytes)", "log_util_term(\"nmp_total\")",
+                              "log_util_term(\"nmp_total_raw\")", "log_util_term(\"nmp1\")",
+                              "log_util_term(\"nmp1_raw\")", "log_util_term(\"nmp64\")", "log_util_term(\"nmp64_raw\")",
+                              "log_write(diskperf, 8, _DkpfPlogWriteThread: EXIT<TRUE>)", "_endthreadex(0)" }));
 }
 
 TEST_F(WriteThread, HundredAndThirtyFilesAreAllClosed)

@@ -1,0 +1,1 @@
+dkpf_testee_test(perfmon_fault_test fault SOURCES fault/perfmon_fault_test.cpp)
