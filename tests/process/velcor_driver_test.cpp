@@ -5,104 +5,20 @@
 #include <gmock/gmock.h>
 
 #include <windows.h>
-#include <functional>
 #include <memory>
 #include <string.h>
 #include <thread>
 #include <vector>
 
 #include "files.h"
+#include "support/driver.h"
+#include "support/patience.h"
 #include "tnwdiskfltr.h"
 #include "velcor.h"
 
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-static const DWORD PATIENCE_MS = 60000;
-
-/* Waits until a condition holds; bounded, so that a case fails instead of hanging. */
-static bool Eventually(const std::function<bool()>& condition)
-{
-    for (DWORD waited = 0; waited < PATIENCE_MS; waited += 20) {
-        if (condition()) {
-            return true;
-        }
-        Sleep(20);
-    }
-    return false;
-}
-
-/* ---- Services ---- */
-
-class Service {
-  public:
-    Service(const char* serviceName, DWORD serviceType, const std::string& commandLine)
-        : name(serviceName), type(serviceType), command(commandLine),
-          manager(OpenSCManagerA(NULL, NULL, SC_MANAGER_ALL_ACCESS))
-    {
-        Remove();
-        Eventually([this] {
-            handle = CreateServiceA(manager, name, name, SERVICE_ALL_ACCESS, type, SERVICE_DEMAND_START,
-                                    SERVICE_ERROR_NORMAL, command.c_str(), NULL, NULL, NULL, NULL, NULL);
-            return handle != NULL;
-        });
-    }
-
-    ~Service()
-    {
-        CloseServiceHandle(handle);
-        Remove();
-        CloseServiceHandle(manager);
-    }
-
-    bool Start()
-    {
-        return StartServiceA(handle, 0, NULL) && Eventually([this] { return State(handle) == SERVICE_RUNNING; });
-    }
-
-    bool Stop()
-    {
-        return Stop(handle);
-    }
-
-    DWORD State()
-    {
-        return State(handle);
-    }
-
-  private:
-    static DWORD State(SC_HANDLE service)
-    {
-        SERVICE_STATUS status = {};
-        return QueryServiceStatus(service, &status) ? status.dwCurrentState : 0;
-    }
-
-    static bool Stop(SC_HANDLE service)
-    {
-        SERVICE_STATUS status = {};
-        ControlService(service, SERVICE_CONTROL_STOP, &status);
-        return Eventually([service] { return State(service) == SERVICE_STOPPED; });
-    }
-
-    void Remove()
-    {
-        SC_HANDLE left = OpenServiceA(manager, name, SERVICE_ALL_ACCESS);
-        if (left != NULL) {
-            if (State(left) != SERVICE_STOPPED) {
-                Stop(left);
-            }
-            DeleteService(left);
-            CloseServiceHandle(left);
-        }
-    }
-
-    const char* name;
-    DWORD       type;
-    std::string command;
-    SC_HANDLE   manager = NULL;
-    SC_HANDLE   handle = NULL;
-};
 
 /* ---- The driver ---- */
 
@@ -137,12 +53,8 @@ class Driver : public testing::Test {
   protected:
     void SetUp() override
     {
-        char folder[MAX_PATH];
-        GetSystemDirectoryA(folder, sizeof(folder));
-        file = std::string(folder) + "\\drivers\\velcor.sys";
-        service = std::make_unique<Service>(VELCOR_SERVICE_NAME, SERVICE_KERNEL_DRIVER, file);
-        DeleteFileA(file.c_str());  // first: prefixes may share the file that lies there
-        ASSERT_TRUE(CopyFileA(DRIVER_FILE, file.c_str(), FALSE)) << GetLastError();
+        installed = std::make_unique<InstalledDriver>();
+        service = installed->service.get();
         if (startsDriver) {
             ASSERT_TRUE(service->Start()) << GetLastError();
             ASSERT_NO_FATAL_FAILURE(Reopen());
@@ -152,8 +64,7 @@ class Driver : public testing::Test {
     void TearDown() override
     {
         Close();
-        service.reset();
-        DeleteFileA(file.c_str());
+        installed.reset();
     }
 
     void Close()
@@ -203,11 +114,11 @@ class Driver : public testing::Test {
         return Control(device, VELCOR_PRIVATE_FEED, &fed, sizeof(fed), NULL, 0);
     }
 
-    std::string              file;
-    std::unique_ptr<Service> service;
-    HANDLE                   device = INVALID_HANDLE_VALUE;
-    VELCOR_FEED              feed = {};  // what the cases change and feed
-    bool                     startsDriver = true;
+    std::unique_ptr<InstalledDriver> installed;
+    Service*                         service = nullptr;  // the driver's
+    HANDLE                           device = INVALID_HANDLE_VALUE;
+    VELCOR_FEED                      feed = {};  // what the cases change and feed
+    bool                             startsDriver = true;
 };
 
 class DriverNotStarted : public Driver {

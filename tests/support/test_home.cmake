@@ -1,4 +1,5 @@
 # Helpers that any test program may link: homes for tests, hooks in a loaded DLL's imports.
+include_guard(GLOBAL)
 add_library(test_home STATIC support/test_home.cpp support/import_hook.cpp)
 target_include_directories(test_home PUBLIC ${CMAKE_SOURCE_DIR}/tests)
 target_link_libraries(test_home PRIVATE dkpf_warnings)

@@ -1,0 +1,11 @@
+# What process tests need of the machine: programs, services, the driver, a home with the whole product.
+include_guard(GLOBAL)
+include(support/test_home.cmake)
+add_library(test_machine STATIC support/program.cpp support/service.cpp support/driver.cpp support/product_home.cpp)
+target_include_directories(test_machine PUBLIC ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR}/platform/include)
+target_compile_definitions(test_machine PRIVATE POLICY_FILE="Z:${CMAKE_SOURCE_DIR}/platform/tnwxml/etc/policy/diskperf.xml")
+target_link_libraries(test_machine PUBLIC test_home PRIVATE dkpf_warnings)
+foreach(binary tnwdiskperf tnwlog tnwxml tnwdiskfltr tnwmsg velcor)
+    dkpf_test_product(${binary})
+    add_dependencies(test_machine test_product_${binary})
+endforeach()
