@@ -1,0 +1,68 @@
+/*
+ * Fixture of the cases with role programs: processes of one home, and copies of the region they share.
+ */
+#ifndef DKPF_TESTS_DISKPERF_ROLES_H
+#define DKPF_TESTS_DISKPERF_ROLES_H
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "region_reader.h"
+#include "support/patience.h"
+#include "support/product_home.h"
+#include "support/program.h"
+
+class Roles : public testing::Test {
+  protected:
+    static constexpr const char* DONE = "1 b0000000";
+
+    Roles()
+    {
+        home.Install(L"diskperf_role.exe");
+    }
+
+    std::unique_ptr<Program> StartRole()
+    {
+        auto role = std::make_unique<Program>(home.Path(L"bin\\diskperf_role.exe"));
+        EXPECT_EQ("READY", role->Line());
+        return role;
+    }
+
+    std::unique_ptr<Program> StartProducer()
+    {
+        auto producer = StartRole();
+        EXPECT_EQ(DONE, producer->Ask("init 1"));
+        return producer;
+    }
+
+    std::unique_ptr<Program> StartReader()
+    {
+        auto reader = StartRole();
+        EXPECT_EQ(DONE, reader->Ask("init 0"));
+        return reader;
+    }
+
+    /* The region as a tool copies it; null where there is none. */
+    static std::unique_ptr<DKPF_SHM_INFO> Region()
+    {
+        return std::move(dkpf::ReadRegion().info);
+    }
+
+    /* The owners of the rows from 0 on, up to the last that has one. */
+    static std::vector<DWORD> Owners()
+    {
+        const auto         region = Region();
+        std::vector<DWORD> owners(region->PMProcessID, region->PMProcessID + DKPF_PROC_MAX);
+        while (!owners.empty() && owners.back() == 0) {
+            owners.pop_back();
+        }
+        return owners;
+    }
+
+    ProductHome home;
+};
+
+#endif
