@@ -1,0 +1,7 @@
+# The agent as a service, and the operator's tool.
+include(support/machine.cmake)
+
+dkpf_test_product(dkpfagent)
+dkpf_test_product(dkpfctl)
+dkpf_test(agent_process_test process SOURCES process/agent_process_test.cpp LIBS test_machine dkpf_shared lib_json)
+add_dependencies(agent_process_test test_product_dkpfagent test_product_dkpfctl)
