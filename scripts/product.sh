@@ -24,8 +24,13 @@ product_install() {
     # The debug switch lives here; the key has to be there, the value not.
     "$common_wine" reg add 'HKLM\Software\OSK\TARNWELL\work' /f
     product_register velcor kernel demand 'C:\windows\system32\drivers\velcor.sys'
-    product_register velcorfeed own demand "\"$(windows_path "$home/bin/velcorfeed.exe")\" --service"
+    product_feed "$home"
     product_register dkpfagent own demand "\"$(windows_path "$home/bin/dkpfagent.exe")\""
+}
+
+# product_feed HOME [ARGUMENTS]: what the feeder's service feeds the driver with; nothing: the disks of this host.
+product_feed() {
+    product_register velcorfeed own demand "\"$(windows_path "$1/bin/velcorfeed.exe")\" --service${2:+ $2}"
 }
 
 # product_register NAME kernel|own START COMMAND
