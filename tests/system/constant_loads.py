@@ -21,8 +21,9 @@ def disk1(k, stepped):
     transfer_us = 13 * 300 + 3968                          # 12.5 blocks of 64 KiB; a us for each 128 bytes sent
     peak = handed if stepped else 0
     return [handed * k, handed * k, sent * k, 40000 * k, 900 if stepped else 0, 100 * k, 0, peak, handed, handed,
-            65536, 65536, 0, 851968 if stepped else 0, handed, (handed if k == 1 else 2 * handed) if stepped else handed,
-            transfer_us * k, 617 if stepped else 0, 13 * k]  # 617: 300 + 62 % of 64 KiB / 128
+            65536, 65536, 0, 851968 if stepped else 0, handed,
+            (handed if k == 1 else 2 * handed) if stepped else handed, transfer_us * k,
+            617 if stepped else 0, 13 * k]                     # 300 + 62 % of 64 KiB / 128
 
 
 def disk2(k, stepped):
@@ -30,7 +31,7 @@ def disk2(k, stepped):
     peak = handed if stepped else 0
     return [handed * k, handed * k, sent * k, 35000 * k, 700 if stepped else 0, 50 * k, 0, peak, handed, handed,
             0, 0, 0, 262144 if stepped else 0, handed, (handed if k == 1 else 2 * handed) if stepped else handed,
-            (4 * 300 + 720) * k, 530 if stepped else 0, 4 * k]  # 530: 300 + 45 % of 64 KiB / 128
+            (4 * 300 + 720) * k, 530 if stepped else 0, 4 * k]     # 300 + 45 % of 64 KiB / 128
 
 
 def disk5(k, stepped):
