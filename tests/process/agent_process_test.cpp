@@ -6,7 +6,7 @@
 
 #include <windows.h>
 #include <memory>
-#include <string.h>
+#include <stdexcept>
 
 #include "region_reader.h"
 #include "support/driver.h"
@@ -66,6 +66,16 @@ class Agent : public testing::Test {
     std::string Log() const
     {
         return home.Read(L"log\\diskperf.log");
+    }
+
+    /* The configuration in the region; throws where it cannot be copied. */
+    static DKPF_CONF Published()
+    {
+        const dkpf::RegionCopy copy = dkpf::ReadRegion();
+        if (copy.status != dkpf::RegionStatus::Copied) {
+            throw std::runtime_error(copy.words);
+        }
+        return copy.info->conf;
     }
 
     /* The code of a service that has stopped. */
@@ -171,7 +181,7 @@ TEST_F(Agent, ASecondOneIsRefusedAndLeavesTheFirstAlone)
     const Ran second = RunToEnd(home.Path(L"bin\\dkpfagent.exe"), "--console");
     EXPECT_EQ(3u, second.code);
     EXPECT_THAT(second.output, HasSubstr("another disk agent runs on this machine"));
-    EXPECT_EQ(77u, dkpf::ReadRegion().info->conf.perf_log_size);
+    EXPECT_EQ(77u, Published().perf_log_size);
     EXPECT_EQ("running", StateText("state"));
     EXPECT_EQ(static_cast<DWORD>(SERVICE_RUNNING), service->State());
 }
@@ -219,7 +229,7 @@ TEST_F(Agent, AReloadOfABrokenFileKeepsTheSettingsAndSaysSo)
     EXPECT_THAT(status["agent"]["last_reload"]["message"].get<std::string>(), HasSubstr("cluster.xml, line 4"));
     EXPECT_EQ(33u, Setting(status, "parameters/writeinterval")["in_force"]);
     EXPECT_THAT(Codes(status), Contains("config_refused"));
-    EXPECT_EQ(33u, dkpf::ReadRegion().info->conf.write_interval);
+    EXPECT_EQ(33u, Published().write_interval);
     EXPECT_EQ(static_cast<DWORD>(SERVICE_RUNNING), service->State());
 }
 
@@ -256,7 +266,7 @@ TEST_F(Agent, AnAgentInTheForegroundIsReloadedToo)
     home.Configure({ { "parameters/writeinterval", "9" } });
     const Ran asked = Ctl("config reload");
     EXPECT_EQ(0u, asked.code) << asked.output;
-    EXPECT_EQ(9u, dkpf::ReadRegion().info->conf.write_interval);
+    EXPECT_EQ(9u, Published().write_interval);
     EXPECT_EQ("console", Status()["agent"]["mode"]);
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -45,10 +46,14 @@ class Roles : public testing::Test {
         return reader;
     }
 
-    /* The region as a tool copies it; null where there is none. */
+    /* The region as a tool copies it; throws where it cannot. */
     static std::unique_ptr<DKPF_SHM_INFO> Region()
     {
-        return std::move(dkpf::ReadRegion().info);
+        dkpf::RegionCopy copy = dkpf::ReadRegion();
+        if (copy.status != dkpf::RegionStatus::Copied) {
+            throw std::runtime_error(copy.words);
+        }
+        return std::move(copy.info);
     }
 
     /* The owners of the rows from 0 on, up to the last that has one. */
