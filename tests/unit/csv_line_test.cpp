@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include "support/csv_fixture.h"
+#include "support/detour.h"
 #include "support/golden.h"
 
 static const ULONGLONG Largest = 18446744073709551615ull;
@@ -614,3 +615,86 @@ TEST_P(CsvPassRefusals, CostTheirOwnLineAlone)
     EXPECT_EQ(log.OpenCsv().size(), 6u);
 }
 INSTANTIATE_TEST_SUITE_P(Every, CsvPassRefusals, testing::Range(0u, 64u));
+
+/* ---- Formatters that fail ----------------------------------------------------------------------------------------- */
+
+/* The formatters cannot fail by themselves. If one did, its file would get no line and all others theirs. */
+static BOOL FailDisplay(DWORD, const SYSTEMTIME*, const ULONGLONG*, char*, DWORD* code)
+{
+    *code = 0xB000000B;
+    return FALSE;
+}
+static BOOL FailRaw(int, const DKPF_PARAM*, char*, DWORD* code)
+{
+    *code = 0xB0000004;
+    return FALSE;
+}
+static BOOL FailRawTotal(const DKPF_RAWTOTAL*, const SYSTEMTIME*, char*, DWORD* code)
+{
+    *code = 0xB0000018;
+    return FALSE;
+}
+
+class CsvPassFormatter : public CsvPass {
+protected:
+    void SetUp() override
+    {
+        CsvPass::SetUp();
+        for (unsigned n : { 1u, 7u }) {
+            OpenDisk(n);
+            sample.InitFlag[n - 1] = 1;
+        }
+        OpenTotals();
+    }
+    Strings Errors() const
+    {
+        Strings texts;
+        for (const TraceLine& line : log.lines) {
+            if (line.level == 1) {
+                texts.push_back(line.log + " " + line.routine + ": " + line.text);
+            }
+        }
+        return texts;
+    }
+};
+
+TEST_F(CsvPassFormatter, ADisplayFormatterThatFailsCostsTheDisplayFilesTheirLines)
+{
+    const Detour detour(_DkpfPlogDataStr, FailDisplay);
+    EXPECT_FALSE(Write());
+    EXPECT_EQ(error, 0xB000000Bu);
+    EXPECT_EQ(Errors(), Strings(3, "diskperf_trace _DkpfPlogWriteCSV: _DkpfPlogDataStr() failed(0xb000000b)."));
+    EXPECT_EQ(Calls(), Strings({ Written("nmp1_raw", RawOf(1)), Written("nmp7_raw", RawOf(7)),
+                                 Written("nmp_total_raw", RawTotal()) }));
+}
+
+TEST_F(CsvPassFormatter, ARawFormatterThatFailsCostsTheRawFilesTheirLinesAndNamesTheSlot)
+{
+    const Detour detour(_DkpfPlogDataStrRaw, FailRaw);
+    EXPECT_FALSE(Write());
+    EXPECT_EQ(error, 0xB0000004u);
+    EXPECT_EQ(Errors(), Strings({ "diskperf_trace _DkpfPlogWriteCSV: _DkpfPlogDataStrRaw(0) failed(0xb0000004).",
+                                  "diskperf_trace _DkpfPlogWriteCSV: _DkpfPlogDataStrRaw(6) failed(0xb0000004)." }));
+    EXPECT_EQ(Calls(), Strings({ Written("nmp1", DisplayOf(1)), Written("nmp7", DisplayOf(7)),
+                                 Written("nmp_total", DisplayOf(0)), Written("nmp_total_raw", RawTotal()) }));
+}
+
+TEST_F(CsvPassFormatter, ARawTotalFormatterThatFailsIsReportedUnderAHeaderRoutinesName)
+{
+    const Detour detour(_DkpfPlogDataStrRawTotal, FailRawTotal);
+    EXPECT_FALSE(Write());
+    EXPECT_EQ(error, 0xB0000018u);
+    EXPECT_EQ(Errors(),
+              Strings({ "diskperf_trace _DkpfPlogWriteCSV: _DkpfPlogHeaderStrRawTotal() failed(0xb0000018)." }));
+    EXPECT_EQ(Calls(), Strings({ Written("nmp1", DisplayOf(1)), Written("nmp1_raw", RawOf(1)),
+                                 Written("nmp7", DisplayOf(7)), Written("nmp7_raw", RawOf(7)),
+                                 Written("nmp_total", DisplayOf(0)) }));
+}
+
+TEST_F(CsvPassFormatter, WhereNoDiskGotALineTheTotalsGetNone)
+{
+    const Detour display_detour(_DkpfPlogDataStr, FailDisplay);
+    const Detour raw_detour(_DkpfPlogDataStrRaw, FailRaw);
+    EXPECT_FALSE(Write());
+    EXPECT_EQ(Calls(), Strings());
+}
