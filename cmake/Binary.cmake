@@ -3,6 +3,7 @@
 # build/stage holds exactly what an installation holds; it lies beside the build tree of the preset.
 set(DKPF_STAGE_DIR ${CMAKE_BINARY_DIR}/../stage CACHE PATH "Image of an installation, refreshed by every build")
 get_filename_component(DKPF_STAGE_DIR ${DKPF_STAGE_DIR} ABSOLUTE)
+add_custom_target(stage)  # all that lies there, and no test
 
 # dkpf_version(target "What it is"): version resource from project(VERSION), which the module banner prints.
 function(dkpf_version target description)
@@ -31,6 +32,7 @@ function(dkpf_stage target folder)
         COMMAND ${CMAKE_COMMAND} -E make_directory ${DKPF_STAGE_DIR}/${folder}
         COMMAND ${CMAKE_STRIP} --strip-unneeded -o ${DKPF_STAGE_DIR}/${folder}/$<TARGET_FILE_NAME:${target}> $<TARGET_FILE:${target}>
         VERBATIM)
+    add_dependencies(stage ${target})
 endfunction()
 
 # dkpf_stage_file(name file folder): a file that is not built, copied into the stage when it changes.
@@ -41,4 +43,5 @@ function(dkpf_stage_file name file folder)
         COMMAND ${CMAKE_COMMAND} -E make_directory ${DKPF_STAGE_DIR}/${folder}
         COMMAND ${CMAKE_COMMAND} -E copy ${file} ${out} DEPENDS ${file} VERBATIM)
     add_custom_target(${name} ALL DEPENDS ${out})
+    add_dependencies(stage ${name})
 endfunction()

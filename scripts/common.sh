@@ -113,13 +113,13 @@ install_packages() {
 
 common_configure_and_build() {
     [ -e "$root/build/win/build.ninja" ] || cmake --preset win || return 1
-    cmake --build --preset win -j2
+    cmake --build --preset win -j2 --target "$1"
 }
 
-# build_product: configures when needed and builds everything, into build/win and build/stage.
+# build_product [TARGET]: configures when needed and builds everything, or a target, into build/win and build/stage.
 build_product() {
     cd "$root"
-    run_phase "build" build.log common_configure_and_build && return 0
+    run_phase "build" build.log common_configure_and_build "${1:-all}" && return 0
     grep -aE -A 3 'error:|Error at|FAILED:|undefined reference' "$common_logs/build.log" | grep -av '^/usr/bin/' | head -n 30 >&2 || true
     fail "the build failed" "the first errors stand above" "mend them; the whole output: $common_logs/build.log"
 }
