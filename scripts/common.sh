@@ -127,7 +127,9 @@ build_product() {
 # ---- Wine ----------------------------------------------------------------------------------------------------------
 
 # use_prefix DIR: from here on Wine programs run in this prefix. winedbg is off: with it a crash can end with exit code 0.
+# The character set is named because a machine without a locale gives Wine ASCII, and no path with other letters.
 use_prefix() {
+    export LC_ALL=C.UTF-8
     export WINEPREFIX=$1 WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree,mshtml=;winedbg.exe=d"
 }
 

@@ -63,8 +63,7 @@ class Product:
         self.prefix = folder / "pfx"
         self.perf = self.home / "perf"
         self.log = self.home / "log"
-        self.mounts = []
-        self.environment = dict(os.environ, WINEPREFIX=str(self.prefix), WINEDEBUG="-all",
+        self.environment = dict(os.environ, WINEPREFIX=str(self.prefix), WINEDEBUG="-all", LC_ALL="C.UTF-8",
                                 WINEDLLOVERRIDES="mscoree,mshtml=;winedbg.exe=d")
 
     # ---- Programs ----
