@@ -4,6 +4,7 @@
  * Each row of a table is one failing call: which one, what the caller gets, which error lines it leaves, and every call
  * that follows it until the routine returns. The order of that clean-up is the contract.
  */
+#include "support/detour.h"
 #include "unit/lifecycle_fixture.h"
 
 #include <cstring>
@@ -916,6 +917,26 @@ TEST_F(FailedStop, AThreadThatDoesNotEndIsGivenUpAfter300SecondsAndTheRestIsDone
     EXPECT_NE(g_hCollectThread, nullptr);
     EXPECT_EQ(os.Leaks().size(), 1u) << "the collect thread";
     EXPECT_EQ(log.OpenTraces(), Strings());
+}
+
+// Ending the warning events cannot fail by itself; what a failure would do is fixed all the same.
+static BOOL FailTermWarn(DWORD* lpdwErr)
+{
+    *lpdwErr = 0xB0000010;
+    return FALSE;
+}
+
+TEST_F(FailedStop, WarningEventsThatDoNotEndAreReportedAndTheRestIsDone)
+{
+    Start();
+    {
+        const Detour detour(_DkpfTermWarnEventLog, FailTermWarn);
+        Terminate(0xB0000010);
+    }
+    EXPECT_EQ(log.TextsOf("DkpfTerminate"), Strings({ " _DkpfTermWarnEventLog() failed. <0xb0000010>" }));
+    EXPECT_EQ(g_hInfoMutex, nullptr);
+    EXPECT_EQ(log.OpenTraces(), Strings());
+    EXPECT_EQ(os.Leaks().size(), 1u) << "the mutex of the warning events";
 }
 
 TEST_F(FailedStop, ARegionThatCannotBeLockedIsLeftAndTheRestIsDone)
