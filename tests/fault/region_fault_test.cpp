@@ -8,6 +8,7 @@
 #include <functional>
 #include <set>
 
+#include "support/detour.h"
 #include "unit/region_fixture.h"
 
 using namespace format;
@@ -539,6 +540,30 @@ TEST_F(RegionAfterFaults, WithoutTheMutexAFurtherInitialiseTakesTheViewToo)
     EXPECT_FALSE(_DkpfShmInitialize(TRUE, &dwErr));
     EXPECT_EQ(dwErr, NoRegion);
     ExpectDetached(1);
+    ExpectNothingLeft();
+}
+
+// The sweep fails for a null pointer alone, which its one caller never hands over.
+static BOOL FailSweep(void*, DWORD* lpdwErr)
+{
+    *lpdwErr = 0xB0000004;
+    return FALSE;
+}
+
+TEST_F(RegionAfterFaults, AReaderWhoseSweepFailsTakesNoRowAndLetsGo)
+{
+    DWORD                dwErr = NotSet;
+    DKPF_SHM_INFO* const region = HoldRegion();
+    MakeRegionMutex();
+    {
+        const Detour detour(_DkpfShmCheckProcExist, FailSweep);
+        EXPECT_FALSE(_DkpfShmInitialize(FALSE, &dwErr));
+    }
+    EXPECT_EQ(dwErr, 0xB0000004u);
+    EXPECT_EQ(log.TextsOf("_DkpfShmInitialize"),
+              Strings({ " _DkpfShmCheckProcExist() failed. errcode<0xb0000004>" }));
+    EXPECT_EQ(region->PMProcessID[1], 0u);
+    ExpectDetached(0);
     ExpectNothingLeft();
 }
 
