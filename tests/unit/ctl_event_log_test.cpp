@@ -69,6 +69,18 @@ TEST(EventLog, OlderGenerationsAreReadAsFarBackAsNeededAndStandInFront)
     EXPECT_EQ(history.unread, 0u);
 }
 
+TEST(EventLog, AGapThatAKilledWriterLeftInTheGenerationsIsPassedOver)
+{
+    TempFolder folder;
+    folder.Write(L"diskperf_event.1.log", Line("11:00:00.000"));
+    folder.Write(L"diskperf_event.3.log", Line("10:00:00.000"));
+    const EventHistory history = ReadEventsSince(folder.File(L"diskperf_event.log"), "2026/03/07 00:00:00.000");
+    ASSERT_EQ(history.entries.size(), 2u);
+    EXPECT_EQ(history.entries[0].time, "2026/03/07 10:00:00.000");
+    EXPECT_EQ(history.entries[1].time, "2026/03/07 11:00:00.000");
+    EXPECT_EQ(history.error, 0u);
+}
+
 TEST(EventLog, AMissingFileIsNoErrorAHeldOneIs)
 {
     TempFolder folder;

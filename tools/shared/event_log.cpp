@@ -88,8 +88,11 @@ EventHistory ReadEventsSince(const std::wstring& path, const std::string& since)
     for (int number = 0; number <= EVENT_GENERATIONS; number++) {
         std::string content;
         const DWORD error = ReadWholeFile(Generation(path, number), EVENT_FILE_BOUND, &content);
+        // A writer that died while it rotated leaves a gap in the numbers, which the next rotation fills.
+        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
+            continue;
         if (error != ERROR_SUCCESS) {
-            if (number == 0 && error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
+            if (number == 0)
                 all.error = error;
             break;
         }
