@@ -497,3 +497,70 @@ TEST_F(DisplayArguments, TheFirstMissingOneIsNamed)
     log.ClearLines();
     ExpectRefused(&cur, &prev, nullptr, nullptr, "lpDispCounter");
 }
+
+/* ---- The guard ---------------------------------------------------------------------------------------------------- */
+
+/* Puts another kind into counter j of the library's table for the time of a case: no call from outside can. Finds the table
+ * by its bytes; each unit of the library that uses it has a copy. */
+class OtherKind {
+public:
+    OtherKind(HMODULE module, DWORD j, int kind)
+    {
+        BYTE* const base = reinterpret_cast<BYTE*>(module);
+        const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+        const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+        const auto* section = reinterpret_cast<const IMAGE_SECTION_HEADER*>(
+            reinterpret_cast<const BYTE*>(&nt->OptionalHeader) + nt->FileHeader.SizeOfOptionalHeader);
+        for (WORD i = 0; i < nt->FileHeader.NumberOfSections; i++) {
+            if (memcmp(section[i].Name, ".rdata", 7) != 0) {
+                continue;
+            }
+            BYTE* const start = base + section[i].VirtualAddress;
+            for (DWORD at = 0; at + sizeof g_aCounter <= section[i].Misc.VirtualSize; at += 4) {
+                if (memcmp(start + at, g_aCounter, sizeof g_aCounter) == 0) {
+                    m_kinds.push_back(start + at + j * sizeof g_aCounter[0]);
+                }
+            }
+        }
+        m_old = g_aCounter[j].kind;
+        Store(kind);
+    }
+    ~OtherKind() { Store(m_old); }
+    OtherKind(const OtherKind&) = delete;
+    OtherKind& operator=(const OtherKind&) = delete;
+
+    size_t Copies() const { return m_kinds.size(); }
+
+private:
+    void Store(int kind)
+    {
+        for (BYTE* place : m_kinds) {
+            DWORD old = 0;
+            VirtualProtect(place, sizeof kind, PAGE_READWRITE, &old);
+            memcpy(place, &kind, sizeof kind);
+            VirtualProtect(place, sizeof kind, old, &old);
+        }
+    }
+
+    std::vector<BYTE*> m_kinds;
+    int m_old = 0;
+};
+
+class DisplayGuard : public DiskperfTest {};
+
+TEST_F(DisplayGuard, ACounterOfUnknownKindIsRefusedWithItsIndex)
+{
+    const OtherKind other(GetModuleHandleA("diskperf_testee.dll"), 3, 99);
+    ASSERT_GE(other.Copies(), 1u);
+    static const DKPF_PARAM before = {}, now = {};
+    static DKPF_DISP display;
+    static DKPF_RAWTOTAL total;
+    DWORD code = 0;
+    EXPECT_FALSE(_DkpfCmnGetDisplayValue(&now, &before, &display, &total, &code));
+    EXPECT_EQ(code, 0xB000FFFFu);
+    ASSERT_EQ(log.lines.size(), 3u);
+    EXPECT_EQ(log.lines[1].level, 1u);
+    EXPECT_EQ(log.lines[1].log, "diskperf_trace");
+    EXPECT_EQ(log.lines[1].text, " Invalid disp value.(3)");
+    EXPECT_EQ(log.lines[2].text, "EXIT<FALSE><0xb000ffff>");
+}
