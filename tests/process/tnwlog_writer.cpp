@@ -6,7 +6,7 @@
  * Starts when the event that its standard test makes, Local\dkpf_writers_go, is set. Exit code 0, or 9 when it died as
  * told.
  */
-#include "support/import_hook.h"
+#include "support/import_hooks.h"
 #include "support/tnwlog_api.h"
 #include <memory>
 #include <stdlib.h>

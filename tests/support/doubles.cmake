@@ -12,10 +12,10 @@ target_link_libraries(journal PRIVATE dkpf_warnings)
 # The operating system's double, the hooks, and the fixtures.
 add_library(doubles STATIC
     ${CMAKE_SOURCE_DIR}/tests/doubles/os_double.cpp ${CMAKE_SOURCE_DIR}/tests/doubles/velcor_double.cpp
-    ${CMAKE_SOURCE_DIR}/tests/support/import_hooks.cpp ${CMAKE_SOURCE_DIR}/tests/support/platform_hooks.cpp
+    ${CMAKE_SOURCE_DIR}/tests/support/platform_hooks.cpp
     ${CMAKE_SOURCE_DIR}/tests/support/hooked_module.cpp ${CMAKE_SOURCE_DIR}/tests/support/fixture.cpp)
 target_include_directories(doubles PRIVATE ${CMAKE_SOURCE_DIR}/diskperf/include)
-target_link_libraries(doubles PUBLIC tnwlog_double tnwxml_double tnwdiskfltr_double gtest gmock PRIVATE dkpf_warnings)
+target_link_libraries(doubles PUBLIC tnwlog_double tnwxml_double tnwdiskfltr_double import_hooks gtest gmock PRIVATE dkpf_warnings)
 
 # Programs with doubles live in a folder of their own. Beside them lie the library under test and, because the loader wants
 # them, empty platform libraries whose routines end the program: every import slot is replaced before anything is called.

@@ -86,3 +86,10 @@ void ImportHooks::RestoreAll()
         m_saved.pop_back();
     }
 }
+
+void ImportHook::Replace(const char* dll, const char* name, void* routine)
+{
+    if (!m_hooks.Replace(dll, name, routine)) {
+        throw std::runtime_error(std::string("not imported: ") + name);
+    }
+}

@@ -48,4 +48,19 @@ template <class Routine> void* Address(Routine* routine)
     return reinterpret_cast<void*>(routine);
 }
 
+/* One slot for the life of the object. Throws where the module does not import the routine. */
+class ImportHook {
+  public:
+    template <class Routine>
+    ImportHook(HMODULE module, const char* dll, const char* name, Routine* replacement) : m_hooks(module)
+    {
+        Replace(dll, name, Address(replacement));
+    }
+
+  private:
+    void Replace(const char* dll, const char* name, void* routine);
+
+    ImportHooks m_hooks;
+};
+
 #endif

@@ -1,8 +1,8 @@
-# Helpers that any test program may link: homes for tests, hooks in a loaded DLL's imports.
+# Homes for tests.
 include_guard(GLOBAL)
-add_library(test_home STATIC support/test_home.cpp support/import_hook.cpp)
+add_library(test_home STATIC support/test_home.cpp)
 target_include_directories(test_home PUBLIC ${CMAKE_SOURCE_DIR}/tests)
-target_link_libraries(test_home PRIVATE dkpf_warnings)
+target_link_libraries(test_home PUBLIC import_hooks PRIVATE dkpf_warnings)
 
 # dkpf_test_product(target): puts a built binary where TestHome::Install finds it. Never beside the test programs: there it
 # would be loaded by its name.

@@ -5,7 +5,7 @@
 #ifndef TNWLOG_FIXTURE_H
 #define TNWLOG_FIXTURE_H
 
-#include "support/import_hook.h"
+#include "support/import_hooks.h"
 #include "support/test_home.h"
 #include "support/tnwlog_api.h"
 #include <gmock/gmock.h>

@@ -11,27 +11,6 @@ const char* const MINIMAL_POLICY =
 std::vector<DWORD> TnwXml::waits;
 std::function<void(size_t)> TnwXml::during_wait;
 
-// The DLL's slot of an imported routine of KERNEL32.
-static void** ImportSlot(HMODULE module, const char* name)
-{
-    BYTE* base = reinterpret_cast<BYTE*>(module);
-    auto nt = reinterpret_cast<IMAGE_NT_HEADERS*>(base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    auto library = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(
-        base + nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
-
-    for (; library->Name != 0; library++) {
-        auto from = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->OriginalFirstThunk);
-        auto to = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->FirstThunk);
-        for (; from->u1.AddressOfData != 0; from++, to++) {
-            if (!IMAGE_SNAP_BY_ORDINAL(from->u1.Ordinal) &&
-                strcmp(reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + from->u1.AddressOfData)->Name, name) == 0) {
-                return reinterpret_cast<void**>(&to->u1.Function);
-            }
-        }
-    }
-    return nullptr;
-}
-
 template <class Routine> static void Bind(HMODULE module, WORD ordinal, Routine* routine)
 {
     void* address = reinterpret_cast<void*>(GetProcAddress(module, MAKEINTRESOURCEA(ordinal)));
@@ -52,10 +31,6 @@ static void WINAPI Wait(DWORD ms)
 
 TnwXml::TnwXml()
 {
-    void (WINAPI *replacement)(DWORD) = Wait;
-    void** slot = nullptr;
-    DWORD protection = 0;
-
     waits.clear();
     during_wait = nullptr;
     g_waits = &waits;
@@ -63,12 +38,10 @@ TnwXml::TnwXml()
     home.Copy("etc/policy/diskperf.xml");
     home.Copy("etc/cluster.xml");
     module = LoadLibraryW(home.Copy("bin/tnwxml.dll").c_str());
-    if (module == nullptr || (slot = ImportSlot(module, "Sleep")) == nullptr) {
-        throw std::runtime_error("tnwxml.dll does not load, or imports no Sleep");
+    if (module == nullptr) {
+        throw std::runtime_error("tnwxml.dll does not load");
     }
-    VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection);
-    memcpy(slot, &replacement, sizeof(replacement));
-    VirtualProtect(slot, sizeof(*slot), protection, &protection);
+    m_sleep = std::make_unique<ImportHook>(module, "kernel32.dll", "Sleep", Wait);
     Bind(module, 1, &init);
     Bind(module, 2, &term);
     Bind(module, 4, &load_policy);
@@ -81,6 +54,7 @@ TnwXml::TnwXml()
 
 TnwXml::~TnwXml()
 {
+    m_sleep.reset();
     FreeLibrary(module);
     during_wait = nullptr;
 }

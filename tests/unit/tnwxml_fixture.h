@@ -3,10 +3,12 @@
  * counted, and a test can let something happen in it.
  */
 #pragma once
+#include "support/import_hooks.h"
 #include "support/stage_home.h"
 #include "tnwxml.h"
 #include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,6 +49,7 @@ protected:
     static std::function<void(size_t)> during_wait; // called with 1 in the first wait, and so on
 
 private:
+    std::unique_ptr<ImportHook> m_sleep; // gone before the DLL
     XMLLIB_REPORT m_report = {};
 };
 
