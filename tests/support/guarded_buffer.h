@@ -15,7 +15,7 @@
 class GuardedBuffer {
 public:
     enum class Guard { Behind, Before };
-    static const BYTE Fill = 0xA5;  // what the buffer holds at first
+    static constexpr BYTE Fill = 0xA5;  // what the buffer holds at first
 
     explicit GuardedBuffer(size_t size, Guard guard = Guard::Behind) : m_size(size)
     {

@@ -7,7 +7,7 @@ ProductHome::ProductHome()
         Install(binary);
     }
     MakeFolder(L"etc\\policy");
-    CopyFileW(L"" POLICY_FILE, Path(L"etc\\policy\\diskperf.xml").c_str(), FALSE);
+    CopyIn(L"" POLICY_FILE, L"etc\\policy\\diskperf.xml");
     Configure({ { "parameters/collectinterval", "1" }, { "parameters/writeinterval", "1" } });
 }
 
@@ -29,13 +29,6 @@ void ProductHome::Configure(const std::map<std::string, std::string>& settings)
 void ProductHome::BreakConfiguration()
 {
     Write(L"etc\\cluster.xml", "<root>\r\n<diskperf>\r\n<parameters>\r\n<writeinterval>5</wrong>\r\n");
-}
-
-std::string ProductHome::PlainPath(const wchar_t* relative) const
-{
-    const std::wstring path = Path(relative);
-    const size_t       from = path.compare(0, 4, L"\\\\?\\") == 0 ? 4 : 0;
-    return std::string(path.begin() + static_cast<std::ptrdiff_t>(from), path.end());
 }
 
 std::vector<std::string> ProductHome::Lines(const wchar_t* relative) const

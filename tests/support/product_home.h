@@ -20,7 +20,6 @@ class ProductHome : public TestHome {
     void Configure(const std::map<std::string, std::string>& settings = {});
     void BreakConfiguration();  // a file cut off in its line 4
 
-    std::string              PlainPath(const wchar_t* relative) const;  // for those who bear no \\?\ in front
     std::vector<std::string> Lines(const wchar_t* relative) const;      // whole lines; what has no CR LF is marked
     int                      Events(const char* id) const;              // entries of that number, "0xC00012C5"
 

@@ -79,6 +79,18 @@ std::wstring TestHome::Path(const wchar_t* lpRelative) const
     return m_home + L"\\" + lpRelative;
 }
 
+void TestHome::CopyIn(const wchar_t* lpFrom, const wchar_t* lpRelative) const
+{
+    Check(CopyFileW(lpFrom, Path(lpRelative).c_str(), FALSE), lpFrom);
+}
+
+std::string TestHome::PlainPath(const wchar_t* lpRelative) const
+{
+    const std::wstring path = Path(lpRelative).substr(4);
+
+    return std::string(path.begin(), path.end());
+}
+
 bool TestHome::Exists(const wchar_t* lpRelative) const
 {
     return GetFileAttributesW(Path(lpRelative).c_str()) != INVALID_FILE_ATTRIBUTES;

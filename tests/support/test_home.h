@@ -20,8 +20,12 @@ class TestHome {
     /* Copies a DLL or program into bin (by another name if one is given). Returns its path there. */
     std::wstring Install(const wchar_t* lpBinary, const wchar_t* lpAs = nullptr) const;
 
+    /* Copies any other file to a place in the home, relative to it. */
+    void CopyIn(const wchar_t* lpFrom, const wchar_t* lpRelative) const;
+
     /* All paths below are relative to the home, with backslashes. */
     std::wstring              Path(const wchar_t* lpRelative) const;
+    std::string               PlainPath(const wchar_t* lpRelative) const; /* for those who bear no \\?\ in front */
     bool                      Exists(const wchar_t* lpRelative) const;
     std::string               Read(const wchar_t* lpRelative) const; /* "" when it is not there */
     void                      Write(const wchar_t* lpRelative, const std::string& text) const;

@@ -5,7 +5,7 @@ TEST_F(TnwXml, AGoodFileHasNoFindingAndItsName)
 {
     const XMLLIB_REPORT& report = Check();
     EXPECT_EQ(report.finding.dwStatus, XMLLIB_OK);
-    EXPECT_EQ(report.finding.szFile, (home.etc() / "cluster.xml").string());
+    EXPECT_EQ(report.finding.szFile, home.PlainPath(L"etc\\cluster.xml"));
     EXPECT_EQ(report.finding.dwLine, 0u);
     EXPECT_EQ(report.finding.dwColumn, 0u);
     EXPECT_STREQ(report.finding.szKey, "");
@@ -37,7 +37,7 @@ TEST_F(TnwXml, AWrongNumberIsFoundWithLineColumnKeyValueRangeAndReason)
                                             "  </diskperf>\r\n"
                                             "</root>\r\n");
     EXPECT_EQ(finding.dwStatus, XMLLIB_NO_NUMBER);
-    EXPECT_EQ(finding.szFile, (home.etc() / "cluster.xml").string());
+    EXPECT_EQ(finding.szFile, home.PlainPath(L"etc\\cluster.xml"));
     EXPECT_EQ(finding.dwLine, 5u);
     EXPECT_EQ(finding.dwColumn, 3u);
     EXPECT_STREQ(finding.szKey, "/root/diskperf/log/level");
@@ -90,11 +90,11 @@ TEST_F(TnwXml, AfterAFindingTheOtherSettingsAreStillRead)
 
 TEST_F(TnwXml, AnUnreadableFileStillGivesTheSettingsWithTheirDefaults)
 {
-    std::filesystem::remove(home.etc() / "cluster.xml");
+    home.Remove(L"etc\\cluster.xml");
     const XMLLIB_REPORT& report = Check();
     EXPECT_EQ(report.finding.dwStatus, XMLLIB_NO_FILE);
     EXPECT_STREQ(report.finding.szReason, "The file does not exist.");
-    EXPECT_EQ(report.finding.szFile, (home.etc() / "cluster.xml").string());
+    EXPECT_EQ(report.finding.szFile, home.PlainPath(L"etc\\cluster.xml"));
     EXPECT_EQ(report.finding.dwLine, 0u);
     ASSERT_EQ(report.dwSettings, 9u);
     EXPECT_EQ(report.setting[4].dwValue, 10u);
@@ -131,10 +131,10 @@ TEST_F(TnwXml, ColumnsCountBytes)
 TEST_F(TnwXml, CheckReadsAnyFileItIsGiven)
 {
     XMLLIB_REPORT report = {};
-    home.Write("perf/new.xml", "<root><diskperf><log><level>9</level></log></diskperf></root>");
+    home.Write(L"perf\\new.xml", "<root><diskperf><log><level>9</level></log></diskperf></root>");
     Config("<root>");
-    EXPECT_EQ(check("diskperf", (home.perf() / "new.xml").c_str(), &report), XMLLIB_OK);
-    EXPECT_EQ(report.finding.szFile, (home.perf() / "new.xml").string());
+    EXPECT_EQ(check("diskperf", home.Path(L"perf\\new.xml").c_str(), &report), XMLLIB_OK);
+    EXPECT_EQ(report.finding.szFile, "\\\\?\\" + home.PlainPath(L"perf\\new.xml"));  // as it was given
     EXPECT_EQ(report.setting[7].dwValue, 9u);
     EXPECT_EQ(check("diskperf", L"", &report), XMLLIB_NO_FILE);
     EXPECT_EQ(check("diskperf", L"NUL", &report), XMLLIB_NO_FILE);

@@ -300,7 +300,7 @@ TEST_F(TnwXml, OneMebibyteIsTakenAndOneByteMoreIsRefused)
 
 TEST_F(TnwXml, AHundredMebibytesAreRefusedWithoutBeingRead)
 {
-    const HANDLE file = CreateFileW((home.etc() / "cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    const HANDLE file = CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     LARGE_INTEGER size = {};
     size.QuadPart = 100 * 1048576;
     ASSERT_NE(SetFilePointerEx(file, size, nullptr, FILE_BEGIN), 0);
@@ -364,7 +364,7 @@ TEST_F(TnwXml, AFileThatWasJustEmptiedIsReadAgain)
 
 TEST_F(TnwXml, AFileThatIsReplacedByDeletingItFirstIsReadAgain)
 {
-    std::filesystem::remove(home.etc() / "cluster.xml");
+    home.Remove(L"etc\\cluster.xml");
     during_wait = [this](size_t) { Config(GOOD); };
     EXPECT_EQ(Load(), XMLLIB_OK);
     EXPECT_EQ(waits, (std::vector<DWORD>{ 50 }));
@@ -372,7 +372,7 @@ TEST_F(TnwXml, AFileThatIsReplacedByDeletingItFirstIsReadAgain)
 
 TEST_F(TnwXml, AFileThatIsHeldIsReadAgain)
 {
-    HANDLE held = CreateFileW((home.etc() / "cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE held = CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(held, INVALID_HANDLE_VALUE);
     during_wait = [&held](size_t) {
         CloseHandle(held);
@@ -385,7 +385,7 @@ TEST_F(TnwXml, AFileThatIsHeldIsReadAgain)
 
 TEST_F(TnwXml, AFileThatStaysHeldIsRefusedAfterThreeReads)
 {
-    const HANDLE held = CreateFileW((home.etc() / "cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE held = CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_STREQ(Check().finding.szReason, "The file cannot be opened: another program holds it.");
     EXPECT_EQ(waits, (std::vector<DWORD>{ 50, 50 }));
     EXPECT_EQ(Load(), XMLLIB_NO_FILE);
@@ -401,8 +401,8 @@ TEST_F(TnwXml, AFileThatStaysBrokenIsRefusedAfterThreeReads)
 
 TEST_F(TnwXml, APolicyThatIsJustBeingInstalledIsReadAgain)
 {
-    home.Write("etc/policy/diskperf.xml", "<policy component='diskperf'>");
-    during_wait = [this](size_t) { home.Write("etc/policy/diskperf.xml", MINIMAL_POLICY); };
+    home.Write(L"etc\\policy\\diskperf.xml", "<policy component='diskperf'>");
+    during_wait = [this](size_t) { home.Write(L"etc\\policy\\diskperf.xml", MINIMAL_POLICY); };
     EXPECT_EQ(Load(), XMLLIB_OK);
     EXPECT_EQ(waits, (std::vector<DWORD>{ 50 }));
 }
@@ -416,7 +416,7 @@ TEST_F(TnwXml, AWrongValueIsNoReasonToReadAgain)
 
 TEST_F(TnwXml, AProgramThatKeepsTheFileOpenForWritingDoesNotHinder)
 {
-    const HANDLE held = CreateFileW((home.etc() / "cluster.xml").c_str(), GENERIC_READ | GENERIC_WRITE,
+    const HANDLE held = CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_READ | GENERIC_WRITE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(held, INVALID_HANDLE_VALUE);
     EXPECT_EQ(Load(), XMLLIB_OK);
@@ -426,7 +426,7 @@ TEST_F(TnwXml, AProgramThatKeepsTheFileOpenForWritingDoesNotHinder)
 
 TEST_F(TnwXml, AFolderInTheFilesPlaceIsNoFile)
 {
-    std::filesystem::remove(home.etc() / "cluster.xml");
-    std::filesystem::create_directory(home.etc() / "cluster.xml");
+    home.Remove(L"etc\\cluster.xml");
+    home.MakeFolder(L"etc\\cluster.xml");
     EXPECT_EQ(Load(), XMLLIB_NO_FILE);
 }

@@ -1,5 +1,4 @@
 #include "unit/tnwxml_fixture.h"
-#include <fstream>
 #include <sstream>
 #include <string.h>
 
@@ -35,9 +34,11 @@ TnwXml::TnwXml()
     during_wait = nullptr;
     g_waits = &waits;
     g_during = &during_wait;
-    home.Copy("etc/policy/diskperf.xml");
-    home.Copy("etc/cluster.xml");
-    module = LoadLibraryW(home.Copy("bin/tnwxml.dll").c_str());
+    home.MakeFolder(L"etc\\policy");
+    home.CopyIn(L"" XML_SOURCES "/policy/diskperf.xml", L"etc\\policy\\diskperf.xml");
+    home.CopyIn(L"" XML_SOURCES "/cluster.xml", L"etc\\cluster.xml");
+    home.Install(L"tnwxml.dll");
+    module = LoadLibraryA(home.PlainPath(L"bin\\tnwxml.dll").c_str());
     if (module == nullptr) {
         throw std::runtime_error("tnwxml.dll does not load");
     }
@@ -61,7 +62,7 @@ TnwXml::~TnwXml()
 
 void TnwXml::Config(std::string_view bytes)
 {
-    home.Write("etc/cluster.xml", bytes);
+    home.Write(L"etc\\cluster.xml", std::string(bytes));
 }
 
 void TnwXml::ConfigWith(const std::string& key, const std::string& text)
@@ -114,10 +115,7 @@ const XMLLIB_FINDING& TnwXml::Finding(std::string_view bytes)
     return Check().finding;
 }
 
-std::string DefaultConfiguration(StageHome& home)
+std::string DefaultConfiguration(const TestHome& home)
 {
-    std::ifstream in(home.etc() / "cluster.xml", std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
+    return home.Read(L"etc\\cluster.xml");
 }

@@ -4,7 +4,7 @@
  */
 #pragma once
 #include "support/import_hooks.h"
-#include "support/stage_home.h"
+#include "support/test_home.h"
 #include "tnwxml.h"
 #include <functional>
 #include <gtest/gtest.h>
@@ -43,7 +43,7 @@ protected:
     decltype(&xmllib_get_value) get_value = nullptr;
     decltype(&xmllib_check) check = nullptr;
 
-    StageHome home;
+    TestHome home;
     HMODULE module = nullptr;
     static std::vector<DWORD> waits;                // milliseconds of each wait of the DLL
     static std::function<void(size_t)> during_wait; // called with 1 in the first wait, and so on
@@ -54,4 +54,4 @@ private:
 };
 
 // The default configuration as it is installed.
-std::string DefaultConfiguration(StageHome& home);
+std::string DefaultConfiguration(const TestHome& home);

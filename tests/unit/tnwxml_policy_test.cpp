@@ -6,7 +6,7 @@ protected:
     // A policy with these elements, judged by xmllib_check and by xmllib_load_policy alike.
     const XMLLIB_REPORT& With(const std::string& elements)
     {
-        home.Write("etc/policy/diskperf.xml", "<policy component=\"diskperf\">\n" + elements + "</policy>\n");
+        home.Write(L"etc\\policy\\diskperf.xml", "<policy component=\"diskperf\">\n" + elements + "</policy>\n");
         term();
         init("diskperf");
         const DWORD loaded = static_cast<DWORD>(load_policy("diskperf"));
@@ -129,17 +129,17 @@ TEST_F(Policy, WithoutKeysOrWithOtherElementsIsRefused)
 
 TEST_F(Policy, OfAnotherComponentIsRefused)
 {
-    home.Write("etc/policy/other.xml", MINIMAL_POLICY);
+    home.Write(L"etc\\policy\\other.xml", MINIMAL_POLICY);
     init("other");
     EXPECT_EQ(load_policy("other"), XMLLIB_BAD_POLICY);
-    home.Write("etc/policy/other.xml", "<policy/>");
+    home.Write(L"etc\\policy\\other.xml", "<policy/>");
     EXPECT_EQ(load_policy("other"), XMLLIB_BAD_POLICY);
 }
 
 TEST_F(Policy, ThatIsNoXmlIsNotWellFormed)
 {
     for (const char* bytes : { "", "policy", "<policy component='diskperf'>", "<root/>" }) {
-        home.Write("etc/policy/diskperf.xml", bytes);
+        home.Write(L"etc\\policy\\diskperf.xml", bytes);
         const XMLLIB_REPORT& report = Check();
         EXPECT_EQ(report.finding.dwStatus, XMLLIB_NOT_WELL_FORMED) << bytes;
         EXPECT_NE(strstr(report.finding.szFile, "policy\\diskperf.xml"), nullptr) << report.finding.szFile;
@@ -151,6 +151,6 @@ TEST_F(Policy, ThatIsNoXmlIsNotWellFormed)
 TEST_F(Policy, IsJudgedBeforeTheConfiguration)
 {
     Config("<root>");
-    home.Write("etc/policy/diskperf.xml", "<policy/>");
+    home.Write(L"etc\\policy\\diskperf.xml", "<policy/>");
     EXPECT_EQ(Check().finding.dwStatus, XMLLIB_BAD_POLICY);
 }

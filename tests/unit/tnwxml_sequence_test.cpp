@@ -169,13 +169,13 @@ TEST_F(TnwXml, GetValueWritesFourBytesIntoALargerDestination)
 
 TEST_F(TnwXml, AMissingConfigurationIsNoFile)
 {
-    std::filesystem::remove(home.etc() / "cluster.xml");
+    home.Remove(L"etc\\cluster.xml");
     EXPECT_EQ(Load(), XMLLIB_NO_FILE);
 }
 
 TEST_F(TnwXml, AMissingPolicyIsNoFile)
 {
-    std::filesystem::remove(home.etc() / "policy" / "diskperf.xml");
+    home.Remove(L"etc\\policy\\diskperf.xml");
     init("diskperf");
     EXPECT_EQ(load_policy("diskperf"), XMLLIB_NO_FILE);
     EXPECT_EQ(load_config(1), XMLLIB_WRONG_ORDER);
@@ -196,8 +196,8 @@ TEST_F(TnwXml, ALoadedConfigurationDoesNotFollowTheFile)
 TEST_F(TnwXml, ALoadedFileCanBeReplacedAndRemoved)
 {
     ASSERT_EQ(Load(), XMLLIB_OK);
-    EXPECT_NE(DeleteFileW((home.etc() / "cluster.xml").c_str()), 0);
-    EXPECT_NE(DeleteFileW((home.etc() / "policy" / "diskperf.xml").c_str()), 0);
+    EXPECT_NE(DeleteFileW(home.Path(L"etc\\cluster.xml").c_str()), 0);
+    EXPECT_NE(DeleteFileW(home.Path(L"etc\\policy\\diskperf.xml").c_str()), 0);
 }
 
 TEST_F(TnwXml, CheckRunsBesideASequenceAndOnManyThreads)
