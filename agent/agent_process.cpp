@@ -13,6 +13,7 @@
 #include "process_info.h"
 #include "producer_guard.h"
 #include "stop_watch.h"
+#include "text.h"
 #include "tnwdiskperf.h"
 
 namespace dkpf {
@@ -101,15 +102,7 @@ class SystemClock : public Clock {
     }
     int UtcOffsetMinutes() override
     {
-        TIME_ZONE_INFORMATION zone{};
-        switch (GetTimeZoneInformation(&zone)) {
-        case TIME_ZONE_ID_DAYLIGHT:
-            return -static_cast<int>(zone.Bias + zone.DaylightBias);
-        case TIME_ZONE_ID_STANDARD:
-            return -static_cast<int>(zone.Bias + zone.StandardBias);
-        default:
-            return -static_cast<int>(zone.Bias);
-        }
+        return LocalUtcOffsetMinutes();
     }
 };
 

@@ -13,9 +13,15 @@ enum ToolExit : int {
     TOOL_OK = 0,
     TOOL_WRONG = 1,
     TOOL_USAGE = 2,
+    TOOL_WARNINGS = 3,  // of the doctor: nothing is wrong, but something will be
 };
 
 struct StatusOptions {
+    bool json = false;
+};
+
+struct DoctorOptions {
+    bool fix = false;
     bool json = false;
 };
 
@@ -29,6 +35,7 @@ struct ConfigCheckOptions {
 };
 
 ToolExit RunStatus(const StatusOptions& options);
+ToolExit RunDoctor(const DoctorOptions& options);
 ToolExit RunDump(const DumpOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();

@@ -14,6 +14,8 @@ using namespace dkpf;
 
 static constexpr char STATUS_EXIT[] =
     "exit: 0 all is well; 1 something is wrong, said first and with what to do; 2 wrong usage";
+static constexpr char DOCTOR_EXIT[] =
+    "exit: 0 all is well, notes apart; 1 something is wrong; 3 warnings only; 2 wrong usage";
 static constexpr char DUMP_EXIT[] = "exit: 0 printed; 1 no region (is the disk agent running?); 2 wrong usage";
 static constexpr char CHECK_EXIT[] = "exit: 0 the file is accepted; 1 it is refused: file, line, column, key, value "
                                      "and reason are printed; 2 wrong usage";
@@ -24,6 +26,7 @@ static constexpr char RELOAD_EXIT[] = "exit: 0 the running agent has read the co
 /* Chosen by the command line; called once it is known to be right. */
 struct Choice {
     StatusOptions             status;
+    DoctorOptions             doctor;
     DumpOptions               dump;
     ConfigCheckOptions        check;
     std::function<ToolExit()> run;
@@ -36,6 +39,18 @@ static void DescribeStatus(CLI::App& app, Choice* choice)
     command->add_flag("--json", choice->status.json, "the same as one JSON object");
     command->footer(STATUS_EXIT);
     command->callback([choice] { choice->run = [choice] { return RunStatus(choice->status); }; });
+}
+
+static void DescribeDoctor(CLI::App& app, Choice* choice)
+{
+    CLI::App* command = app.add_subcommand("doctor", "Checks what goes wrong on real servers: one line for each check, "
+                                                     "and with each finding its cure.");
+    command->add_flag("--fix", choice->doctor.fix,
+                      "switches the provider on again where the system has switched it off, once the shared region is "
+                      "valid");
+    command->add_flag("--json", choice->doctor.json, "the same as one JSON object");
+    command->footer(DOCTOR_EXIT);
+    command->callback([choice] { choice->run = [choice] { return RunDoctor(choice->doctor); }; });
 }
 
 static void DescribeDump(CLI::App& app, Choice* choice)
@@ -72,6 +87,7 @@ int wmain(int argc, wchar_t** argv)
     app.set_version_flag("--version", "dkpfctl " DKPF_VERSION);
     app.require_subcommand(1);
     DescribeStatus(app, &choice);
+    DescribeDoctor(app, &choice);
     DescribeDump(app, &choice);
     DescribeConfig(app, &choice);
 

@@ -3,7 +3,7 @@
  */
 #include "commands.h"
 #include "console_out.h"
-#include "status_facts.h"
+#include "doctor_checks.h"
 #include "status_text.h"
 #include "status_troubles.h"
 
@@ -11,8 +11,10 @@ namespace dkpf {
 
 ToolExit RunStatus(const StatusOptions& options)
 {
-    const StatusFacts          facts = GatherStatus();
-    const std::vector<Trouble> troubles = FindTroubles(facts);
+    DoctorFacts doctor = GatherDoctor();
+    doctor.status.doctor = Summarize(RunChecks(doctor));
+    const StatusFacts& facts = doctor.status;
+    const Troubles     troubles = FindTroubles(facts);
     Print((options.json ? StatusJson : StatusText)(facts, troubles));
     return troubles.empty() ? TOOL_OK : TOOL_WRONG;
 }

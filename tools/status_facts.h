@@ -4,6 +4,7 @@
 #ifndef DKPF_TOOLS_STATUS_FACTS_H
 #define DKPF_TOOLS_STATUS_FACTS_H
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,6 +31,12 @@ struct ConsumerFact {
     ProcessLife life = ProcessLife::Gone;
 };
 
+/* What the doctor's checks came to. */
+struct DoctorSummary {
+    size_t checks = 0;
+    size_t findings = 0;  // warnings, and what is wrong
+};
+
 struct StatusFacts {
     ServiceFact driver;
     ServiceFact feeder;
@@ -49,6 +56,8 @@ struct StatusFacts {
     EventHistory events;  // since the agent's start; empty where it is not known
 
     std::vector<std::pair<std::string, std::string>> places;  // what, path
+
+    std::optional<DoctorSummary> doctor;  // where the doctor was asked
 };
 
 /* Asks the machine. May block for 2 s on the region's mutex. */

@@ -119,6 +119,8 @@ std::string StatusJson(const StatusFacts& facts, const std::vector<Trouble>& tro
     json["format"] = STATUS_FORMAT;
     json["well"] = troubles.empty();
     json["troubles"] = TroublesJson(troubles);
+    json["doctor"] =
+        facts.doctor ? Json{ { "checks", facts.doctor->checks }, { "findings", facts.doctor->findings } } : Json();
     json["services"] = { ServiceJson(facts.driver), ServiceJson(facts.feeder), ServiceJson(facts.agentService) };
     json["agent"] = AgentJson(facts);
     json["configuration"] = ConfigurationJson(facts);

@@ -36,6 +36,16 @@ static std::string TroublesText(const std::vector<Trouble>& troubles)
     return text;
 }
 
+static std::string DoctorText(const std::optional<DoctorSummary>& doctor)
+{
+    if (!doctor)
+        return "";
+    if (doctor->findings == 0)
+        return fmt::format("doctor: all {} checks are well\n", doctor->checks);
+    return fmt::format("doctor: {} {}, see dkpfctl doctor\n", doctor->findings,
+                       doctor->findings == 1 ? "finding" : "findings");
+}
+
 static std::string ServiceText(const ServiceFact& service)
 {
     const ServiceInfo& info = service.info;
@@ -125,7 +135,7 @@ static std::string EventsText(const StatusFacts& facts)
 
 std::string StatusText(const StatusFacts& facts, const std::vector<Trouble>& troubles)
 {
-    std::string text = TroublesText(troubles);
+    std::string text = TroublesText(troubles) + DoctorText(facts.doctor);
     text += "\nservices\n" + ServiceText(facts.driver) + ServiceText(facts.feeder) + ServiceText(facts.agentService);
     text += "\nagent\n" + AgentText(facts);
     text += "\n" + ConfigurationText(facts);

@@ -6,9 +6,7 @@
 
 namespace dkpf {
 
-using Troubles = std::vector<Trouble>;
-
-static void AboutDriver(const StatusFacts& facts, Troubles* troubles)
+void AboutDriver(const StatusFacts& facts, Troubles* troubles)
 {
     const ServiceInfo& driver = facts.driver.info;
     if (driver.error != ERROR_SUCCESS)
@@ -16,13 +14,13 @@ static void AboutDriver(const StatusFacts& facts, Troubles* troubles)
                               "the driver's service velcor cannot be asked: " + SystemErrorText(driver.error),
                               "run this as an administrator" });
     else if (!driver.installed)
-        troubles->push_back({ "driver_not_installed", "the driver velcor is not installed", "install it" });
+        troubles->push_back({ "driver_not_installed", "the driver velcor is not installed", "dkpfctl install" });
     else if (driver.state != SERVICE_RUNNING)
         troubles->push_back({ "driver_not_running", "the driver velcor is " + ServiceStateText(driver.state),
                               "net start velcor, then restart the disk agent" });
 }
 
-static void AboutFeeder(const StatusFacts& facts, Troubles* troubles)
+void AboutFeeder(const StatusFacts& facts, Troubles* troubles)
 {
     const ServiceInfo& feeder = facts.feeder.info;
     if (feeder.installed && feeder.error == ERROR_SUCCESS && feeder.state != SERVICE_RUNNING)
@@ -32,7 +30,7 @@ static void AboutFeeder(const StatusFacts& facts, Troubles* troubles)
               "net start velcorfeed" });
 }
 
-static void AboutServiceProcesses(const StatusFacts& facts, Troubles* troubles)
+void AboutServiceProcesses(const StatusFacts& facts, Troubles* troubles)
 {
     for (const ServiceFact* service : { &facts.feeder, &facts.agentService }) {
         if (service->processGone)
@@ -43,10 +41,12 @@ static void AboutServiceProcesses(const StatusFacts& facts, Troubles* troubles)
     }
 }
 
-static void AboutAgent(const StatusFacts& facts, Troubles* troubles)
+void AboutAgent(const StatusFacts& facts, Troubles* troubles)
 {
-    static constexpr char startIt[] = "net start dkpfagent";
-    const AgentState&     state = facts.agent.state;
+    const AgentState&  state = facts.agent.state;
+    const ServiceInfo& service = facts.agentService.info;
+    const std::string  startIt =
+        service.installed || service.error != ERROR_SUCCESS ? "net start dkpfagent" : "dkpfctl install";
     if (facts.agent.file == StateFile::Damaged)
         troubles->push_back({ "agent_state_damaged", "agent.state cannot be read: " + facts.agent.why,
                               "restart the disk agent: it writes the file anew" });
@@ -61,10 +61,10 @@ static void AboutAgent(const StatusFacts& facts, Troubles* troubles)
             { "agent_not_running",
               "the disk agent is not running" +
                   (state.lastFailure ? "; it ended because " + state.lastFailure->message : std::string()),
-              state.lastFailure ? "remove the cause, then net start dkpfagent" : startIt });
+              state.lastFailure ? "remove the cause, then " + startIt : startIt });
 }
 
-static void AboutConfiguration(const StatusFacts& facts, Troubles* troubles)
+void AboutConfiguration(const StatusFacts& facts, Troubles* troubles)
 {
     if (!facts.file.accepted) {
         troubles->push_back({ "config_refused", "the configuration file is refused: " + facts.file.refusal,
@@ -85,25 +85,29 @@ static bool Collecting(const StatusFacts& facts)
     return inForce == nullptr || (*inForce)[PERF_ENABLE] != 0;
 }
 
-static void AboutRegion(const StatusFacts& facts, Troubles* troubles)
+void AboutRegion(const StatusFacts& facts, Troubles* troubles)
 {
     if (facts.region == RegionStatus::Absent) {
         if (!facts.agentAlive || facts.agent.state.phase == AgentPhase::Running)
             troubles->push_back({ "no_region", facts.regionWords, "start the disk agent" });
         return;
     }
-    if (facts.region != RegionStatus::Copied) {
-        troubles->push_back({ facts.region == RegionStatus::Busy ? "region_busy" : "region_refused", facts.regionWords,
-                              facts.region == RegionStatus::Busy ? "end the process that hangs; dkpfctl dump --rows "
-                                                                   "names the readers"
-                                                                 : "run this as an administrator" });
+    if (facts.region == RegionStatus::Refused)
+        troubles->push_back({ "region_refused", facts.regionWords, "run this as an administrator" });
+    if (facts.region != RegionStatus::Copied)
         return;
-    }
     for (const std::string& damage : facts.view.damage)
         troubles->push_back({ "region_damaged", "the shared region is damaged: " + damage, "restart the disk agent" });
 }
 
-static void AboutSamples(const StatusFacts& facts, Troubles* troubles)
+void AboutLock(const StatusFacts& facts, Troubles* troubles)
+{
+    if (facts.region == RegionStatus::Busy)
+        troubles->push_back({ "region_busy", facts.regionWords,
+                              "end the process that hangs: one of those that dkpfctl doctor finds with the library" });
+}
+
+void AboutSamples(const StatusFacts& facts, Troubles* troubles)
 {
     static constexpr char look[] = "see the driver's service and the errors in the module log";
     if (facts.region != RegionStatus::Copied || !facts.agentAlive || !Collecting(facts))
@@ -119,7 +123,7 @@ static void AboutSamples(const StatusFacts& facts, Troubles* troubles)
                               look });
 }
 
-static void AboutEvents(const StatusFacts& facts, Troubles* troubles)
+void AboutEvents(const StatusFacts& facts, Troubles* troubles)
 {
     /* Each kind with the entry that takes it back; 0: none does. */
     struct Kind {
@@ -158,6 +162,7 @@ Troubles FindTroubles(const StatusFacts& facts)
     AboutConfiguration(facts, &troubles);
     AboutAgent(facts, &troubles);
     AboutRegion(facts, &troubles);
+    AboutLock(facts, &troubles);
     AboutSamples(facts, &troubles);
     AboutEvents(facts, &troubles);
     return troubles;

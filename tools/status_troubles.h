@@ -17,8 +17,21 @@ struct Trouble {
     std::string cure;  // what to do
 };
 
+using Troubles = std::vector<Trouble>;
+
+/* One area each; the doctor's checks are made of the same. They append what they find. */
+void AboutDriver(const StatusFacts& facts, Troubles* troubles);
+void AboutFeeder(const StatusFacts& facts, Troubles* troubles);
+void AboutServiceProcesses(const StatusFacts& facts, Troubles* troubles);
+void AboutConfiguration(const StatusFacts& facts, Troubles* troubles);
+void AboutAgent(const StatusFacts& facts, Troubles* troubles);
+void AboutRegion(const StatusFacts& facts, Troubles* troubles);
+void AboutLock(const StatusFacts& facts, Troubles* troubles);
+void AboutSamples(const StatusFacts& facts, Troubles* troubles);
+void AboutEvents(const StatusFacts& facts, Troubles* troubles);
+
 /* Causes stand before their effects. Empty: all is well. */
-std::vector<Trouble> FindTroubles(const StatusFacts& facts);
+Troubles FindTroubles(const StatusFacts& facts);
 
 }  // namespace dkpf
 

@@ -63,6 +63,11 @@ ConfigVerdict JudgeReport(const XMLLIB_REPORT& report)
         verdict.logLevel = level->dwDefault;
     if (const XMLLIB_SETTING* size = Find(report, KeyOf(LOG_SIZE)))
         verdict.logSize = size->dwDefault;
+    for (DWORD i = 0; i < report.dwUnknown && i < XMLLIB_UNKNOWN_MAX; i++) {
+        const XMLLIB_UNKNOWN& unknown = report.unknown[i];
+        verdict.unknown.push_back(
+            fmt::format("line {}, column {}: {}", unknown.dwLine, unknown.dwColumn, unknown.szKey));
+    }
 
     if (report.finding.dwStatus != XMLLIB_OK) {
         verdict.refusal = RefusalText(report);

@@ -2,7 +2,7 @@
 
 namespace dkpf {
 
-static ULONGLONG StartOf(HANDLE process)
+ULONGLONG ProcessStart(HANDLE process)
 {
     FILETIME created{}, exited{}, kernel{}, user{};
     if (!GetProcessTimes(process, &created, &exited, &kernel, &user))
@@ -12,7 +12,7 @@ static ULONGLONG StartOf(HANDLE process)
 
 ULONGLONG OwnProcessStart()
 {
-    return StartOf(GetCurrentProcess());
+    return ProcessStart(GetCurrentProcess());
 }
 
 ProcessLife LookAtProcess(DWORD pid, ULONGLONG started)
@@ -24,7 +24,7 @@ ProcessLife LookAtProcess(DWORD pid, ULONGLONG started)
     // A process that has ended can be opened as long as somebody holds it: its exit code decides.
     DWORD           exitCode = 0;
     const bool      ended = GetExitCodeProcess(process, &exitCode) && exitCode != STILL_ACTIVE;
-    const ULONGLONG start = started == 0 ? 0 : StartOf(process);
+    const ULONGLONG start = started == 0 ? 0 : ProcessStart(process);
     CloseHandle(process);
     const bool otherOwner = start != 0 && start != started;
     return ended || otherOwner ? ProcessLife::Gone : ProcessLife::Alive;

@@ -10,6 +10,9 @@ namespace dkpf {
 
 enum class ProcessLife { Alive, Gone };
 
+/* Start time of a process that may be asked, 100 ns units since 1601; 0: not known. */
+ULONGLONG ProcessStart(HANDLE process);
+
 /* Start time of the running process, 100 ns units; tells a process number from a later owner of the same number. */
 ULONGLONG OwnProcessStart();
 

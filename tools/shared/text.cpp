@@ -44,6 +44,19 @@ std::string SystemErrorText(DWORD error)
     return text.empty() ? fmt::format("error {}", error) : fmt::format("error {}, {}", error, Narrow(text));
 }
 
+int LocalUtcOffsetMinutes()
+{
+    TIME_ZONE_INFORMATION zone{};
+    switch (GetTimeZoneInformation(&zone)) {
+    case TIME_ZONE_ID_DAYLIGHT:
+        return -static_cast<int>(zone.Bias + zone.DaylightBias);
+    case TIME_ZONE_ID_STANDARD:
+        return -static_cast<int>(zone.Bias + zone.StandardBias);
+    default:
+        return -static_cast<int>(zone.Bias);
+    }
+}
+
 std::string UtcOffsetText(int minutes)
 {
     const int size = std::abs(minutes);

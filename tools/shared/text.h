@@ -22,6 +22,9 @@ std::string SystemErrorText(DWORD error);
 /* "2026-03-07T14:05:09.042+09:00" */
 std::string IsoTime(const SYSTEMTIME& local, int utcOffsetMinutes);
 
+/* Local time minus UTC, now. */
+int LocalUtcOffsetMinutes();
+
 /* "+09:00" */
 std::string UtcOffsetText(int minutes);
 

@@ -1,0 +1,743 @@
+/*
+ * One small function for each check, in groups:
+ *   Services         driver, feeder, agent, their order, the driver's device
+ *   Configuration    the file, and who would fail on it
+ *   Region           size, lock, sample, event entries
+ *   Readers          consumer rows, and the processes that hold the library
+ *   Registration     what the system knows of the provider
+ *   Installation     folders, space, versions
+ * The table at the end names them in the order in which they are printed.
+ */
+#include "doctor_checks.h"
+
+#include <fmt/format.h>
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "names.h"
+#include "registration.h"
+#include "status_troubles.h"
+#include "text.h"
+
+namespace dkpf {
+
+static constexpr char INSTALL[] = "dkpfctl install";
+
+static void Say(Findings* findings, const char* code, Level level, std::string text, std::string cure)
+{
+    findings->push_back({ "", code, level, std::move(text), std::move(cure) });
+}
+
+/* For a check whose subject is not there; the check that says so stands before it. */
+static void NotLookedAt(Findings* findings, const std::string& why)
+{
+    Say(findings, "not_looked_at", Level::Note, why, "");
+}
+
+/* What dkpfctl status calls wrong is wrong here in the same words. */
+static Findings Lift(const DoctorFacts& facts, void (*about)(const StatusFacts&, Troubles*))
+{
+    Troubles troubles;
+    about(facts.status, &troubles);
+    Findings findings;
+    for (const Trouble& trouble : troubles)
+        findings.push_back({ "", trouble.code, Level::Wrong, trouble.text, trouble.cure });
+    return findings;
+}
+
+static std::string ProcessName(const DoctorFacts& facts, DWORD pid)
+{
+    for (const ProcessFact& process : facts.processes) {
+        if (process.pid == pid)
+            return fmt::format("process {} ({})", pid, process.program);
+    }
+    return fmt::format("process {}", pid);
+}
+
+/* ---- Services ---- */
+
+static bool DriverRuns(const DoctorFacts& facts)
+{
+    const ServiceInfo& driver = facts.status.driver.info;
+    return driver.installed && driver.error == ERROR_SUCCESS && driver.state == SERVICE_RUNNING;
+}
+
+static Findings CheckDriver(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutDriver);
+}
+
+static Findings CheckFeeder(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutFeeder);
+}
+
+static Findings CheckServiceProcesses(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutServiceProcesses);
+}
+
+static Findings CheckAgent(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutAgent);
+}
+
+static Findings CheckDevice(const DoctorFacts& facts)
+{
+    Findings findings;
+    if (!DriverRuns(facts))
+        NotLookedAt(&findings, "the driver's device was not looked at: the driver does not run");
+    else if (facts.deviceError == ERROR_ACCESS_DENIED)
+        Say(&findings, "device_not_asked", Level::Note,
+            "the driver's device may not be opened by this account: " + SystemErrorText(facts.deviceError),
+            "run this as an administrator");
+    else if (facts.deviceError != ERROR_SUCCESS)
+        Say(&findings, "device_not_opened", Level::Wrong,
+            "the driver's device cannot be opened: " + SystemErrorText(facts.deviceError),
+            "net stop dkpfagent, net stop velcor, net start velcor, net start dkpfagent");
+    return findings;
+}
+
+/* A collect thread that finds no device ends for good, with an event and without a sample: the agent stays. */
+static Findings CheckServiceOrder(const DoctorFacts& facts)
+{
+    Findings           findings;
+    const StatusFacts& status = facts.status;
+    const EventEntry*  stopped = nullptr;
+    for (const EventEntry& entry : status.events.entries) {
+        if (entry.id == DKPF_EVENT_STOPPED)
+            stopped = &entry;
+    }
+    const bool noSample = status.region == RegionStatus::Copied && !status.view.hasSample;
+    if (stopped != nullptr && status.agentAlive && DriverRuns(facts) && noSample)
+        Say(&findings, "wrong_order", Level::Wrong,
+            fmt::format("the disk agent was started before the driver: it collects nothing since {}", stopped->time),
+            "net stop dkpfagent, net start dkpfagent; the order of starting is velcor, velcorfeed, dkpfagent");
+    return findings;
+}
+
+/* ---- Configuration ---- */
+
+static Findings CheckConfigurationFile(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutConfiguration);
+}
+
+static Findings CheckUnknownKeys(const DoctorFacts& facts)
+{
+    Findings findings;
+    for (const std::string& key : facts.status.file.unknown)
+        Say(&findings, "unknown_key", Level::Warning, "the configuration holds a key that nobody reads, " + key,
+            "correct its name or take it out, then dkpfctl config reload");
+    return findings;
+}
+
+static Findings CheckOldSettings(const DoctorFacts& facts)
+{
+    Findings findings;
+    if (!facts.status.file.accepted && facts.status.agentAlive)
+        Say(&findings, "readers_fail_on_file", Level::Wrong,
+            "the disk agent goes on with its old settings, but every program that starts to read fails on the file",
+            "correct the file; readers that failed may have to be started again");
+    return findings;
+}
+
+/* ---- Region ---- */
+
+static Findings CheckRegion(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutRegion);
+}
+
+static Findings CheckRegionSize(const DoctorFacts& facts)
+{
+    static constexpr ULONGLONG page = 4096;
+    static constexpr ULONGLONG expected = (DKPF_SHM_SIZE + page - 1) / page * page;
+    Findings                   findings;
+    if (facts.regionBytes != 0 && facts.regionBytes != expected)
+        Say(&findings, "region_size", Level::Wrong,
+            fmt::format("the shared region has {} bytes in whole pages, {} are expected: another version made it",
+                        facts.regionBytes, expected),
+            "stop the disk agent and every reader, dkpfctl install, net start dkpfagent");
+    return findings;
+}
+
+static Findings CheckLock(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutLock);
+}
+
+static Findings CheckSample(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutSamples);
+}
+
+static Findings CheckEvents(const DoctorFacts& facts)
+{
+    return Lift(facts, AboutEvents);
+}
+
+/* ---- Readers ---- */
+
+static Findings CheckFreeRows(const DoctorFacts& facts)
+{
+    static constexpr size_t rows = DKPF_PROC_MAX - 1;  // row 0 is the producer's
+    static constexpr size_t few = 4;
+    Findings                findings;
+    const auto&             consumers = facts.status.consumers;
+    if (facts.status.region != RegionStatus::Copied || rows - std::min(rows, consumers.size()) >= few)
+        return findings;
+    std::set<DWORD> owners;
+    for (const ConsumerFact& consumer : consumers)
+        owners.insert(consumer.pid);
+    std::string list;
+    for (DWORD owner : owners)
+        list += (list.empty() ? "" : ", ") + ProcessName(facts, owner);
+    static constexpr char cure[] = "end readers that nobody needs; rows of processes that are gone are freed by the "
+                                   "next reader that starts";
+    if (consumers.size() >= rows)
+        Say(&findings, "rows_full", Level::Wrong,
+            fmt::format("all {} consumer rows are taken, no further reader can attach: {}", rows, list), cure);
+    else
+        Say(&findings, "rows_scarce", Level::Warning,
+            fmt::format("only {} of {} consumer rows are free, taken by {}", rows - consumers.size(), rows, list),
+            cure);
+    return findings;
+}
+
+static Findings CheckDeadRows(const DoctorFacts& facts)
+{
+    Findings findings;
+    for (const ConsumerFact& consumer : facts.status.consumers) {
+        if (consumer.life == ProcessLife::Gone)
+            Say(&findings, "dead_row", Level::Note,
+                fmt::format("consumer row {} belongs to process {}, which is gone", consumer.row, consumer.pid),
+                "nothing: the next reader that starts frees it");
+    }
+    return findings;
+}
+
+static Findings CheckRepeatedRows(const DoctorFacts& facts)
+{
+    std::map<DWORD, std::vector<int>> rowsOf;
+    for (const ConsumerFact& consumer : facts.status.consumers)
+        rowsOf[consumer.pid].push_back(consumer.row);
+    Findings findings;
+    for (const auto& [pid, rows] : rowsOf) {
+        if (rows.size() < 2)
+            continue;
+        std::string list;
+        for (int row : rows)
+            list += (list.empty() ? "" : ", ") + std::to_string(row);
+        Say(&findings, "rows_repeated", Level::Warning,
+            fmt::format("{} has {} consumer rows ({}): each open that failed in it left one", ProcessName(facts, pid),
+                        rows.size(), list),
+            "end that program and start it again");
+    }
+    return findings;
+}
+
+/* A producer's start clears the table. Whoever was attached before writes no row, and its peaks stay 0. */
+static Findings CheckOldReaders(const DoctorFacts& facts)
+{
+    Findings           findings;
+    const StatusFacts& status = facts.status;
+    if (!status.agentAlive || status.region != RegionStatus::Copied)
+        return findings;
+    const AgentState& agent = status.agent.state;
+    for (const ProcessFact& process : facts.processes) {
+        const bool older = process.started != 0 && process.started < agent.processStarted;
+        const bool attached = std::any_of(status.consumers.begin(), status.consumers.end(),
+                                          [&](const ConsumerFact& consumer) { return consumer.pid == process.pid; });
+        if (process.pid != agent.pid && !process.libraries.empty() && older && !attached)
+            Say(&findings, "old_reader", Level::Warning,
+                fmt::format("{} reads since before the disk agent was started and has no row: its peaks are dead",
+                            ProcessName(facts, process.pid)),
+                "end that program and start it again");
+    }
+    return findings;
+}
+
+static Findings CheckOldLibraries(const DoctorFacts& facts)
+{
+    Findings findings;
+    for (const ProcessFact& process : facts.processes) {
+        for (const LoadedLibrary& library : process.libraries) {
+            if (!library.current)
+                Say(&findings, "old_library", Level::Warning,
+                    fmt::format("{} holds another library than the one installed here: {}",
+                                ProcessName(facts, process.pid), library.path),
+                    "end that program and start it again");
+        }
+    }
+    for (const AsideFact& aside : facts.aside) {
+        if (aside.held)
+            Say(&findings, "old_library_held", Level::Note,
+                aside.path + " was replaced, but a program that started before still holds it",
+                "nothing: the next dkpfctl install after that program's end deletes it");
+        else
+            Say(&findings, "old_library_left", Level::Note, aside.path + " was replaced and nobody holds it any more",
+                "del \"" + aside.path + "\"");
+    }
+    return findings;
+}
+
+static Findings Check32BitReaders(const DoctorFacts& facts)
+{
+    Findings findings;
+    for (const ProcessFact& process : facts.processes) {
+        if (process.is32Bit && process.readsPerformanceData)
+            Say(&findings, "reader_32bit", Level::Warning,
+                fmt::format("{} reads performance data as a 32-bit program: it cannot load the library and sees no "
+                            "object of ours",
+                            ProcessName(facts, process.pid)),
+                "use the 64-bit form of that program");
+    }
+    return findings;
+}
+
+static Findings CheckProcesses(const DoctorFacts& facts)
+{
+    Findings     findings;
+    const size_t refused = static_cast<size_t>(std::count_if(
+        facts.processes.begin(), facts.processes.end(), [](const ProcessFact& process) { return process.refused; }));
+    if (refused != 0)
+        Say(&findings, "processes_not_asked", Level::Note,
+            fmt::format("{} of {} processes may not be asked what they have loaded", refused, facts.processes.size()),
+            facts.administrator ? "" : "run this as an administrator");
+    return findings;
+}
+
+/* ---- Registration ---- */
+
+/* Says why nothing below the performance key can be looked at; false where it can. */
+static bool KeyIsClosed(const DoctorFacts& facts, Findings* findings)
+{
+    if (facts.registration.error == ERROR_SUCCESS)
+        return false;
+    NotLookedAt(findings, "not looked at: the provider's performance key cannot be read");
+    return true;
+}
+
+static Findings CheckLibraryValue(const DoctorFacts& facts)
+{
+    Findings                 findings;
+    const RegistrationFacts& registration = facts.registration;
+    const std::string        ours = facts.home + "\\bin\\" + Narrow(PRODUCT_DLL);
+    if (registration.error == ERROR_FILE_NOT_FOUND)
+        Say(&findings, "not_registered", Level::Wrong, "the provider is not registered: it has no performance key",
+            INSTALL);
+    else if (registration.error != ERROR_SUCCESS)
+        Say(&findings, "registration_not_asked", Level::Wrong,
+            "the provider's performance key cannot be read: " + SystemErrorText(registration.error),
+            "run this as an administrator");
+    else if (!registration.library)
+        Say(&findings, "library_value_missing", Level::Wrong, "the value Library of the provider is missing", INSTALL);
+    else if (registration.library->find_first_of("\\/") == std::string::npos)
+        Say(&findings, "library_no_full_path", Level::Wrong,
+            "the value Library is no full path, " + *registration.library +
+                ": services find it only after a restart of the machine, or find another",
+            INSTALL);
+    else if (registration.libraryError != ERROR_SUCCESS)
+        Say(&findings, "library_file_missing", Level::Wrong,
+            fmt::format("the registered library {} cannot be read: {}", *registration.library,
+                        SystemErrorText(registration.libraryError)),
+            INSTALL);
+    else if (!registration.libraryOurs)
+        Say(&findings, "library_elsewhere", Level::Wrong,
+            fmt::format("the registered library is {}, this installation's is {}", *registration.library, ours),
+            INSTALL);
+    return findings;
+}
+
+struct ExportName {
+    const wchar_t*             value;
+    const wchar_t*             name;
+    std::optional<std::string> RegistrationFacts::*registered;
+};
+
+static constexpr ExportName EXPORT_NAMES[] = { { VALUE_OPEN, EXPORT_OPEN, &RegistrationFacts::open },
+                                               { VALUE_COLLECT, EXPORT_COLLECT, &RegistrationFacts::collect },
+                                               { VALUE_CLOSE, EXPORT_CLOSE, &RegistrationFacts::close } };
+
+static Findings CheckExportNames(const DoctorFacts& facts)
+{
+    Findings findings;
+    if (KeyIsClosed(facts, &findings))
+        return findings;
+    for (const ExportName& one : EXPORT_NAMES) {
+        const auto&       registered = facts.registration.*one.registered;
+        const std::string name = Narrow(one.name);
+        if (!registered)
+            Say(&findings, "export_value_missing", Level::Wrong,
+                fmt::format("the value {} of the provider is missing", Narrow(one.value)), INSTALL);
+        else if (*registered != name)
+            Say(&findings, "export_value_wrong", Level::Wrong,
+                fmt::format("the value {} of the provider is {} and has to be {}", Narrow(one.value), *registered,
+                            name),
+                INSTALL);
+    }
+    return findings;
+}
+
+static Findings CheckExports(const DoctorFacts& facts)
+{
+    Findings                 findings;
+    const RegistrationFacts& registration = facts.registration;
+    if (!registration.library || registration.libraryError != ERROR_SUCCESS) {
+        NotLookedAt(&findings, "the library's exports were not looked at: there is no library that can be read");
+        return findings;
+    }
+    if (!registration.libraryReadable) {
+        Say(&findings, "library_damaged", Level::Wrong,
+            "the registered library is no whole 64-bit image: " + *registration.library, INSTALL);
+        return findings;
+    }
+    for (const ExportName& one : EXPORT_NAMES) {
+        const std::string name = Narrow(one.name);
+        if (std::find(registration.exports.begin(), registration.exports.end(), name) == registration.exports.end())
+            Say(&findings, "export_missing", Level::Wrong,
+                fmt::format("the registered library does not export {}", name), INSTALL);
+    }
+    return findings;
+}
+
+static constexpr DWORD TITLE_SPAN = 2 * (TITLE_NUM - 1);  // from the first title index to the last
+
+static Findings CheckIndexRange(const DoctorFacts& facts)
+{
+    Findings findings;
+    if (KeyIsClosed(facts, &findings))
+        return findings;
+    struct Range {
+        const char*                 first;
+        const char*                 last;
+        const std::optional<DWORD>& firstValue;
+        const std::optional<DWORD>& lastValue;
+    };
+    const RegistrationFacts& r = facts.registration;
+    for (const Range& range : { Range{ "First Counter", "Last Counter", r.firstCounter, r.lastCounter },
+                                Range{ "First Help", "Last Help", r.firstHelp, r.lastHelp } }) {
+        if (!range.firstValue || !range.lastValue)
+            Say(&findings, "index_missing", Level::Wrong,
+                fmt::format("the value {} of the provider is missing", range.firstValue ? range.last : range.first),
+                INSTALL);
+        else if (*range.lastValue - *range.firstValue != TITLE_SPAN)
+            Say(&findings, "index_range", Level::Wrong,
+                fmt::format("{} is {} and {} is {}: {} titles need a difference of {}", range.first, *range.firstValue,
+                            range.last, *range.lastValue, TITLE_NUM, TITLE_SPAN),
+                INSTALL);
+    }
+    return findings;
+}
+
+/* Whether a number stands in a list that blanks separate. */
+static bool ListHas(const std::string& list, DWORD number)
+{
+    return (" " + list + " ").find(" " + std::to_string(number) + " ") != std::string::npos;
+}
+
+static Findings CheckObjectList(const DoctorFacts& facts)
+{
+    Findings findings;
+    if (KeyIsClosed(facts, &findings))
+        return findings;
+    const RegistrationFacts& registration = facts.registration;
+    if (!registration.objectList)
+        Say(&findings, "object_list_missing", Level::Warning,
+            "the value Object List of the provider is missing: it is called for objects of others", INSTALL);
+    else if (registration.firstCounter && !ListHas(*registration.objectList, *registration.firstCounter))
+        Say(&findings, "object_list_wrong", Level::Wrong,
+            fmt::format("the value Object List is \"{}\" and lacks our object, {}: queries for it never reach us",
+                        *registration.objectList, *registration.firstCounter),
+            INSTALL);
+    return findings;
+}
+
+static Findings CheckNames(const DoctorFacts& facts)
+{
+    Findings         findings;
+    const NameFacts& names = facts.names;
+    const auto&      first = facts.registration.firstCounter;
+    const size_t     known = static_cast<size_t>(
+        std::count_if(names.system.begin(), names.system.end(), [](const std::string& name) { return !name.empty(); }));
+    if (!first) {
+        NotLookedAt(&findings, "the counter names were not looked at: there is no title index range");
+        return findings;
+    }
+    if (!names.tableRead || names.table.size() != TITLE_NUM) {
+        Say(&findings, "name_table_bad", known == TITLE_NUM ? Level::Warning : Level::Wrong,
+            fmt::format("the installed table {} has {} names, {} are expected", names.tablePath, names.table.size(),
+                        TITLE_NUM),
+            INSTALL);
+        return findings;
+    }
+    if (known == 0) {
+        const std::string text =
+            fmt::format("the system's table has no names from {} on: they come from {}", *first, names.tablePath);
+        if (facts.wine)
+            Say(&findings, "names", Level::Ok, text, "");
+        else
+            Say(&findings, "names_not_in_system", Level::Wrong, text, INSTALL);
+        return findings;
+    }
+    for (size_t i = 0; i < names.system.size(); i++) {
+        const std::string& name = names.system[i];
+        if (std::find(names.table.begin(), names.table.end(), name) == names.table.end())
+            Say(&findings, "names_differ", Level::Wrong,
+                fmt::format("the system's table calls title index {} \"{}\", which is no name of ours", *first + 2 * i,
+                            name),
+                INSTALL);
+    }
+    return findings;
+}
+
+static Findings CheckProvider(const DoctorFacts& facts)
+{
+    Findings    findings;
+    const auto& disabled = facts.registration.disabled;
+    if (KeyIsClosed(facts, &findings) || !disabled || *disabled == 0)
+        return findings;
+    std::string why;
+    Say(&findings, "provider_disabled", Level::Wrong,
+        fmt::format("the system has switched the provider off after an open that failed "
+                    "(Disable Performance Counters is {})",
+                    *disabled),
+        ProviderCanOpen(facts, &why) ? "dkpfctl doctor --fix"
+                                     : "mend what is wrong above (" + why + "), then dkpfctl doctor --fix");
+    return findings;
+}
+
+static Findings CheckDebugSwitch(const DoctorFacts& facts)
+{
+    static constexpr DWORD stops = 1 | 2 | 4;  // open, collect, close
+    Findings               findings;
+    const DebugFacts&      debug = facts.debug;
+    const std::string      key = "HKLM\\" + Narrow(DEBUG_KEY);
+    const std::string      remove = fmt::format("reg delete {} /v {} /f", key, Narrow(DEBUG_VALUE));
+    if (debug.keyError == ERROR_FILE_NOT_FOUND)
+        Say(&findings, "debug_key_missing", Level::Warning,
+            "the key of the debug switch is missing: each collect writes an error line", "reg add " + key + " /f");
+    else if (debug.keyError != ERROR_SUCCESS)
+        Say(&findings, "debug_key_not_asked", Level::Note,
+            "the key of the debug switch cannot be read: " + SystemErrorText(debug.keyError),
+            "run this as an administrator");
+    else if (debug.value && (*debug.value & stops) != 0)
+        Say(&findings, "debug_stops", Level::Wrong,
+            fmt::format("the debug switch is {}: programs that read performance data stop in a message box",
+                        *debug.value),
+            remove);
+    else if (debug.value)
+        Say(&findings, "debug_value_left", Level::Note,
+            fmt::format("the debug switch is {}: it stops nobody", *debug.value), remove);
+    return findings;
+}
+
+static Findings CheckEventSource(const DoctorFacts& facts)
+{
+    Findings                findings;
+    const EventSourceFacts& source = facts.eventSource;
+    if (source.keyError != ERROR_SUCCESS)
+        Say(&findings, "event_source_missing", Level::Warning,
+            "the event source tnwdiskperf is not registered: the event log shows its entries without their texts",
+            INSTALL);
+    else if (source.messageFiles.empty())
+        Say(&findings, "event_file_missing", Level::Warning, "the event source tnwdiskperf names no message file",
+            INSTALL);
+    for (const std::string& file : source.messageFilesMissing)
+        Say(&findings, "event_file_missing", Level::Warning,
+            "the message file of the event source is not there: " + file, INSTALL);
+    return findings;
+}
+
+/* ---- Installation ---- */
+
+static Findings CheckFolder(const DoctorFacts& facts, const FolderFact& folder, bool usersWrite)
+{
+    Findings findings;
+    if (folder.error == ERROR_SUCCESS)
+        return findings;
+    if (folder.error == ERROR_PATH_NOT_FOUND || folder.error == ERROR_FILE_NOT_FOUND)
+        Say(&findings, "folder_missing", Level::Wrong, "the folder is missing: " + folder.path,
+            "mkdir \"" + folder.path + "\", then " + INSTALL + " for its rights");
+    else if (folder.error == ERROR_ACCESS_DENIED && !usersWrite && !facts.administrator)
+        Say(&findings, "folder_not_tried", Level::Note, "only administrators may write to " + folder.path,
+            "run this as an administrator");
+    else
+        Say(&findings, "folder_not_writable", Level::Wrong,
+            fmt::format("no file can be made in {}: {}", folder.path, SystemErrorText(folder.error)),
+            folder.error == ERROR_DISK_FULL ? "free space on its volume" : INSTALL);
+    return findings;
+}
+
+/* Every account that reads performance data writes traces. */
+static Findings CheckLogFolder(const DoctorFacts& facts)
+{
+    return CheckFolder(facts, facts.log, true);
+}
+
+static Findings CheckPerfFolder(const DoctorFacts& facts)
+{
+    return CheckFolder(facts, facts.perf, false);
+}
+
+static Findings CheckSpace(const DoctorFacts& facts)
+{
+    static constexpr ULONGLONG mib = 1024 * 1024;
+    Findings                   findings;
+    const SettingValues*       settings = SettingsOnDisk(facts.status);
+    if (settings == nullptr) {
+        NotLookedAt(&findings, "the free space was not looked at: no settings are known");
+        return findings;
+    }
+    if (facts.spaceError != ERROR_SUCCESS) {
+        NotLookedAt(&findings, "the free space was not looked at: " + SystemErrorText(facts.spaceError));
+        return findings;
+    }
+    const ULONGLONG bound = SpaceBound(*settings);
+    if (bound > facts.usedBytes && bound - facts.usedBytes > facts.freeBytes)
+        Say(&findings, "space_short", Level::Warning,
+            fmt::format("CSV files and logs may grow to {} MiB and have {} MiB; the volume has {} MiB left",
+                        bound / mib, facts.usedBytes / mib, facts.freeBytes / mib),
+            "free space, or lower perflogsize or perflogrotation, then dkpfctl config reload");
+    return findings;
+}
+
+static bool IsOurs(const std::string& file)
+{
+    static constexpr const char* ours[] = { "tnwdiskperf.dll", "tnwlog.dll",    "tnwxml.dll",  "tnwdiskfltr.dll",
+                                            "tnwmsg.dll",      "dkpfagent.exe", "dkpfctl.exe", "velcorfeed.exe" };
+    return std::any_of(std::begin(ours), std::end(ours),
+                       [&](const char* name) { return _stricmp(name, file.c_str()) == 0; });
+}
+
+static Findings CheckVersions(const DoctorFacts& facts)
+{
+    Findings findings;
+    for (const BinaryFact& binary : facts.binaries) {
+        if (!binary.there)
+            Say(&findings, "binary_missing", Level::Wrong, "bin\\" + binary.file + " is missing", INSTALL);
+        else if (!IsOurs(binary.file))
+            Say(&findings, "foreign_binary", Level::Warning,
+                fmt::format("bin\\{} is no part of the product", binary.file),
+                fmt::format("del \"{}\\bin\\{}\"", facts.home, binary.file));
+        else if (binary.version != facts.version)
+            Say(&findings, "version_differs", Level::Wrong,
+                fmt::format("bin\\{} has {}, dkpfctl has {}", binary.file,
+                            binary.version.empty() ? "no version" : "version " + binary.version, facts.version),
+                INSTALL);
+    }
+    return findings;
+}
+
+/* ---- All of them ---- */
+
+struct Check {
+    const char* name;
+    const char* well;  // what is said where the check finds nothing
+    Findings (*look)(const DoctorFacts& facts);
+};
+
+static constexpr Check CHECKS[] = {
+    { "driver", "the driver velcor runs", CheckDriver },
+    { "device", "the driver's device can be opened", CheckDevice },
+    { "feeder", "the feeder runs, or is not needed", CheckFeeder },
+    { "service_processes", "services that run have their processes", CheckServiceProcesses },
+    { "configuration", "the configuration is accepted and in force", CheckConfigurationFile },
+    { "unknown_keys", "the configuration has no unknown keys", CheckUnknownKeys },
+    { "old_settings", "no reader fails on the configuration", CheckOldSettings },
+    { "agent", "the disk agent is alive", CheckAgent },
+    { "service_order", "the driver was there when the disk agent started", CheckServiceOrder },
+    { "region", "the shared region can be read and is undamaged", CheckRegion },
+    { "region_size", "the shared region has the right size", CheckRegionSize },
+    { "lock", "the region's lock was free within 2 s", CheckLock },
+    { "sample", "the last sample is not too old", CheckSample },
+    { "events", "no warning is open", CheckEvents },
+    { "free_rows", "there are free consumer rows", CheckFreeRows },
+    { "dead_rows", "no consumer row belongs to a process that is gone", CheckDeadRows },
+    { "repeated_rows", "no process has several consumer rows", CheckRepeatedRows },
+    { "old_readers", "no reader was orphaned by a start of the disk agent", CheckOldReaders },
+    { "old_libraries", "nobody holds an old library", CheckOldLibraries },
+    { "readers_32bit", "no 32-bit program reads performance data", Check32BitReaders },
+    { "processes", "all processes could be asked", CheckProcesses },
+    { "library", "the registered library is the one of this installation", CheckLibraryValue },
+    { "export_names", "open, collect and close are registered", CheckExportNames },
+    { "exports", "the registered library exports them", CheckExports },
+    { "index_range", "the title index range is whole", CheckIndexRange },
+    { "object_list", "the provider is called for its own object only", CheckObjectList },
+    { "names", "counter names come from the system's table", CheckNames },
+    { "provider", "the system has not switched the provider off", CheckProvider },
+    { "debug_switch", "no debug switch is set", CheckDebugSwitch },
+    { "event_source", "the event source is registered with its texts", CheckEventSource },
+    { "log_folder", "this account can write to the log folder", CheckLogFolder },
+    { "perf_folder", "this account can write to the folder of the CSV files", CheckPerfFolder },
+    { "space", "the volume has room for all that CSV files and logs may come to", CheckSpace },
+    { "versions", "all binaries are of one version", CheckVersions },
+};
+
+const char* LevelText(Level level)
+{
+    switch (level) {
+    case Level::Ok:
+        return "ok";
+    case Level::Note:
+        return "note";
+    case Level::Warning:
+        return "warning";
+    case Level::Wrong:
+        break;
+    }
+    return "wrong";
+}
+
+size_t CheckCount()
+{
+    return std::size(CHECKS);
+}
+
+Findings RunChecks(const DoctorFacts& facts)
+{
+    Findings all;
+    for (const Check& check : CHECKS) {
+        Findings findings = check.look(facts);
+        if (findings.empty())
+            Say(&findings, check.name, Level::Ok, check.well, "");
+        for (Finding& finding : findings) {
+            finding.check = check.name;
+            all.push_back(std::move(finding));
+        }
+    }
+    return all;
+}
+
+size_t CountOf(const Findings& findings, Level level)
+{
+    return static_cast<size_t>(std::count_if(findings.begin(), findings.end(),
+                                             [level](const Finding& finding) { return finding.level == level; }));
+}
+
+DoctorSummary Summarize(const Findings& findings)
+{
+    return { CheckCount(), CountOf(findings, Level::Warning) + CountOf(findings, Level::Wrong) };
+}
+
+bool ProviderCanOpen(const DoctorFacts& facts, std::string* why)
+{
+    const StatusFacts& status = facts.status;
+    if (status.region != RegionStatus::Copied)
+        *why = status.regionWords;
+    else if (!status.view.damage.empty())
+        *why = "the shared region is damaged";
+    else if (status.view.published[PERF_ENABLE] == 0)
+        *why = "collection is switched off";
+    else if (!status.view.hasSample)
+        *why = "there is no sample yet";
+    else if (!status.file.accepted)
+        *why = "the configuration file is refused";
+    else
+        return true;
+    return false;
+}
+
+}  // namespace dkpf

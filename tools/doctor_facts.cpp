@@ -1,0 +1,20 @@
+#include "doctor_facts.h"
+
+namespace dkpf {
+
+ULONGLONG SpaceBound(const SettingValues& settings)
+{
+    static constexpr ULONGLONG csvFiles = 130;         // 64 disks and the total, each with its raw file
+    static constexpr ULONGLONG traceLogs = 4;          // module, trace, configuration, events
+    static constexpr ULONGLONG traceGenerations = 16;  // the newest and 15 older
+    static constexpr ULONGLONG kib = 1024;
+    return csvFiles * settings[PERF_LOG_SIZE] * kib * (settings[PERF_LOG_ROTATION] + 1ull) +
+           traceLogs * traceGenerations * settings[LOG_SIZE] * kib;
+}
+
+const SettingValues* SettingsOnDisk(const StatusFacts& facts)
+{
+    return facts.file.accepted ? &facts.file.values : InForce(facts);
+}
+
+}  // namespace dkpf

@@ -1,0 +1,129 @@
+/*
+ * What dkpfctl doctor knows about the machine. Gathered once, then judged and printed without asking again.
+ */
+#ifndef DKPF_TOOLS_DOCTOR_FACTS_H
+#define DKPF_TOOLS_DOCTOR_FACTS_H
+
+#include <windows.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "status_facts.h"
+
+namespace dkpf {
+
+/* The provider's performance key. A value that is not there, or of another type, has none. */
+struct RegistrationFacts {
+    DWORD                      error = ERROR_SUCCESS;  // of opening the key
+    std::optional<std::string> library;                // as it stands
+    std::optional<std::string> open;
+    std::optional<std::string> collect;
+    std::optional<std::string> close;
+    std::optional<std::string> objectList;
+    std::optional<DWORD>       firstCounter;
+    std::optional<DWORD>       lastCounter;
+    std::optional<DWORD>       firstHelp;
+    std::optional<DWORD>       lastHelp;
+    std::optional<DWORD>       disabled;
+
+    DWORD                    libraryError = ERROR_SUCCESS;  // of reading the file
+    bool                     libraryOurs = false;           // it is the one of this installation
+    bool                     libraryReadable = false;       // its export table could be walked
+    std::vector<std::string> exports;
+};
+
+struct NameFacts {
+    std::vector<std::string> system;  // of each title index of ours, in order; empty where the system has none
+    bool                     tableRead = false;
+    std::vector<std::string> table;  // names of the installed table, in no order that counts
+    std::string              tablePath;
+};
+
+struct DebugFacts {
+    DWORD                keyError = ERROR_SUCCESS;
+    std::optional<DWORD> value;
+};
+
+struct EventSourceFacts {
+    DWORD                    keyError = ERROR_SUCCESS;
+    std::vector<std::string> messageFiles;         // whole paths, variables expanded
+    std::vector<std::string> messageFilesMissing;  // those that are not there
+};
+
+/* The library as one process holds it. */
+struct LoadedLibrary {
+    std::string path;
+    bool        current = false;  // the file that lies in this installation now
+};
+
+struct ProcessFact {
+    DWORD                      pid = 0;
+    std::string                program;          // file name
+    ULONGLONG                  started = 0;      // 100 ns units; 0: not known
+    bool                       refused = false;  // may not be asked: nothing below is known
+    bool                       is32Bit = false;
+    bool                       readsPerformanceData = false;  // has the system's reader of performance data loaded
+    std::vector<LoadedLibrary> libraries;
+};
+
+/* A library that was put aside for a new one. */
+struct AsideFact {
+    std::string path;
+    bool        held = false;
+};
+
+struct FolderFact {
+    std::string path;
+    DWORD       error = ERROR_SUCCESS;  // of making a file there
+};
+
+struct BinaryFact {
+    std::string file;  // name in bin
+    bool        there = true;
+    std::string version;  // "0.3.0.0"; empty: it has none
+};
+
+struct DoctorFacts {
+    std::string computer;
+    std::string time;  // local, with its UTC offset
+    int         utcOffsetMinutes = 0;
+    bool        administrator = false;
+    bool        wine = false;
+    std::string home;
+
+    StatusFacts status;
+
+    DWORD     deviceError = ERROR_SUCCESS;  // of opening the driver's control device
+    ULONGLONG regionBytes = 0;              // as the system maps it, whole pages; 0: not known
+
+    RegistrationFacts        registration;
+    NameFacts                names;
+    DebugFacts               debug;
+    EventSourceFacts         eventSource;
+    std::vector<ProcessFact> processes;
+    std::vector<AsideFact>   aside;
+    FolderFact               log;
+    FolderFact               perf;
+    DWORD                    spaceError = ERROR_SUCCESS;
+    ULONGLONG                freeBytes = 0;  // of the volume with the CSV files, for this account
+    ULONGLONG                usedBytes = 0;  // by the files that are in log and perf
+    std::vector<BinaryFact>  binaries;       // ours, and whatever else lies in bin
+    std::string              version;        // of this program, in the same form
+};
+
+/**
+ * Asks the machine. Opens the driver's device without sending anything, loads no library as code, and leaves behind
+ * nothing: the files that try the folders are deleted again. May block for 2 s on the region's mutex.
+ */
+DoctorFacts GatherDoctor();
+
+/* Bytes that CSV files and trace logs may come to with these settings. */
+ULONGLONG SpaceBound(const SettingValues& settings);
+
+/* The settings that count on disk: those of the file, or where it is refused those in force; nullptr: neither. */
+const SettingValues* SettingsOnDisk(const StatusFacts& facts);
+
+}  // namespace dkpf
+
+#endif

@@ -1,0 +1,508 @@
+/*
+ * Asking the machine, one routine for each part of the facts.
+ */
+#include "doctor_facts.h"
+
+#include <winver.h>
+#include <winsvc.h>
+#include <tlhelp32.h>
+#include <psapi.h>
+#include <fmt/format.h>
+#include <algorithm>
+#include <cstring>
+
+#include "diskperf.h"
+#include "file_io.h"
+#include "home.h"
+#include "names.h"
+#include "pe_exports.h"
+#include "registration.h"
+#include "text.h"
+#include "velcor.h"
+
+namespace dkpf {
+
+static std::wstring Leaf(const std::wstring& path)
+{
+    const size_t cut = path.find_last_of(L"\\/");
+    return cut == std::wstring::npos ? path : path.substr(cut + 1);
+}
+
+/* ---- Machine ---- */
+
+static std::string ComputerName()
+{
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
+    DWORD   size = MAX_COMPUTERNAME_LENGTH + 1;
+    return GetComputerNameW(name, &size) ? Narrow(name) : std::string();
+}
+
+static bool IsAdministrator()
+{
+    BYTE  sid[SECURITY_MAX_SID_SIZE];
+    DWORD size = sizeof(sid);
+    BOOL  member = FALSE;
+    return CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, sid, &size) &&
+           CheckTokenMembership(nullptr, sid, &member) && member;
+}
+
+/* There the system's loader of counter names is a stub. */
+static bool IsWine()
+{
+    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
+/* No request is sent: it would reset the peaks of the sample under way. */
+static DWORD TryDevice()
+{
+    const HANDLE device = CreateFileA(VELCOR_DEVICE_PATH, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (device == INVALID_HANDLE_VALUE)
+        return GetLastError();
+    CloseHandle(device);
+    return ERROR_SUCCESS;
+}
+
+static ULONGLONG MappedRegionBytes()
+{
+    ULONGLONG    bytes = 0;
+    const HANDLE mapping = OpenFileMappingA(FILE_MAP_READ, FALSE, DKPF_SHM_NAME);
+    if (mapping == nullptr)
+        return 0;
+    const void* view = MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0);
+    if (view != nullptr) {
+        MEMORY_BASIC_INFORMATION info{};
+        if (VirtualQuery(view, &info, sizeof(info)) != 0)
+            bytes = info.RegionSize;
+        UnmapViewOfFile(view);
+    }
+    CloseHandle(mapping);
+    return bytes;
+}
+
+/* ---- Registry ---- */
+
+namespace {
+
+class RegistryKey {
+public:
+    explicit RegistryKey(const wchar_t* path)
+    {
+        m_error = static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_QUERY_VALUE, &m_key));
+    }
+    ~RegistryKey()
+    {
+        if (m_error == ERROR_SUCCESS)
+            RegCloseKey(m_key);
+    }
+    RegistryKey(const RegistryKey&) = delete;
+    RegistryKey& operator=(const RegistryKey&) = delete;
+
+    DWORD Error() const
+    {
+        return m_error;
+    }
+
+    std::optional<DWORD> Number(const wchar_t* name) const
+    {
+        DWORD value = 0, size = sizeof(value), type = 0;
+        if (m_error != ERROR_SUCCESS ||
+            RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) != ERROR_SUCCESS ||
+            type != REG_DWORD || size != sizeof(value))
+            return std::nullopt;
+        return value;
+    }
+
+    /* All characters of the value, with the NULs in it and without those at its end; variables are left as they stand.
+     */
+    std::optional<std::wstring> Text(const wchar_t* name) const
+    {
+        std::wstring text(1024, L'\0');
+        for (int tries = 0; m_error == ERROR_SUCCESS && tries < 8; tries++) {
+            DWORD      size = static_cast<DWORD>(text.size() * sizeof(wchar_t)), type = 0;
+            const LONG error =
+                RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size);
+            if (error == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ)) {
+                text.resize(std::min<size_t>(text.size(), size / sizeof(wchar_t)));
+                text.erase(text.find_last_not_of(L'\0') + 1);
+                return text;
+            }
+            if (error != ERROR_MORE_DATA)
+                break;
+            text.assign(std::max<size_t>(text.size() * 4, size / sizeof(wchar_t) + 1), L'\0');
+        }
+        return std::nullopt;
+    }
+
+    std::optional<std::string> Utf8(const wchar_t* name) const
+    {
+        const auto text = Text(name);
+        return text ? std::optional<std::string>(Narrow(*text)) : std::nullopt;
+    }
+
+private:
+    HKEY  m_key = nullptr;
+    DWORD m_error = ERROR_SUCCESS;
+};
+
+}  // namespace
+
+static std::wstring Expanded(const std::wstring& text)
+{
+    std::wstring whole(32768, L'\0');
+    const DWORD  length = ExpandEnvironmentStringsW(text.c_str(), whole.data(), static_cast<DWORD>(whole.size()));
+    if (length == 0 || length > whole.size())
+        return text;
+    whole.resize(length - 1);
+    return whole;
+}
+
+/* Whether two paths lead to one file, whatever drives, short names and links they go through. */
+static bool SameFile(const std::wstring& one, const std::wstring& other)
+{
+    BY_HANDLE_FILE_INFORMATION info[2] = {};
+    const std::wstring*        paths[2] = { &one, &other };
+    for (int i = 0; i < 2; i++) {
+        const HANDLE file = CreateFileW(paths[i]->c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file == INVALID_HANDLE_VALUE)
+            return false;
+        const BOOL known = GetFileInformationByHandle(file, &info[i]);
+        CloseHandle(file);
+        if (!known)
+            return false;
+    }
+    return info[0].dwVolumeSerialNumber == info[1].dwVolumeSerialNumber &&
+           info[0].nFileIndexHigh == info[1].nFileIndexHigh && info[0].nFileIndexLow == info[1].nFileIndexLow;
+}
+
+static std::wstring ProductDll(const Home& home)
+{
+    return home.Bin() + L"\\" + PRODUCT_DLL;
+}
+
+static RegistrationFacts LookAtRegistration(const Home& home)
+{
+    static constexpr size_t bound = 64 * 1024 * 1024;
+    const RegistryKey       key(PERFORMANCE_KEY);
+    RegistrationFacts       facts;
+    facts.error = key.Error();
+    facts.library = key.Utf8(VALUE_LIBRARY);
+    facts.open = key.Utf8(VALUE_OPEN);
+    facts.collect = key.Utf8(VALUE_COLLECT);
+    facts.close = key.Utf8(VALUE_CLOSE);
+    facts.objectList = key.Utf8(VALUE_OBJECT_LIST);
+    facts.firstCounter = key.Number(VALUE_FIRST_COUNTER);
+    facts.lastCounter = key.Number(VALUE_LAST_COUNTER);
+    facts.firstHelp = key.Number(VALUE_FIRST_HELP);
+    facts.lastHelp = key.Number(VALUE_LAST_HELP);
+    facts.disabled = key.Number(VALUE_DISABLED);
+    if (facts.library) {
+        const std::wstring path = Expanded(Wide(*facts.library));
+        std::string        file;
+        facts.libraryError = ReadWholeFile(path, bound, &file);
+        facts.libraryReadable = facts.libraryError == ERROR_SUCCESS && ReadExports(file, &facts.exports);
+        facts.libraryOurs = SameFile(path, ProductDll(home));
+    }
+    return facts;
+}
+
+/* "name" and "title" by turns, each closed by a NUL. */
+static std::vector<std::string> TitlesOf(const std::wstring& table, DWORD firstCounter)
+{
+    std::vector<std::string> titles(TITLE_NUM);
+    for (size_t at = 0; at < table.size();) {
+        const size_t endOfNumber = table.find(L'\0', at);
+        if (endOfNumber == std::wstring::npos)
+            break;
+        const size_t        endOfTitle = std::min(table.find(L'\0', endOfNumber + 1), table.size());
+        const unsigned long index = std::wcstoul(table.c_str() + at, nullptr, 10);
+        if (index >= firstCounter && (index - firstCounter) % 2 == 0 && (index - firstCounter) / 2 < TITLE_NUM)
+            titles[(index - firstCounter) / 2] = Narrow(table.substr(endOfNumber + 1, endOfTitle - endOfNumber - 1));
+        at = endOfTitle + 1;
+    }
+    return titles;
+}
+
+/* Every line NAME_009_NAME=title. */
+static std::vector<std::string> NamesInTable(std::string content)
+{
+    static constexpr std::string_view utf16Mark("\xff\xfe", 2);
+    static constexpr char             ending[] = "_009_NAME=";
+    if (content.compare(0, utf16Mark.size(), utf16Mark) == 0) {
+        std::wstring wide((content.size() - utf16Mark.size()) / sizeof(wchar_t), L'\0');
+        std::memcpy(wide.data(), content.data() + utf16Mark.size(), wide.size() * sizeof(wchar_t));
+        content = Narrow(wide);
+    }
+    std::vector<std::string> names;
+    for (size_t at = 0; at < content.size();) {
+        const size_t      end = std::min(content.find('\n', at), content.size());
+        std::string       line = content.substr(at, end - at);
+        const size_t      found = line.find(ending);
+        const std::string name = found == std::string::npos ? "" : line.substr(found + sizeof(ending) - 1);
+        if (!name.empty())
+            names.push_back(name.substr(0, name.find_last_not_of(" \r") + 1));
+        at = end + 1;
+    }
+    return names;
+}
+
+/* The system's names are read below Perflib: a query of the performance data would call every provider. */
+static NameFacts LookAtNames(const Home& home, const std::optional<DWORD>& firstCounter)
+{
+    static constexpr wchar_t systemTable[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Perflib\\009";
+    static constexpr size_t  bound = 1024 * 1024;
+    const std::wstring       path = home.Etc() + L"\\" + NAME_TABLE;
+    NameFacts                facts;
+    facts.tablePath = Narrow(path);
+    std::string content;
+    facts.tableRead = ReadWholeFile(path, bound, &content) == ERROR_SUCCESS;
+    facts.table = NamesInTable(std::move(content));
+    const auto table = RegistryKey(systemTable).Text(L"Counter");
+    if (table && firstCounter)
+        facts.system = TitlesOf(*table, *firstCounter);
+    return facts;
+}
+
+static DebugFacts LookAtDebugSwitch()
+{
+    const RegistryKey key(DEBUG_KEY);
+    return { key.Error(), key.Number(DEBUG_VALUE) };
+}
+
+static EventSourceFacts LookAtEventSource()
+{
+    const RegistryKey key(EVENT_SOURCE_KEY);
+    EventSourceFacts  facts;
+    facts.keyError = key.Error();
+    const std::wstring files = Expanded(key.Text(L"EventMessageFile").value_or(L""));
+    for (size_t at = 0; at < files.size();) {
+        const size_t       end = std::min(files.find(L';', at), files.size());
+        const std::wstring file = files.substr(at, end - at);
+        if (!file.empty()) {
+            facts.messageFiles.push_back(Narrow(file));
+            if (GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES)
+                facts.messageFilesMissing.push_back(Narrow(file));
+        }
+        at = end + 1;
+    }
+    return facts;
+}
+
+/* ---- Processes ---- */
+
+static bool IsLibraryName(const std::wstring& leaf)
+{
+    const size_t length = std::size(PRODUCT_DLL) - 1;
+    return _wcsnicmp(leaf.c_str(), PRODUCT_DLL, length) == 0 &&
+           (leaf.size() == length || leaf.compare(length, std::size(HELD_SUFFIX) - 1, HELD_SUFFIX) == 0);
+}
+
+/* The file's name as it is now: the module list has the one under which it was loaded. Empty where it is not known. */
+static std::wstring MappedLeaf(DWORD pid, void* base)
+{
+    const HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, pid);
+    if (process == nullptr)
+        return std::wstring();
+    std::wstring path(1024, L'\0');
+    path.resize(K32GetMappedFileNameW(process, base, path.data(), static_cast<DWORD>(path.size())));
+    CloseHandle(process);
+    return Leaf(path);
+}
+
+static LoadedLibrary LookAtLibrary(const Home& home, DWORD pid, const MODULEENTRY32W& module)
+{
+    std::wstring       path = module.szExePath;
+    const std::wstring leaf = MappedLeaf(pid, module.modBaseAddr);
+    if (IsLibraryName(leaf))
+        path = path.substr(0, path.size() - Leaf(path).size()) + leaf;
+    return { Narrow(path), SameFile(path, ProductDll(home)) };
+}
+
+static void LookAtModules(const Home& home, ProcessFact* fact)
+{
+    static constexpr int tries = 5;  // the list changes while it is read
+    HANDLE               modules = INVALID_HANDLE_VALUE;
+    for (int i = 0; i < tries && modules == INVALID_HANDLE_VALUE; i++) {
+        modules = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE | TH32CS_SNAPMODULE32, fact->pid);
+        if (modules == INVALID_HANDLE_VALUE && GetLastError() != ERROR_BAD_LENGTH)
+            break;
+    }
+    if (modules == INVALID_HANDLE_VALUE) {
+        fact->refused = GetLastError() == ERROR_ACCESS_DENIED;  // any other: it has just ended
+        return;
+    }
+    MODULEENTRY32W module{};
+    module.dwSize = sizeof(module);
+    for (BOOL more = Module32FirstW(modules, &module); more; more = Module32NextW(modules, &module)) {
+        if (_wcsicmp(module.szModule, L"pdh.dll") == 0)
+            fact->readsPerformanceData = true;
+        if (IsLibraryName(module.szModule))
+            fact->libraries.push_back(LookAtLibrary(home, fact->pid, module));
+    }
+    CloseHandle(modules);
+}
+
+static std::vector<ProcessFact> LookAtProcesses(const Home& home)
+{
+    std::vector<ProcessFact> facts;
+    const HANDLE             processes = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (processes == INVALID_HANDLE_VALUE)
+        return facts;
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof(entry);
+    for (BOOL more = Process32FirstW(processes, &entry); more; more = Process32NextW(processes, &entry)) {
+        static constexpr DWORD systemProcess = 4;  // it and the idle process, 0, load nothing
+        if (entry.th32ProcessID == 0 || entry.th32ProcessID == systemProcess)
+            continue;
+        ProcessFact fact;
+        fact.pid = entry.th32ProcessID;
+        fact.program = Narrow(entry.szExeFile);
+        const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, fact.pid);
+        if (process != nullptr) {
+            BOOL wow64 = FALSE;
+            fact.is32Bit = IsWow64Process(process, &wow64) && wow64;
+            fact.started = ProcessStart(process);
+            CloseHandle(process);
+        }
+        LookAtModules(home, &fact);
+        facts.push_back(std::move(fact));
+    }
+    CloseHandle(processes);
+    return facts;
+}
+
+/* ---- Files ---- */
+
+struct FileEntry {
+    std::wstring name;
+    ULONGLONG    bytes;
+};
+
+static std::vector<FileEntry> FilesIn(const std::wstring& folder, const wchar_t* pattern)
+{
+    std::vector<FileEntry> files;
+    WIN32_FIND_DATAW       found{};
+    const HANDLE           search = FindFirstFileW((folder + L"\\" + pattern).c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE)
+        return files;
+    do {
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+            files.push_back(
+                { found.cFileName, (static_cast<ULONGLONG>(found.nFileSizeHigh) << 32) | found.nFileSizeLow });
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+    return files;
+}
+
+/* A loaded image cannot be opened for writing. */
+static bool IsHeld(const std::wstring& path)
+{
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return GetLastError() == ERROR_SHARING_VIOLATION;
+    CloseHandle(file);
+    return false;
+}
+
+static std::vector<AsideFact> LookAtAside(const Home& home)
+{
+    std::vector<AsideFact> facts;
+    for (const FileEntry& file : FilesIn(home.Bin(), (L"*" + std::wstring(HELD_SUFFIX) + L"*").c_str())) {
+        const std::wstring path = home.Bin() + L"\\" + file.name;
+        facts.push_back({ Narrow(path), IsHeld(path) });
+    }
+    return facts;
+}
+
+static FolderFact TryFolder(const std::wstring& folder)
+{
+    FolderFact         fact{ Narrow(folder), ERROR_SUCCESS };
+    const std::wstring name = folder + L"\\dkpfctl_" + std::to_wstring(GetCurrentProcessId()) + L".tmp";
+    const HANDLE       file = CreateFileW(name.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_DELETE, nullptr, CREATE_NEW,
+                                          FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        fact.error = GetLastError();
+    else
+        CloseHandle(file);
+    return fact;
+}
+
+static void LookAtSpace(const Home& home, DoctorFacts* facts)
+{
+    ULARGE_INTEGER available{};
+    if (GetDiskFreeSpaceExW(home.Perf().c_str(), &available, nullptr, nullptr))
+        facts->freeBytes = available.QuadPart;
+    else
+        facts->spaceError = GetLastError();
+    for (const std::wstring& folder : { home.Perf(), home.Log() }) {
+        for (const FileEntry& file : FilesIn(folder, L"*"))
+            facts->usedBytes += file.bytes;
+    }
+}
+
+static std::string VersionOf(const std::wstring& path)
+{
+    const DWORD       size = GetFileVersionInfoSizeW(path.c_str(), nullptr);
+    std::vector<BYTE> data(size);
+    VS_FIXEDFILEINFO* info = nullptr;
+    UINT              length = 0;
+    if (size == 0 || !GetFileVersionInfoW(path.c_str(), 0, size, data.data()) ||
+        !VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&info), &length) || length < sizeof(*info))
+        return std::string();
+    return fmt::format("{}.{}.{}.{}", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
+                       HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
+}
+
+static std::vector<BinaryFact> LookAtBinaries(const Home& home)
+{
+    static constexpr const char* needed[] = { "dkpfagent.exe", "dkpfctl.exe", "tnwdiskfltr.dll", "tnwdiskperf.dll",
+                                              "tnwlog.dll",    "tnwmsg.dll",  "tnwxml.dll" };
+    std::vector<BinaryFact>      facts;
+    for (const wchar_t* pattern : { L"*.dll", L"*.exe" }) {
+        for (const FileEntry& file : FilesIn(home.Bin(), pattern))
+            facts.push_back({ Narrow(file.name), true, VersionOf(home.Bin() + L"\\" + file.name) });
+    }
+    for (const char* name : needed) {
+        if (std::none_of(facts.begin(), facts.end(),
+                         [&](const BinaryFact& fact) { return _stricmp(fact.file.c_str(), name) == 0; }))
+            facts.push_back({ name, false, "" });
+    }
+    std::sort(facts.begin(), facts.end(), [](const BinaryFact& a, const BinaryFact& b) { return a.file < b.file; });
+    return facts;
+}
+
+/* ---- All of it ---- */
+
+DoctorFacts GatherDoctor()
+{
+    const Home  home = HomeOfThisProgram();
+    SYSTEMTIME  now{};
+    DoctorFacts facts;
+    GetLocalTime(&now);
+    facts.computer = ComputerName();
+    facts.utcOffsetMinutes = LocalUtcOffsetMinutes();
+    facts.time = IsoTime(now, facts.utcOffsetMinutes);
+    facts.administrator = IsAdministrator();
+    facts.wine = IsWine();
+    facts.home = Narrow(home.root);
+    facts.status = GatherStatus();
+    facts.deviceError = TryDevice();
+    facts.regionBytes = MappedRegionBytes();
+    facts.registration = LookAtRegistration(home);
+    facts.names = LookAtNames(home, facts.registration.firstCounter);
+    facts.debug = LookAtDebugSwitch();
+    facts.eventSource = LookAtEventSource();
+    facts.processes = LookAtProcesses(home);
+    facts.aside = LookAtAside(home);
+    facts.log = TryFolder(home.Log());
+    facts.perf = TryFolder(home.Perf());
+    LookAtSpace(home, &facts);
+    facts.binaries = LookAtBinaries(home);
+    facts.version = VersionOf(home.Bin() + L"\\dkpfctl.exe");
+    return facts;
+}
+
+}  // namespace dkpf
