@@ -23,6 +23,7 @@
 namespace dkpf {
 
 static constexpr char INSTALL[] = "dkpfctl install";
+static constexpr char INSTALL_BINARIES[] = "dkpfctl install, out of the package of the version that is wanted";
 
 static void Say(Findings* findings, const char* code, Level level, std::string text, std::string cure)
 {
@@ -311,12 +312,12 @@ static Findings CheckProcesses(const DoctorFacts& facts)
 
 /* ---- Registration ---- */
 
-/* Says why nothing below the performance key can be looked at; false where it can. */
-static bool KeyIsClosed(const DoctorFacts& facts, Findings* findings)
+/* Says that nothing below the performance key can be looked at; false where it can. */
+static bool KeyIsClosed(const DoctorFacts& facts, const char* subject, Findings* findings)
 {
     if (facts.registration.error == ERROR_SUCCESS)
         return false;
-    NotLookedAt(findings, "not looked at: the provider's performance key cannot be read");
+    NotLookedAt(findings, fmt::format("the {} cannot be looked at: there is no performance key to read", subject));
     return true;
 }
 
@@ -364,7 +365,7 @@ static constexpr ExportName EXPORT_NAMES[] = { { VALUE_OPEN, EXPORT_OPEN, &Regis
 static Findings CheckExportNames(const DoctorFacts& facts)
 {
     Findings findings;
-    if (KeyIsClosed(facts, &findings))
+    if (KeyIsClosed(facts, "export names", &findings))
         return findings;
     for (const ExportName& one : EXPORT_NAMES) {
         const auto&       registered = facts.registration.*one.registered;
@@ -408,7 +409,7 @@ static constexpr DWORD TITLE_SPAN = 2 * (TITLE_NUM - 1);  // from the first titl
 static Findings CheckIndexRange(const DoctorFacts& facts)
 {
     Findings findings;
-    if (KeyIsClosed(facts, &findings))
+    if (KeyIsClosed(facts, "title index range", &findings))
         return findings;
     struct Range {
         const char*                 first;
@@ -441,7 +442,7 @@ static bool ListHas(const std::string& list, DWORD number)
 static Findings CheckObjectList(const DoctorFacts& facts)
 {
     Findings findings;
-    if (KeyIsClosed(facts, &findings))
+    if (KeyIsClosed(facts, "object list", &findings))
         return findings;
     const RegistrationFacts& registration = facts.registration;
     if (!registration.objectList)
@@ -497,7 +498,7 @@ static Findings CheckProvider(const DoctorFacts& facts)
 {
     Findings    findings;
     const auto& disabled = facts.registration.disabled;
-    if (KeyIsClosed(facts, &findings) || !disabled || *disabled == 0)
+    if (KeyIsClosed(facts, "switch of the provider", &findings) || !disabled || *disabled == 0)
         return findings;
     std::string why;
     Say(&findings, "provider_disabled", Level::Wrong,
@@ -617,7 +618,7 @@ static Findings CheckVersions(const DoctorFacts& facts)
     Findings findings;
     for (const BinaryFact& binary : facts.binaries) {
         if (!binary.there)
-            Say(&findings, "binary_missing", Level::Wrong, "bin\\" + binary.file + " is missing", INSTALL);
+            Say(&findings, "binary_missing", Level::Wrong, "bin\\" + binary.file + " is missing", INSTALL_BINARIES);
         else if (!IsOurs(binary.file))
             Say(&findings, "foreign_binary", Level::Warning,
                 fmt::format("bin\\{} is no part of the product", binary.file),
@@ -626,7 +627,7 @@ static Findings CheckVersions(const DoctorFacts& facts)
             Say(&findings, "version_differs", Level::Wrong,
                 fmt::format("bin\\{} has {}, dkpfctl has {}", binary.file,
                             binary.version.empty() ? "no version" : "version " + binary.version, facts.version),
-                INSTALL);
+                INSTALL_BINARIES);
     }
     return findings;
 }

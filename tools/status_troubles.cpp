@@ -109,7 +109,9 @@ void AboutLock(const StatusFacts& facts, Troubles* troubles)
 
 void AboutSamples(const StatusFacts& facts, Troubles* troubles)
 {
-    static constexpr char look[] = "see the driver's service and the errors in the module log";
+    // Several reloads within one interval may leave the collect thread in a wait that only the next one ends.
+    static constexpr char look[] = "dkpfctl config reload; if that does not help, see the driver's service and the "
+                                   "errors in the module log";
     if (facts.region != RegionStatus::Copied || !facts.agentAlive || !Collecting(facts))
         return;
     const ULONGLONG limit = SampleAgeLimitMs(facts);

@@ -1,6 +1,6 @@
 /*
- * Role program: one process that loads the tnwdiskperf.dll beside it and does what standard input says, a command a
- * line. Each command is answered by one line; the first line is READY.
+ * Role program: one process that loads the tnwdiskperf.dll beside it, or the one whose path is given, and does what
+ * standard input says, a command a line. Each command is answered by one line; the first line is READY.
  *
  *   init 0|1          DkpfInitialize as reader or producer      answer "<BOOL> <code>"
  *   reinit, term      DkpfReinitialize, DkpfTerminate           likewise
@@ -38,11 +38,15 @@ template <class Routine> static bool Bind(HMODULE library, const char* name, Rou
     return address != nullptr;
 }
 
-static bool Load()
+static bool Load(const char* given)
 {
     wchar_t path[1024] = {};
-    GetModuleFileNameW(NULL, path, 1023);
-    wcscpy(wcsrchr(path, L'\\') + 1, L"tnwdiskperf.dll");
+    if (given != nullptr) {
+        MultiByteToWideChar(CP_ACP, 0, given, -1, path, 1023);
+    } else {
+        GetModuleFileNameW(NULL, path, 1023);
+        wcscpy(wcsrchr(path, L'\\') + 1, L"tnwdiskperf.dll");
+    }
     HMODULE library = LoadLibraryExW(path, NULL, LOAD_WITH_ALTERED_SEARCH_PATH);
     return library != NULL && Bind(library, "DkpfInitialize", g_library.initialize) &&
            Bind(library, "DkpfReinitialize", g_library.reinitialize) &&
@@ -87,11 +91,11 @@ static void Answer(BOOL result, DWORD code)
     printf("%d %08lx\n", result, code);
 }
 
-int main()
+int main(int argc, char** argv)
 {
     char   line[1200];
     HANDLE locked = INVALID_HANDLE_VALUE;
-    if (!Load()) {
+    if (!Load(argc > 1 ? argv[1] : nullptr)) {
         printf("NOT LOADED %lu\n", GetLastError());
         return 1;
     }
