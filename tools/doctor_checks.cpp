@@ -561,7 +561,7 @@ static Findings CheckFolder(const DoctorFacts& facts, const FolderFact& folder, 
         return findings;
     if (folder.error == ERROR_PATH_NOT_FOUND || folder.error == ERROR_FILE_NOT_FOUND)
         Say(&findings, "folder_missing", Level::Wrong, "the folder is missing: " + folder.path,
-            "mkdir \"" + folder.path + "\", then " + INSTALL + " for its rights");
+            "mkdir \"" + folder.path + "\", then " + INSTALL);
     else if (folder.error == ERROR_ACCESS_DENIED && !usersWrite && !facts.administrator)
         Say(&findings, "folder_not_tried", Level::Note, "only administrators may write to " + folder.path,
             "run this as an administrator");

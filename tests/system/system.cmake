@@ -3,6 +3,9 @@
 add_executable(hold_file system/hold_file.cpp)
 target_link_libraries(hold_file PRIVATE dkpf_warnings)
 set_target_properties(hold_file PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/bin)
+add_executable(perf_queries system/perf_queries.cpp)
+target_link_libraries(perf_queries PRIVATE dkpf_warnings)
+set_target_properties(perf_queries PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/bin)
 
 # dkpf_system_test(NAME): system/NAME.py; exit code 0 passes.
 function(dkpf_system_test name)
@@ -20,3 +23,4 @@ dkpf_system_test(sixty_four_disks)
 dkpf_system_test(rotation)
 dkpf_system_test(killed_agent)
 dkpf_system_test(disk_full)
+dkpf_system_test(doctor)
