@@ -7,6 +7,7 @@
 
 #include "admin_only.h"
 #include "agent_life.h"
+#include "driver_device.h"
 #include "home.h"
 #include "journal_log.h"
 #include "names.h"
@@ -20,7 +21,7 @@ namespace dkpf {
 namespace {
 
 class LinkedProduct : public Product {
-  public:
+public:
     bool Initialize(DWORD* code) override
     {
         return DkpfInitialize(TRUE, code) != FALSE;
@@ -36,7 +37,7 @@ class LinkedProduct : public Product {
 };
 
 class InstalledConfiguration : public Configuration {
-  public:
+public:
     ConfigVerdict Check() override
     {
         return CheckConfiguration(nullptr);
@@ -46,7 +47,7 @@ class InstalledConfiguration : public Configuration {
 /* The service manager may keep a start call for as long as it likes: a thread of its own makes it, and is left alone
  * when the time is over. */
 class Win32DriverService : public DriverService {
-  public:
+public:
     ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) override
     {
         struct Attempt {
@@ -73,12 +74,12 @@ class Win32DriverService : public DriverService {
                                     : fmt::format("did not come up within {} s", limitMs / 1000) };
     }
 
-  private:
+private:
     static constexpr DWORD POLL_MS = 20;
 };
 
 class StateFileStore : public StateStore {
-  public:
+public:
     explicit StateFileStore(const Home& home) : m_path(home.StateFile())
     {
     }
@@ -87,12 +88,12 @@ class StateFileStore : public StateStore {
         return SaveAgentState(m_path, state, Sleep);
     }
 
-  private:
+private:
     std::wstring m_path;
 };
 
 class SystemClock : public Clock {
-  public:
+public:
     SYSTEMTIME LocalTime() override
     {
         SYSTEMTIME now{};
@@ -114,7 +115,7 @@ class SystemClock : public Clock {
 };
 
 class EventSupervisor : public Supervisor {
-  public:
+public:
     EventSupervisor(Front& front, HANDLE stop, HANDLE reload) : m_front(front), m_stop(stop), m_reload(reload)
     {
     }
@@ -139,14 +140,14 @@ class EventSupervisor : public Supervisor {
         }
     }
 
-  private:
+private:
     Front& m_front;
     HANDLE m_stop;
     HANDLE m_reload;
 };
 
 class ProcessStopWatch : public StopWatchPorts {
-  public:
+public:
     ProcessStopWatch(Front& front, Journal& journal, HANDLE ended) : m_front(front), m_journal(journal), m_ended(ended)
     {
     }
@@ -170,7 +171,7 @@ class ProcessStopWatch : public StopWatchPorts {
         TerminateProcess(GetCurrentProcess(), AGENT_STOP_OVERDUE);
     }
 
-  private:
+private:
     Front&   m_front;
     Journal& m_journal;
     HANDLE   m_ended;
@@ -229,11 +230,12 @@ AgentExit AgentProcess::LiveAlone()
     LinkedProduct          product;
     InstalledConfiguration configuration;
     Win32DriverService     driver;
+    ControlDevice          device;
     StateFileStore         store(home);
     SystemClock            clock;
     EventSupervisor        supervisor(m_front, m_stop, m_reload);
     const AgentIdentity    identity{ m_front.IsConsole(), GetCurrentProcessId(), OwnProcessStart(), DKPF_VERSION };
-    AgentLife              life({ guard, product, configuration, driver, journal, store, clock, supervisor }, identity);
+    AgentLife life({ guard, product, configuration, driver, device, journal, store, clock, supervisor }, identity);
 
     const AgentExit code = life.Run();
     SetEvent(m_ended);
