@@ -1,0 +1,2 @@
+# Readers of the performance object.
+dkpf_test(perf_test unit SOURCES unit/perf_block_test.cpp unit/perf_names_test.cpp LIBS ctl_perf)
