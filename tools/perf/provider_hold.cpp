@@ -10,6 +10,8 @@ namespace dkpf {
 
 namespace {
 
+constexpr size_t TEXT_BOUND = 32 * 1024;  // longest path, letters
+
 using OpenFn = DWORD(APIENTRY*)(LPWSTR);
 using CloseFn = DWORD(APIENTRY*)();
 using TerminateFn = BOOL (*)(DWORD*);
@@ -20,18 +22,13 @@ template <class Function> Function As(FARPROC address)
     return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
 }
 
+/* A REG_SZ, or a REG_EXPAND_SZ with its environment strings expanded. */
 DWORD ReadText(HKEY key, const wchar_t* name, std::wstring* text)
 {
-    DWORD bytes = 0;
-    DWORD error = static_cast<DWORD>(
-        RegGetValueW(key, nullptr, name, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ, nullptr, nullptr, &bytes));
-    if (error != ERROR_SUCCESS)
-        return error;
-    // The system's size does not count on what expanding adds, and another process may change the value meanwhile.
-    std::vector<wchar_t> buffer(bytes / sizeof(wchar_t) + 32 * 1024);
-    bytes = static_cast<DWORD>(buffer.size() * sizeof(wchar_t));
-    error = static_cast<DWORD>(
-        RegGetValueW(key, nullptr, name, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ, nullptr, buffer.data(), &bytes));
+    std::vector<wchar_t> buffer(TEXT_BOUND);
+    DWORD                bytes = static_cast<DWORD>(buffer.size() * sizeof(wchar_t));
+    const DWORD          error =
+        static_cast<DWORD>(RegGetValueW(key, nullptr, name, RRF_RT_REG_SZ, nullptr, buffer.data(), &bytes));
     if (error == ERROR_SUCCESS)
         *text = buffer.data();
     return error;
