@@ -28,6 +28,11 @@ struct ConfigCheckOptions {
     std::string file;  // empty: the installation's own
 };
 
+struct TopOptions {
+    int  seconds = 0;  // 0: until the user ends it
+    bool plain = false;
+};
+
 ToolExit RunStatus(const StatusOptions& options);
 ToolExit RunDump(const DumpOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
