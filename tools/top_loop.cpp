@@ -49,13 +49,9 @@ TopEnd TopLoop(const TopOptions& options, const std::string& computer, ReadingSo
     ULONGLONG       due = start;
     PlainLines      plain;
     TopEnd          end;
-    bool            attachedAgain = false;
 
     for (;;) {
-        Reading reading = source->Next();
-        // A restart is said for the whole interval, not only in the reading that brought it.
-        attachedAgain = reading.attachedAgain || (attachedAgain && reading.state == ReadingState::Stale);
-        reading.attachedAgain = attachedAgain;
+        const Reading  reading = source->Next();
         const TopState state = StateOf(reading);
         if (state == TopState::Live || state == TopState::Late)
             end.everRead = true;

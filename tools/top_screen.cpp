@@ -186,10 +186,10 @@ static std::string IntervalText(const Reading& reading)
                        SecondsText(reading.coveredMs), SecondsText(reading.peakMs));
 }
 
-/* " (words)" */
-static std::string InBrackets(const std::string& words)
+/* "; words" */
+static std::string Behind(const std::string& words)
 {
-    return words.empty() ? std::string() : " (" + words + ")";
+    return words.empty() ? std::string() : "; " + words;
 }
 
 TopState StateOf(const Reading& reading)
@@ -207,15 +207,15 @@ std::string StateText(const Reading& reading, const std::string& oldValues)
 {
     switch (StateOf(reading)) {
     case TopState::Unavailable:
-        return "NO VALUES: " + reading.words + " (trying again every second)";
+        return "NO VALUES: " + reading.words + "; trying again every second";
     case TopState::Dead:
-        return "NO NEW SAMPLE for " + SecondsText(reading.ageMs) + oldValues + InBrackets(reading.words);
+        return "NO NEW SAMPLE for " + SecondsText(reading.ageMs) + oldValues + Behind(reading.words);
     case TopState::Late:
         return fmt::format("no new sample for {}, {} missed", SecondsText(reading.ageMs),
                            reading.pollsMissed == 1 ? "1 poll" : fmt::format("{} polls", reading.pollsMissed)) +
-               InBrackets(reading.words);
+               Behind(reading.words);
     case TopState::Waiting:
-        return "no values yet: they need two samples" + InBrackets(reading.words);
+        return "no values yet" + Behind(reading.words);
     case TopState::Live:
         break;
     }

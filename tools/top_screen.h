@@ -35,7 +35,7 @@ enum class TopState {
 };
 TopState StateOf(const Reading& reading);
 
-/* "NO NEW SAMPLE for 63 s (why)": one line about any state but Live, where it is empty. oldValues is put behind the age
+/* "NO NEW SAMPLE for 63 s; why": one line about any state but Live, where it is empty. oldValues is put behind the age
  * of a dead sample. */
 std::string StateText(const Reading& reading, const std::string& oldValues = std::string());
 

@@ -464,7 +464,7 @@ TEST(TopScreen, MissedPollsAreSaidAndValuesStay)
     reading.pollsMissed = 1;
     reading.words = "the agent does not collect";
     const auto screen = Screen(reading, 80, 24);
-    EXPECT_EQ(screen[3].text, "no new sample for 25.0 s, 1 poll missed (the agent does not collect)");
+    EXPECT_EQ(screen[3].text, "no new sample for 25.0 s, 1 poll missed; the agent does not collect");
     EXPECT_EQ(screen[3].look, Look::Bold);
     EXPECT_EQ(screen[7].text, "NMP1  "
                               "       0 B"
@@ -504,7 +504,7 @@ TEST(TopScreen, NothingToReadSaysWhyAndShowsNoTable)
     const Lines expected = {
         "NODE1: performance of the mirror disks",
         "NO VALUES: there is no shared region: the disk agent does not run; start it with",
-        "net start dkpfagent (trying again every second)",
+        "net start dkpfagent; trying again every second",
         "q or Ctrl+C ends",
     };
     EXPECT_EQ(Texts(screen), expected);
@@ -523,7 +523,7 @@ TEST(TopScreen, WithoutASampleItWaits)
         "NODE1: Cluster Disk Resource Performance",
         "no sample yet | polls missed 0 now, 3 since start",
         INTERVAL,
-        "no values yet: they need two samples (the agent has just started)",
+        "no values yet; the agent has just started",
         "q or Ctrl+C ends",
     };
     EXPECT_EQ(Texts(Screen(reading, 80, 24)), expected);
