@@ -11,6 +11,7 @@ namespace dkpf {
 /* What the handlers need. They run on threads of the system, or in the middle of a crash. */
 static HANDLE        g_wish;             // event, set for good when the user wants to end
 static HANDLE        g_before;           // the console's buffer before ours
+static HANDLE        g_screen;           // ours
 static volatile LONG g_screenShown = 0;  // 1: ours is shown
 
 /* Any number of times, from any thread. */
@@ -18,19 +19,15 @@ static void RestoreConsole()
 {
     if (InterlockedExchange(&g_screenShown, 0) == 0)
         return;
-    SetConsoleActiveScreenBuffer(g_before);
-    // Consoles on top of another terminal draw only what is written: write what is there.
+    // A console on top of another terminal (Wine's) draws only what is written: take our text away first.
     CONSOLE_SCREEN_BUFFER_INFO info{};
-    if (!GetConsoleScreenBufferInfo(g_before, &info))
-        return;
-    static CHAR_INFO row[1024];
-    const COORD      size = { static_cast<SHORT>(std::min<int>(info.dwSize.X, ARRAYSIZE(row))), 1 };
-    for (SHORT y = info.srWindow.Top; y <= info.srWindow.Bottom; y++) {
-        SMALL_RECT line = { 0, y, static_cast<SHORT>(size.X - 1), y };
-        if (ReadConsoleOutputW(g_before, row, size, COORD{ 0, 0 }, &line))
-            WriteConsoleOutputW(g_before, row, size, COORD{ 0, 0 }, &line);
+    if (GetConsoleScreenBufferInfo(g_screen, &info)) {
+        const DWORD cells = static_cast<DWORD>(info.dwSize.X) * static_cast<DWORD>(info.dwSize.Y);
+        DWORD       filled = 0;
+        FillConsoleOutputAttribute(g_screen, info.wAttributes, cells, COORD{ 0, 0 }, &filled);
+        FillConsoleOutputCharacterW(g_screen, L' ', cells, COORD{ 0, 0 }, &filled);
     }
-    SetConsoleCursorPosition(g_before, info.dwCursorPosition);
+    SetConsoleActiveScreenBuffer(g_before);
 }
 
 static BOOL WINAPI OnControl(DWORD type)
@@ -80,7 +77,7 @@ Terminal::Terminal(bool wantScreen)
                                                     nullptr, CONSOLE_TEXTMODE_BUFFER, nullptr);
     if (screen == INVALID_HANDLE_VALUE)
         return;
-    m_screen = screen;
+    m_screen = g_screen = screen;
     m_colours = info.wAttributes;
     const CONSOLE_CURSOR_INFO hidden = { 25, FALSE };
     SetConsoleCursorInfo(m_screen, &hidden);

@@ -287,7 +287,7 @@ std::vector<ScreenLine> TopScreen(const Reading& reading, const CounterNames& na
     if (roomy) {
         foot.push_back({ "q or Ctrl+C ends" });
         if (!names.object.empty() && !names.fromSystem)
-            foot.back().text += " | counter names from the installed table, since the system has none";
+            foot.back().text += " | counter names from the installed table";
     }
     if (table) {
         const int columns =

@@ -303,7 +303,7 @@ TEST(TopScreen, ThreeDisksAt200ColumnsShowAllCounters)
         "      64 B"
         "      64 B"
         "      64 B",
-        "q or Ctrl+C ends | counter names from the installed table, since the system has none",
+        "q or Ctrl+C ends | counter names from the installed table",
     };
     EXPECT_EQ(Texts(Screen(ThreeDisks(), 200, 50, NamesFromTable())), expected);
 }
