@@ -4,6 +4,7 @@
 #ifndef DKPF_TOOLS_COMMANDS_H
 #define DKPF_TOOLS_COMMANDS_H
 
+#include <windows.h>
 #include <string>
 
 namespace dkpf {
@@ -33,10 +34,18 @@ struct TopOptions {
     bool plain = false;
 };
 
+struct QueryOptions {
+    std::string disk = "all";   // "total", "all", or 1 to 64
+    std::string counter;        // name or number; empty: all
+    DWORD       intervalS = 0;  // 0: the first interval that the samples give
+    std::string format = "table";
+};
+
 ToolExit RunStatus(const StatusOptions& options);
 ToolExit RunDump(const DumpOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
+ToolExit RunQuery(const QueryOptions& options);
 
 }  // namespace dkpf
 

@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "console_out.h"
+#include "query_text.h"
 #include "text.h"
 
 using namespace dkpf;
@@ -21,11 +22,15 @@ static constexpr char RELOAD_EXIT[] = "exit: 0 the running agent has read the co
                                       "agent runs, or it did not answer; 2 "
                                       "wrong usage";
 
+static constexpr char QUERY_EXIT[] =
+    "exit: 0 printed; 1 no data, said why (also: the disk is not present); 2 wrong usage";
+
 /* Chosen by the command line; called once it is known to be right. */
 struct Choice {
     StatusOptions             status;
     DumpOptions               dump;
     ConfigCheckOptions        check;
+    QueryOptions              query;
     std::function<ToolExit()> run;
 };
 
@@ -65,6 +70,25 @@ static void DescribeConfig(CLI::App& app, Choice* choice)
     reload->callback([choice] { choice->run = [] { return RunConfigReload(); }; });
 }
 
+static void DescribeQuery(CLI::App& app, Choice* choice)
+{
+    QueryOptions& options = choice->query;
+    CLI::App* command = app.add_subcommand("query", "Values of one interval, read through the Performance Library.");
+    command->add_option("--disk", options.disk, "mirror disk 1 to 64, total, or all (default)")
+        ->check([](const std::string& text) {
+            return IsDiskChoice(text) ? std::string() : "neither a disk from 1 to 64, nor total, nor all";
+        });
+    command->add_option("--counter", options.counter, "one counter, by its name or its number, 0 to 16");
+    command
+        ->add_option("--interval", options.intervalS,
+                     "one interval of so many seconds; without it the first one that the samples give")
+        ->check(CLI::Range(1, 86400));
+    command->add_option("--format", options.format, "table (default), csv or json")
+        ->check(CLI::IsMember({ "table", "csv", "json" }));
+    command->footer(QUERY_EXIT);
+    command->callback([choice] { choice->run = [choice] { return RunQuery(choice->query); }; });
+}
+
 int wmain(int argc, wchar_t** argv)
 {
     CLI::App app{ "dkpfctl: looks at and directs the disk performance of this machine.", "dkpfctl" };
@@ -74,6 +98,7 @@ int wmain(int argc, wchar_t** argv)
     DescribeStatus(app, &choice);
     DescribeDump(app, &choice);
     DescribeConfig(app, &choice);
+    DescribeQuery(app, &choice);
 
     std::vector<std::string> arguments;  // last first, as the parser takes them
     for (int i = argc - 1; i > 0; i--)

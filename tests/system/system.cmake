@@ -4,6 +4,11 @@ add_executable(hold_file system/hold_file.cpp)
 target_link_libraries(hold_file PRIVATE dkpf_warnings)
 set_target_properties(hold_file PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/bin)
 
+add_executable(perf_objects system/perf_objects.cpp)
+target_link_options(perf_objects PRIVATE -municode)
+target_link_libraries(perf_objects PRIVATE ctl_perf dkpf_warnings)
+set_target_properties(perf_objects PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/bin)
+
 # dkpf_system_test(NAME): system/NAME.py; exit code 0 passes.
 function(dkpf_system_test name)
     add_test(NAME system.${name} COMMAND /usr/bin/python3 -B ${CMAKE_SOURCE_DIR}/tests/system/${name}.py)
@@ -20,3 +25,4 @@ dkpf_system_test(sixty_four_disks)
 dkpf_system_test(rotation)
 dkpf_system_test(killed_agent)
 dkpf_system_test(disk_full)
+dkpf_system_test(performance_library)
