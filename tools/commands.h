@@ -43,6 +43,7 @@ struct QueryOptions {
 
 ToolExit RunStatus(const StatusOptions& options);
 ToolExit RunDump(const DumpOptions& options);
+ToolExit RunTop(const TopOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
 ToolExit RunQuery(const QueryOptions& options);

@@ -42,7 +42,7 @@ private:
     bool        m_headed = false;
 };
 
-TopEnd TopLoop(const TopOptions& options, const std::string& computer, ReadingSource* source, TopView* view)
+TopEnd TopLoop(const TopOptions& options, const std::string& computer, IntervalSource* source, TopView* view)
 {
     const ULONGLONG start = view->NowMs();
     const ULONGLONG lengthMs = static_cast<ULONGLONG>(options.seconds) * 1000;
@@ -51,7 +51,9 @@ TopEnd TopLoop(const TopOptions& options, const std::string& computer, ReadingSo
     TopEnd          end;
 
     for (;;) {
-        const Reading  reading = source->Next();
+        Reading reading = source->Next();
+        if (source->Waiting())
+            reading.state = ReadingState::Stale;  // without values yet, and nothing is wrong
         const TopState state = StateOf(reading);
         if (state == TopState::Live || state == TopState::Late)
             end.everRead = true;

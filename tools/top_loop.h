@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "perf/reader.h"
 #include "top_screen.h"
 
 namespace dkpf {
@@ -33,7 +34,7 @@ struct TopEnd {
 };
 
 /* Ends when the user wants to, or after options.seconds where that is not 0; reads at least once. */
-TopEnd TopLoop(const TopOptions& options, const std::string& computer, ReadingSource* source, TopView* view);
+TopEnd TopLoop(const TopOptions& options, const std::string& computer, IntervalSource* source, TopView* view);
 
 }  // namespace dkpf
 

@@ -319,7 +319,7 @@ std::string TopHeading(const Reading& reading, const CounterNames& names, const 
 {
     static constexpr char timeColumn[] = "time     ";
     std::string text = fmt::format("{}, collected every {} s\n", TitleText(names, computer), reading.collectIntervalS);
-    if (!names.fromSystem)
+    if (!names.object.empty() && !names.fromSystem)
         text += "counter names from the installed table, since the system has none\n";
     text += "^ peaks cover the time since the lines before\n";
     text += std::string(sizeof timeColumn - 1, ' ') + TitleLine(&Column::title1, PLAIN_COLUMNS, PLAIN_GAP, "") + "\n";

@@ -11,12 +11,15 @@ using namespace dkpf;
 
 namespace {
 
-class ScriptedSource : public ReadingSource {
+const char WAITING[] = "waiting for the first interval";
+
+class ScriptedSource : public IntervalSource {
 public:
     Reading Next() override
     {
         reads++;
         const Reading reading = script.front();
+        waiting = reading.words == WAITING;
         if (script.size() > 1)
             script.pop_front();  // the last one stays
         return reading;
@@ -24,6 +27,13 @@ public:
     const CounterNames& Names() const override
     {
         return names;
+    }
+    void Look() override
+    {
+    }
+    bool Waiting() const override
+    {
+        return waiting;
     }
     void Add(const Reading& reading, int times = 1)
     {
@@ -33,6 +43,7 @@ public:
     std::deque<Reading> script;
     CounterNames        names = NamesFromSystem();
     int                 reads = 0;
+    bool                waiting = false;
 };
 
 /* Starts at 14:05:00. */
@@ -164,7 +175,8 @@ const char TITLES[] = "               "
 TEST_F(TopLoopTest, PlainLinesTellTheWholeStory)
 {
     Reading waiting = SampleOf();
-    waiting.state = ReadingState::Stale;
+    waiting.state = ReadingState::Unavailable;  // as a reader calls it that waits for its first interval
+    waiting.words = WAITING;
     Reading again = ThreeDisks();
     again.attachedAgain = true;
     source.Add(UnavailableBecause("no region"), 11);  // 0 to 10
@@ -184,7 +196,7 @@ TEST_F(TopLoopTest, PlainLinesTellTheWholeStory)
     const TopEnd end = Run();
     EXPECT_EQ(view.said, std::string("14:05:00 NO VALUES: no region; trying again every second\n"
                                      "14:05:10 NO VALUES: no region; trying again every second\n"
-                                     "14:05:11 no values yet\n"
+                                     "14:05:11 no values yet; waiting for the first interval\n"
                                      "NODE1: Cluster Disk Resource Performance, collected every 10 s\n"
                                      "counter names from the installed table, since the system has none\n"
                                      "^ peaks cover the time since the lines before\n") +
