@@ -29,6 +29,11 @@ struct ConfigCheckOptions {
     std::string file;  // empty: the installation's own
 };
 
+struct TopOptions {
+    int  seconds = 0;  // 0: until the user ends it
+    bool plain = false;
+};
+
 struct QueryOptions {
     std::string disk = "all";   // "total", "all", or 1 to 64
     std::string counter;        // name or number; empty: all
@@ -38,6 +43,7 @@ struct QueryOptions {
 
 ToolExit RunStatus(const StatusOptions& options);
 ToolExit RunDump(const DumpOptions& options);
+ToolExit RunTop(const TopOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
 ToolExit RunQuery(const QueryOptions& options);

@@ -16,6 +16,7 @@ using namespace dkpf;
 static constexpr char STATUS_EXIT[] =
     "exit: 0 all is well; 1 something is wrong, said first and with what to do; 2 wrong usage";
 static constexpr char DUMP_EXIT[] = "exit: 0 printed; 1 no region (is the disk agent running?); 2 wrong usage";
+static constexpr char TOP_EXIT[] = "exit: 0 ended by the user or --seconds; 1 no values were read; 2 wrong usage";
 static constexpr char CHECK_EXIT[] = "exit: 0 the file is accepted; 1 it is refused: file, line, column, key, value "
                                      "and reason are printed; 2 wrong usage";
 static constexpr char RELOAD_EXIT[] = "exit: 0 the running agent has read the configuration; 1 the file is refused, no "
@@ -29,6 +30,7 @@ static constexpr char QUERY_EXIT[] =
 struct Choice {
     StatusOptions             status;
     DumpOptions               dump;
+    TopOptions                top;
     ConfigCheckOptions        check;
     QueryOptions              query;
     std::function<ToolExit()> run;
@@ -52,6 +54,19 @@ static void DescribeDump(CLI::App& app, Choice* choice)
     command->add_option("--disk", choice->dump.disk, "one mirror disk, 1 to 64")->check(CLI::Range(1, 64));
     command->footer(DUMP_EXIT);
     command->callback([choice] { choice->run = [choice] { return RunDump(choice->dump); }; });
+}
+
+static void DescribeTop(CLI::App& app, Choice* choice)
+{
+    static constexpr int secondsMax = 9999999;
+    CLI::App*            command =
+        app.add_subcommand("top", "The counters of all disks, read every second through the Performance Library. On a "
+                                  "terminal a screen, until q or Ctrl+C; otherwise lines, for each new sample.");
+    command->add_option("--seconds", choice->top.seconds, "end by itself after so many seconds")
+        ->check(CLI::Range(1, secondsMax));
+    command->add_flag("--plain", choice->top.plain, "lines on a terminal too");
+    command->footer(TOP_EXIT);
+    command->callback([choice] { choice->run = [choice] { return RunTop(choice->top); }; });
 }
 
 static void DescribeConfig(CLI::App& app, Choice* choice)
@@ -97,6 +112,7 @@ int wmain(int argc, wchar_t** argv)
     app.require_subcommand(1);
     DescribeStatus(app, &choice);
     DescribeDump(app, &choice);
+    DescribeTop(app, &choice);
     DescribeConfig(app, &choice);
     DescribeQuery(app, &choice);
 
