@@ -68,6 +68,7 @@ private:
 
 class Readers : public ProviderRoles {
 protected:
+    static constexpr DWORD    INTERVAL_MS = 1000;  // between samples, as homes are configured
     static constexpr unsigned ROWS = 32;
     static constexpr unsigned READERS = ROWS + 2;  // two more, so that the full table is met too
 
@@ -91,7 +92,17 @@ protected:
 
     void Start(Reader& reader)
     {
-        reader.program = std::make_unique<Program>(home.Path(L"bin\\diskperf_role.exe"));
+        // Wine fails to create one process in some thousand (error 1359); there is no reader then that could fail.
+        for (int attempt = 0; reader.program == nullptr; attempt++) {
+            try {
+                reader.program = std::make_unique<Program>(home.Path(L"bin\\diskperf_role.exe"));
+            } catch (const std::runtime_error& error) {
+                if (attempt == 4) {
+                    throw;
+                }
+                std::cout << error.what() << ", again" << std::endl;
+            }
+        }
         reader.told = "start";
         started++;
         numbersBack += dead.count(reader.program->Id());
@@ -106,7 +117,8 @@ protected:
         killed++;
     }
 
-    /* One random thing for each reader, at the same time. */
+    /* One random thing for each reader, all at the same time: of twelve, one dies, one dies in the middle of something,
+     * two change sides, two rest, and the others collect. */
     void Act()
     {
         for (Reader& reader : readers) {
@@ -241,7 +253,7 @@ protected:
         rowsKept = std::max(rowsKept, keptNow);
     }
 
-    /* Every reader that was turned away wrote why. */
+    /* An open answers 21 for any failed start. The module log tells which: a line with the process's number. */
     void CheckRefusals() const
     {
         std::map<DWORD, unsigned> full;
@@ -356,7 +368,7 @@ TEST_F(Readers, ComeGoAndDieAtRandom)
               << " rows kept by such a number; longest between samples " << watch.longest
               << " ms, longest that an idle thread waited for its turn " << watch.longestUnseen << " ms" << std::endl;
     // What the machine takes from everybody is not the readers' doing.
-    EXPECT_LE(watch.longest, 3u * 1000u + watch.longestUnseen);
+    EXPECT_LE(watch.longest, 3 * INTERVAL_MS + watch.longestUnseen);
     EXPECT_EQ(0, home.Events("0x800012C1"));
     EXPECT_EQ(0, home.Events("0xC00012C5"));
     EXPECT_EQ(DONE, producer->Ask("term"));

@@ -14,8 +14,9 @@ using testing::Each;
 
 typedef unsigned long long U64;
 
-/* ---- A walker for any object: nothing is read before it is known to lie in what was answered ----------------------
- */
+/* ---- A walker for any object ---- */
+
+/* Nothing is read before it is known to lie in what was answered. */
 
 struct Counter {
     DWORD name, help;
@@ -143,11 +144,10 @@ private:
     const std::vector<BYTE>& bytes;
 };
 
-/* ---- Cases --------------------------------------------------------------------------------------------------------
- */
+/* ---- Cases ---- */
 
 /* Counters that cases look at. */
-enum { PRESENT_HISTORY = 9, DELTA = 11, RATE = 12 };
+enum { HISTORY = 9, DELTA = 11, RATE = 12 };
 
 class PerformanceLibrary : public ProviderRoles {
 protected:
@@ -208,7 +208,7 @@ TEST_F(PerformanceLibrary, GlobalAndTheObjectsNumberReturnTheBlock)
         ASSERT_EQ(65u, object.instances.size());
         for (size_t i = 0; i < 65; i++) {
             EXPECT_EQ(i == 0 ? L"_Total" : L"NMP" + std::to_wstring(i), object.instances[i].name);
-            EXPECT_EQ(i == 0 || i == 5 ? 77u : 0u, object.instances[i].values[PRESENT_HISTORY]) << i;
+            EXPECT_EQ(i == 0 || i == 5 ? 77u : 0u, object.instances[i].values[HISTORY]) << i;
         }
         EXPECT_EQ(std::vector<DWORD>(), Owners()) << "the system closes what it opened";
     }
