@@ -257,11 +257,16 @@ protected:
     void CheckRefusals() const
     {
         std::map<DWORD, unsigned> full;
-        for (const std::string& line : home.Lines(L"log\\diskperf.log")) {
-            unsigned long id = 0;
-            if (line.find(" PMProcessID Table has no empty !") != std::string::npos &&
-                sscanf(line.c_str(), "%*s %*s %lu:", &id) == 1) {
-                full[id]++;
+        for (const std::wstring& file : home.List(L"log")) {
+            if (file.compare(0, 9, L"diskperf.") != 0) {
+                continue;  // the module log alone, with its older generations
+            }
+            for (const std::string& line : home.Lines((L"log\\" + file).c_str())) {
+                unsigned long id = 0;
+                if (line.find(" PMProcessID Table has no empty !") != std::string::npos &&
+                    sscanf(line.c_str(), "%*s %*s %lu:", &id) == 1) {
+                    full[id]++;
+                }
             }
         }
         for (const auto& each : refused) {
