@@ -28,10 +28,22 @@ struct ConfigCheckOptions {
     std::string file;  // empty: the installation's own
 };
 
+struct InstallCommandOptions {
+    std::string home;  // empty: the product's folder below the system's program files
+    bool        noDriver = false;
+};
+
+struct UninstallCommandOptions {
+    std::string home;  // empty: where the product is registered
+    bool        purge = false;
+};
+
 ToolExit RunStatus(const StatusOptions& options);
 ToolExit RunDump(const DumpOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
+ToolExit RunInstall(const InstallCommandOptions& options);
+ToolExit RunUninstall(const UninstallCommandOptions& options);
 
 }  // namespace dkpf
 
