@@ -16,6 +16,8 @@ windows_path() {
 product_install() {
     local name
     mkdir -p "$1"
+    # A prefix of an earlier build has the driver without the name by which set-up knows its own.
+    [ -e "$1/driver/velcor.sys" ] || "$common_wine" sc delete velcor >/dev/null 2>&1 || true
     "$common_wine" "$root/build/stage/bin/dkpfctl.exe" install --home "$(windows_path "$1")"
     for name in $product_services; do
         "$common_wine" reg add "HKLM\\System\\CurrentControlSet\\Services\\$name" /v Start /t REG_DWORD /d 3 /f

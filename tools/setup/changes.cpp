@@ -23,6 +23,15 @@ std::wstring FreeAside(Machine& machine, const std::wstring& path)
     }
 }
 
+bool IsAsideOf(const std::wstring& name, const std::wstring& own)
+{
+    if (name == own + PLACE_SUFFIX)
+        return true;
+    const std::wstring start = own + HELD_SUFFIX;
+    return name.size() > start.size() && name.compare(0, start.size(), start) == 0 &&
+           name.find_first_not_of(L"0123456789", start.size()) == std::wstring::npos;
+}
+
 static std::wstring Parent(const std::wstring& path)
 {
     const size_t cut = path.find_last_of(L'\\');

@@ -29,6 +29,9 @@ void Must(DWORD error, const std::string& what);
 /* "NAME.old-1" for NAME: the first that is not there. */
 std::wstring FreeAside(Machine& machine, const std::wstring& path);
 
+/* Whether name is what a file called own was moved aside to, or a copy that was not placed. */
+bool IsAsideOf(const std::wstring& name, const std::wstring& own);
+
 class Changes {
 public:
     explicit Changes(Machine& machine);

@@ -65,6 +65,7 @@ private:
     std::string LoadNames();
     std::string SetObjectList();
     std::string StartAgain();
+    void        SweepAside();
 
     std::wstring At(const wchar_t* path) const
     {
@@ -193,6 +194,23 @@ std::string Installation::PlaceFiles()
         ++(changed ? placed : kept);
     }
     return fmt::format("{} placed, {} kept", placed, kept);
+}
+
+/* What earlier runs moved aside, or were killed over, goes now where nobody holds it any more. */
+void Installation::SweepAside()
+{
+    const auto sweep = [this](const std::wstring& path) {
+        const size_t       cut = path.find_last_of(L'\\');
+        const std::wstring folder = path.substr(0, cut);
+        for (const std::wstring& name : m_machine.Names(folder)) {
+            if (IsAsideOf(name, path.substr(cut + 1)))
+                m_machine.RemoveFile(folder + L"\\" + name);
+        }
+    };
+    for (const ProductFile& file : PRODUCT_FILES)
+        sweep(At(file.path));
+    if (m_options.driver)
+        sweep(SystemDriver());
 }
 
 /* ---- Registry and services ---- */
@@ -375,6 +393,7 @@ bool Installation::Run()
         }
     }
     m_changes.Keep(m_say);
+    SweepAside();
     m_say("installed");
     return true;
 }

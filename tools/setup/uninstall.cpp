@@ -56,6 +56,7 @@ private:
     const SayFn&              m_say;
     std::vector<std::string>  m_left;
     std::vector<std::wstring> m_atRestart;  // whole paths
+    bool                      m_namesLeft = false;
 };
 
 /* ---- Services ---- */
@@ -117,6 +118,7 @@ void Removal::ForgetNames()
         Say("names of the counters: taken out");
     else
         Left("names of the counters", error);
+    m_namesLeft = error != ERROR_SUCCESS;
 }
 
 void Removal::RemovePathEntry()
@@ -163,7 +165,9 @@ void Removal::RemoveEmptyKeys(std::wstring key, const std::wstring& end)
 void Removal::RemoveKeys()
 {
     RegistryValue value;
-    RemoveTree(PROVIDER_KEY);
+    // The names can be taken out only as long as their range stands in the key.
+    if (!m_namesLeft)
+        RemoveTree(PROVIDER_KEY);
     RemoveTree(EVENT_SOURCE_KEY);
     if (m_machine.ReadValue(DEBUG_KEY, DEBUG_VALUE, &value) == ERROR_SUCCESS) {
         const DWORD error = m_machine.RemoveValue(DEBUG_KEY, DEBUG_VALUE);
@@ -191,15 +195,6 @@ void Removal::RemoveOneFile(const std::wstring& path)
         return Left("file " + Narrow(held), error);
     m_atRestart.push_back(held);
     Say("file " + Narrow(held) + ": in use, goes at the next restart");
-}
-
-static bool IsAsideOf(const std::wstring& name, const std::wstring& own)
-{
-    if (name == own + PLACE_SUFFIX)
-        return true;
-    const std::wstring start = own + HELD_SUFFIX;
-    return name.size() > start.size() && name.compare(0, start.size(), start) == 0 &&
-           name.find_first_not_of(L"0123456789", start.size()) == std::wstring::npos;
 }
 
 /* Those of own, and what was set aside of them. */
