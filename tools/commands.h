@@ -41,12 +41,24 @@ struct QueryOptions {
     std::string format = "table";
 };
 
+struct InstallCommandOptions {
+    std::string home;  // empty: the product's folder below the system's program files
+    bool        noDriver = false;
+};
+
+struct UninstallCommandOptions {
+    std::string home;  // empty: where the product is registered
+    bool        purge = false;
+};
+
 ToolExit RunStatus(const StatusOptions& options);
 ToolExit RunDump(const DumpOptions& options);
 ToolExit RunTop(const TopOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
 ToolExit RunQuery(const QueryOptions& options);
+ToolExit RunInstall(const InstallCommandOptions& options);
+ToolExit RunUninstall(const UninstallCommandOptions& options);
 
 }  // namespace dkpf
 

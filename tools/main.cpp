@@ -22,6 +22,11 @@ static constexpr char CHECK_EXIT[] = "exit: 0 the file is accepted; 1 it is refu
 static constexpr char RELOAD_EXIT[] = "exit: 0 the running agent has read the configuration; 1 the file is refused, no "
                                       "agent runs, or it did not answer; 2 "
                                       "wrong usage";
+static constexpr char INSTALL_EXIT[] = "exit: 0 installed, or it was there already; 1 a step failed: the reason is "
+                                       "said, the steps before are taken back; 2 wrong usage";
+static constexpr char UNINSTALL_EXIT[] =
+    "exit: 0 nothing of the product is left but what was to stay; 1 something could "
+    "not be removed: what and why is said; 2 wrong usage";
 
 static constexpr char QUERY_EXIT[] =
     "exit: 0 printed; 1 no data, said why (also: the disk is not present); 2 wrong usage";
@@ -33,6 +38,8 @@ struct Choice {
     TopOptions                top;
     ConfigCheckOptions        check;
     QueryOptions              query;
+    InstallCommandOptions     install;
+    UninstallCommandOptions   uninstall;
     std::function<ToolExit()> run;
 };
 
@@ -104,6 +111,25 @@ static void DescribeQuery(CLI::App& app, Choice* choice)
     command->callback([choice] { choice->run = [choice] { return RunQuery(choice->query); }; });
 }
 
+static void DescribeSetup(CLI::App& app, Choice* choice)
+{
+    CLI::App* install = app.add_subcommand("install", "Puts the product that this program belongs to in place and "
+                                                      "registers it: files, services, performance provider.");
+    install->add_option("--home", choice->install.home, "folder to install into [%ProgramFiles%\\TARNWELL]");
+    install->add_flag("--no-driver", choice->install.noDriver,
+                      "a real mirror disk driver is there: the simulated driver and its feeder are not installed");
+    install->footer(INSTALL_EXIT);
+    install->callback([choice] { choice->run = [choice] { return RunInstall(choice->install); }; });
+
+    CLI::App* uninstall =
+        app.add_subcommand("uninstall", "Takes the product off this machine. Logs and CSV files stay.");
+    uninstall->add_option("--home", choice->uninstall.home, "folder it was installed into [where it is registered]");
+    uninstall->add_flag("--purge", choice->uninstall.purge,
+                        "logs, CSV files and foreign files in the product's folders go too");
+    uninstall->footer(UNINSTALL_EXIT);
+    uninstall->callback([choice] { choice->run = [choice] { return RunUninstall(choice->uninstall); }; });
+}
+
 int wmain(int argc, wchar_t** argv)
 {
     CLI::App app{ "dkpfctl: looks at and directs the disk performance of this machine.", "dkpfctl" };
@@ -115,6 +141,7 @@ int wmain(int argc, wchar_t** argv)
     DescribeTop(app, &choice);
     DescribeConfig(app, &choice);
     DescribeQuery(app, &choice);
+    DescribeSetup(app, &choice);
 
     std::vector<std::string> arguments;  // last first, as the parser takes them
     for (int i = argc - 1; i > 0; i--)
