@@ -1,7 +1,7 @@
 /*
  * The life of the disk agent, in the order in which it is lived:
  *   Start      alone on the machine, configuration, driver, library
- *   Running    reload, clock
+ *   Running    reload, device, clock
  *   End        library down
  *   Records    agent.state and the log
  */
@@ -107,7 +107,10 @@ void AgentLife::StartDriver()
 AgentExit AgentLife::BringUp()
 {
     DWORD code = 0;
-    if (!m_ports.product.Initialize(&code)) {
+    m_ports.device
+        .Hold();  // before the library opens it: a handle that lives longer than the library's would hide its end
+    m_up = m_ports.product.Initialize(&code);
+    if (!m_up) {
         const std::string words = "DkpfInitialize failed with " + ResultText(code);
         AGENT_LINE(TNWLOG_ERROR, " not started: " + words);
         return GiveUp(AGENT_PRODUCT_FAILED, words);
@@ -130,6 +133,7 @@ void AgentLife::Serve()
             Reload();
             break;
         case Signal::Nothing:
+            LookAtDevice();
             LookAtClock();
             if (m_unsaved)
                 Save();
@@ -172,6 +176,58 @@ void AgentLife::Reload()
     Save();
 }
 
+/* The library keeps its handle of the driver's device for good, and that handle is dead for good when the driver was
+ * stopped; where the driver was absent at the start the collect thread has ended. Both need a library brought up anew.
+ * No other failure does: readers lose their rows by it. */
+void AgentLife::LookAtDevice()
+{
+    if ((*m_state.inForce)[PERF_ENABLE] == 0 || (m_up && !m_deviceGone && m_ports.device.Lives()))
+        return;
+    if (!m_deviceGone) {
+        const std::string words = "the driver's device is gone";
+        AGENT_LINE(TNWLOG_WARNING, " " + words + "; waiting until it opens again");
+        Remember(words);
+        Save();
+        m_deviceGone = true;
+    }
+    if (m_ports.device.Hold())
+        BringUpAnew();
+}
+
+/* Leaves m_deviceGone set where it has to be tried again. */
+void AgentLife::BringUpAnew()
+{
+    const ConfigVerdict verdict = m_ports.configuration.Check();
+    DWORD               code = DKPF_ERR_SUCCESS;
+
+    if (!verdict.accepted) {  // the library would go down and not come up
+        AGENT_LINE(TNWLOG_ERROR, " the device is back, but the configuration is refused: " + verdict.refusal);
+        return;
+    }
+    if (m_up) {
+        // The threads see the reload before their end, and the collect thread takes its warning back by it.
+        if (!m_ports.product.Reinitialize(&code) || code != DKPF_ERR_SUCCESS)
+            AGENT_LINE(TNWLOG_WARNING, " DkpfReinitialize ended with " + ResultText(code));
+        if (!m_ports.product.Terminate(&code) || code != DKPF_ERR_SUCCESS) {
+            const std::string words = "DkpfTerminate ended with " + ResultText(code);
+            AGENT_LINE(TNWLOG_ERROR, " " + words);
+            Remember(words);
+        }
+        m_up = false;
+    }
+    m_up = m_ports.product.Initialize(&code);
+    if (!m_up) {
+        const std::string words = "DkpfInitialize failed with " + ResultText(code);
+        AGENT_LINE(TNWLOG_ERROR, " " + words + "; trying again");
+        Remember(words);
+    } else {
+        AGENT_LINE(TNWLOG_NOTICE, " the driver's device is back, the performance library was brought up anew");
+        m_state.inForce = verdict.values;
+        m_deviceGone = false;
+    }
+    Save();
+}
+
 void AgentLife::LookAtClock()
 {
     const int offset = m_ports.clock.UtcOffsetMinutes();
@@ -188,14 +244,13 @@ void AgentLife::LookAtClock()
 
 AgentExit AgentLife::BringDown()
 {
-    const bool up = m_state.phase == AgentPhase::Running;
-    AgentExit  code = AGENT_STOPPED;
+    AgentExit code = AGENT_STOPPED;
 
     AGENT_LINE(TNWLOG_NOTICE, " stopping");
     m_state.phase = AgentPhase::Stopping;
     Save();
     DWORD result = DKPF_ERR_SUCCESS;
-    if (up && (!m_ports.product.Terminate(&result) || result != DKPF_ERR_SUCCESS)) {
+    if (m_up && (!m_ports.product.Terminate(&result) || result != DKPF_ERR_SUCCESS)) {
         const std::string words = "DkpfTerminate ended with " + ResultText(result);
         AGENT_LINE(TNWLOG_ERROR, " " + words);
         Remember(words);

@@ -10,7 +10,7 @@
 namespace dkpf {
 
 inline constexpr DWORD DRIVER_WAIT_MS = 10000;  // for the driver's service; the agent goes on in any case
-inline constexpr DWORD TICK_MS = 60000;         // how often the UTC offset is looked at
+inline constexpr DWORD TICK_MS = 5000;          // how often device and UTC offset are looked at
 
 /* What the process knows about itself. */
 struct AgentIdentity {
@@ -21,19 +21,21 @@ struct AgentIdentity {
 };
 
 class AgentLife {
-  public:
+public:
     AgentLife(const AgentPorts& ports, const AgentIdentity& identity);
 
     /* Runs until the supervisor wants the end or the start fails. @return exit code */
     AgentExit Run();
 
-  private:
+private:
     AgentExit BecomeProducer();
     AgentExit CheckConfiguration();
     void      StartDriver();
     AgentExit BringUp();
     void      Serve();
     void      Reload();
+    void      LookAtDevice();
+    void      BringUpAnew();
     void      LookAtClock();
     AgentExit BringDown();
 
@@ -45,7 +47,9 @@ class AgentLife {
     AgentPorts  m_ports;
     std::string m_version;
     AgentState  m_state;
-    bool        m_unsaved = false;  // the last save failed; the next tick tries again
+    bool        m_up = false;          // the library
+    bool        m_deviceGone = false;  // told; the library is brought up anew when the device is back
+    bool        m_unsaved = false;     // the last save failed; the next tick tries again
 };
 
 }  // namespace dkpf

@@ -19,7 +19,7 @@ enum class GuardResult { Taken, OtherAgent, NoRight, Failed };
 
 /* Makes sure that this process is the machine's one producer: a second one would wipe the live region. */
 class ProducerGuard {
-  public:
+public:
     virtual ~ProducerGuard() = default;
     /* @param words  receives the reason where not Taken; one sentence without a period. Released by the process's end.
      */
@@ -27,7 +27,7 @@ class ProducerGuard {
 };
 
 class Product {
-  public:
+public:
     virtual ~Product() = default;
     virtual bool Initialize(DWORD* code) = 0;
     virtual bool Reinitialize(DWORD* code) = 0;
@@ -35,17 +35,25 @@ class Product {
 };
 
 class Configuration {
-  public:
+public:
     virtual ~Configuration() = default;
     virtual ConfigVerdict Check() = 0;
 };
 
 /* The driver's service. */
 class DriverService {
-  public:
+public:
     virtual ~DriverService() = default;
     /* @param stopAsked  asked now and then; TRUE ends the wait. Returns after limitMs at the latest. */
     virtual ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) = 0;
+};
+
+/* The driver's control device, through a handle of the agent's own. No request is ever sent. */
+class DriverDevice {
+public:
+    virtual ~DriverDevice() = default;
+    virtual bool Hold() = 0;   // opens it anew; FALSE where it does not open, the handle held before then stays
+    virtual bool Lives() = 0;  // the handle held leads to the driver that it was opened on; FALSE where none is held
 };
 
 /* Where a line comes from, as the log shows it. The source is a constant name, so that no path of a build machine gets
@@ -58,20 +66,20 @@ struct SourcePlace {
 
 /* Lines of the agent's own life: in the module log, in the foreground also on the console. */
 class Journal {
-  public:
+public:
     virtual ~Journal() = default;
     virtual void Open(DWORD level, DWORD sizeKiB) = 0;
     virtual void Line(DWORD level, const SourcePlace& place, const std::string& text) = 0;
 };
 
 class StateStore {
-  public:
+public:
     virtual ~StateStore() = default;
     virtual DWORD Save(const AgentState& state) = 0;  // 0, or the system's error number
 };
 
 class Clock {
-  public:
+public:
     virtual ~Clock() = default;
     virtual SYSTEMTIME LocalTime() = 0;
     virtual int        UtcOffsetMinutes() = 0;
@@ -81,7 +89,7 @@ enum class Signal { Stop, Reload, Nothing };
 
 /* Whoever started the agent: the service manager, or a person at a console. */
 class Supervisor {
-  public:
+public:
     virtual ~Supervisor() = default;
     virtual void   ReportRunning() = 0;
     virtual bool   StopAsked() = 0;
@@ -93,6 +101,7 @@ struct AgentPorts {
     Product&       product;
     Configuration& configuration;
     DriverService& driver;
+    DriverDevice&  device;
     Journal&       journal;
     StateStore&    store;
     Clock&         clock;

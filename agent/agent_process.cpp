@@ -7,6 +7,7 @@
 
 #include "admin_only.h"
 #include "agent_life.h"
+#include "driver_device.h"
 #include "home.h"
 #include "journal_log.h"
 #include "names.h"
@@ -21,7 +22,7 @@ namespace dkpf {
 namespace {
 
 class LinkedProduct : public Product {
-  public:
+public:
     bool Initialize(DWORD* code) override
     {
         return DkpfInitialize(TRUE, code) != FALSE;
@@ -37,7 +38,7 @@ class LinkedProduct : public Product {
 };
 
 class InstalledConfiguration : public Configuration {
-  public:
+public:
     ConfigVerdict Check() override
     {
         return CheckConfiguration(nullptr);
@@ -47,7 +48,7 @@ class InstalledConfiguration : public Configuration {
 /* The service manager may keep a start call for as long as it likes: a thread of its own makes it, and is left alone
  * when the time is over. */
 class Win32DriverService : public DriverService {
-  public:
+public:
     ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) override
     {
         struct Attempt {
@@ -74,12 +75,12 @@ class Win32DriverService : public DriverService {
                                     : fmt::format("did not come up within {} s", limitMs / 1000) };
     }
 
-  private:
+private:
     static constexpr DWORD POLL_MS = 20;
 };
 
 class StateFileStore : public StateStore {
-  public:
+public:
     explicit StateFileStore(const Home& home) : m_path(home.StateFile())
     {
     }
@@ -88,12 +89,12 @@ class StateFileStore : public StateStore {
         return SaveAgentState(m_path, state, Sleep);
     }
 
-  private:
+private:
     std::wstring m_path;
 };
 
 class SystemClock : public Clock {
-  public:
+public:
     SYSTEMTIME LocalTime() override
     {
         SYSTEMTIME now{};
@@ -107,7 +108,7 @@ class SystemClock : public Clock {
 };
 
 class EventSupervisor : public Supervisor {
-  public:
+public:
     EventSupervisor(Front& front, HANDLE stop, HANDLE reload) : m_front(front), m_stop(stop), m_reload(reload)
     {
     }
@@ -132,14 +133,14 @@ class EventSupervisor : public Supervisor {
         }
     }
 
-  private:
+private:
     Front& m_front;
     HANDLE m_stop;
     HANDLE m_reload;
 };
 
 class ProcessStopWatch : public StopWatchPorts {
-  public:
+public:
     ProcessStopWatch(Front& front, Journal& journal, HANDLE ended) : m_front(front), m_journal(journal), m_ended(ended)
     {
     }
@@ -163,7 +164,7 @@ class ProcessStopWatch : public StopWatchPorts {
         TerminateProcess(GetCurrentProcess(), AGENT_STOP_OVERDUE);
     }
 
-  private:
+private:
     Front&   m_front;
     Journal& m_journal;
     HANDLE   m_ended;
@@ -222,11 +223,12 @@ AgentExit AgentProcess::LiveAlone()
     LinkedProduct          product;
     InstalledConfiguration configuration;
     Win32DriverService     driver;
+    ControlDevice          device;
     StateFileStore         store(home);
     SystemClock            clock;
     EventSupervisor        supervisor(m_front, m_stop, m_reload);
     const AgentIdentity    identity{ m_front.IsConsole(), GetCurrentProcessId(), OwnProcessStart(), DKPF_VERSION };
-    AgentLife              life({ guard, product, configuration, driver, journal, store, clock, supervisor }, identity);
+    AgentLife life({ guard, product, configuration, driver, device, journal, store, clock, supervisor }, identity);
 
     const AgentExit code = life.Run();
     SetEvent(m_ended);

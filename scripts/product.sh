@@ -11,21 +11,22 @@ windows_path() {
 }
 
 # product_install HOME: binaries and policy of the stage replace those of the home; a configuration that is there stays.
+# What runs is stopped first and started again, when it has to be replaced. The services are registered to start with the
+# machine; here the scripts start them, so the next start of the prefix must not.
 product_install() {
-    local home=$1 stage=$root/build/stage drivers=$WINEPREFIX/drive_c/windows/system32/drivers
-    mkdir -p "$home"/{bin,etc,log,perf} "$drivers"
-    cp --remove-destination "$stage"/bin/* "$home/bin/"
-    mkdir -p "$home/etc/policy"
-    cp "$stage"/etc/policy/* "$home/etc/policy/"
-    [ ! -d "$stage/etc/scenarios" ] || cp -r "$stage/etc/scenarios" "$home/etc/"
-    [ -e "$home/etc/cluster.xml" ] || cp "$stage/etc/cluster.xml" "$home/etc/"
-    # The files of a prefix may be links shared with others: never write into one.
-    cp --remove-destination "$stage/driver/velcor.sys" "$drivers/"
-    # The debug switch lives here; the key has to be there, the value not.
-    "$common_wine" reg add 'HKLM\Software\OSK\TARNWELL\work' /f
-    product_register velcor kernel demand 'C:\windows\system32\drivers\velcor.sys'
-    product_feed "$home"
-    product_register dkpfagent own demand "\"$(windows_path "$home/bin/dkpfagent.exe")\""
+    local name
+    mkdir -p "$1"
+    # A prefix of an earlier build has the driver without the name by which set-up knows its own.
+    [ -e "$1/driver/velcor.sys" ] || "$common_wine" sc delete velcor >/dev/null 2>&1 || true
+    "$common_wine" "$root/build/stage/bin/dkpfctl.exe" install --home "$(windows_path "$1")"
+    for name in $product_services; do
+        "$common_wine" reg add "HKLM\\System\\CurrentControlSet\\Services\\$name" /v Start /t REG_DWORD /d 3 /f
+    done
+}
+
+# product_uninstall HOME [--purge]: takes it all back, logs and CSV files apart.
+product_uninstall() {
+    "$common_wine" "$root/build/stage/bin/dkpfctl.exe" uninstall --home "$(windows_path "$1")" ${2:+"$2"}
 }
 
 # product_feed HOME [ARGUMENTS]: what the feeder's service feeds the driver with; nothing: the disks of this host.
@@ -57,6 +58,8 @@ product_start() { # NAME
 product_stop() {
     local name
     for name in dkpfagent velcorfeed velcor; do
+        # One that is on its way up takes no stop.
+        while [ "$(product_state "$name")" = START_PENDING ]; do sleep 0.1; done
         [ "$(product_state "$name")" = RUNNING ] || continue
         "$common_wine" net stop "$name"
     done

@@ -4,6 +4,7 @@
 #ifndef DKPF_TOOLS_COMMANDS_H
 #define DKPF_TOOLS_COMMANDS_H
 
+#include <windows.h>
 #include <string>
 
 namespace dkpf {
@@ -34,11 +35,37 @@ struct ConfigCheckOptions {
     std::string file;  // empty: the installation's own
 };
 
+struct TopOptions {
+    int  seconds = 0;  // 0: until the user ends it
+    bool plain = false;
+};
+
+struct QueryOptions {
+    std::string disk = "all";   // "total", "all", or 1 to 64
+    std::string counter;        // name or number; empty: all
+    DWORD       intervalS = 0;  // 0: the first interval that the samples give
+    std::string format = "table";
+};
+
+struct InstallCommandOptions {
+    std::string home;  // empty: the product's folder below the system's program files
+    bool        noDriver = false;
+};
+
+struct UninstallCommandOptions {
+    std::string home;  // empty: where the product is registered
+    bool        purge = false;
+};
+
 ToolExit RunStatus(const StatusOptions& options);
 ToolExit RunDoctor(const DoctorOptions& options);
 ToolExit RunDump(const DumpOptions& options);
+ToolExit RunTop(const TopOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
+ToolExit RunQuery(const QueryOptions& options);
+ToolExit RunInstall(const InstallCommandOptions& options);
+ToolExit RunUninstall(const UninstallCommandOptions& options);
 
 }  // namespace dkpf
 

@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "console_out.h"
+#include "query_text.h"
 #include "text.h"
 
 using namespace dkpf;
@@ -17,18 +18,31 @@ static constexpr char STATUS_EXIT[] =
 static constexpr char DOCTOR_EXIT[] =
     "exit: 0 all is well, notes apart; 1 something is wrong; 3 warnings only; 2 wrong usage";
 static constexpr char DUMP_EXIT[] = "exit: 0 printed; 1 no region (is the disk agent running?); 2 wrong usage";
+static constexpr char TOP_EXIT[] = "exit: 0 ended by the user or --seconds; 1 no values were read; 2 wrong usage";
 static constexpr char CHECK_EXIT[] = "exit: 0 the file is accepted; 1 it is refused: file, line, column, key, value "
                                      "and reason are printed; 2 wrong usage";
 static constexpr char RELOAD_EXIT[] = "exit: 0 the running agent has read the configuration; 1 the file is refused, no "
                                       "agent runs, or it did not answer; 2 "
                                       "wrong usage";
+static constexpr char INSTALL_EXIT[] = "exit: 0 installed, or it was there already; 1 a step failed: the reason is "
+                                       "said, the steps before are taken back; 2 wrong usage";
+static constexpr char UNINSTALL_EXIT[] =
+    "exit: 0 nothing of the product is left but what was to stay; 1 something could "
+    "not be removed: what and why is said; 2 wrong usage";
+
+static constexpr char QUERY_EXIT[] =
+    "exit: 0 printed; 1 no data, said why (also: the disk is not present); 2 wrong usage";
 
 /* Chosen by the command line; called once it is known to be right. */
 struct Choice {
     StatusOptions             status;
     DoctorOptions             doctor;
     DumpOptions               dump;
+    TopOptions                top;
     ConfigCheckOptions        check;
+    QueryOptions              query;
+    InstallCommandOptions     install;
+    UninstallCommandOptions   uninstall;
     std::function<ToolExit()> run;
 };
 
@@ -64,6 +78,19 @@ static void DescribeDump(CLI::App& app, Choice* choice)
     command->callback([choice] { choice->run = [choice] { return RunDump(choice->dump); }; });
 }
 
+static void DescribeTop(CLI::App& app, Choice* choice)
+{
+    static constexpr int secondsMax = 9999999;
+    CLI::App*            command =
+        app.add_subcommand("top", "The counters of all disks, read every second through the Performance Library. On a "
+                                  "terminal a screen, until q or Ctrl+C; otherwise lines, for each new sample.");
+    command->add_option("--seconds", choice->top.seconds, "end by itself after so many seconds")
+        ->check(CLI::Range(1, secondsMax));
+    command->add_flag("--plain", choice->top.plain, "lines on a terminal too");
+    command->footer(TOP_EXIT);
+    command->callback([choice] { choice->run = [choice] { return RunTop(choice->top); }; });
+}
+
 static void DescribeConfig(CLI::App& app, Choice* choice)
 {
     CLI::App* config = app.add_subcommand("config", "The configuration.");
@@ -80,6 +107,44 @@ static void DescribeConfig(CLI::App& app, Choice* choice)
     reload->callback([choice] { choice->run = [] { return RunConfigReload(); }; });
 }
 
+static void DescribeQuery(CLI::App& app, Choice* choice)
+{
+    QueryOptions& options = choice->query;
+    CLI::App* command = app.add_subcommand("query", "Values of one interval, read through the Performance Library.");
+    command->add_option("--disk", options.disk, "mirror disk 1 to 64, total, or all (default)")
+        ->check([](const std::string& text) {
+            return IsDiskChoice(text) ? std::string() : "neither a disk from 1 to 64, nor total, nor all";
+        });
+    command->add_option("--counter", options.counter, "one counter, by its name or its number, 0 to 16");
+    command
+        ->add_option("--interval", options.intervalS,
+                     "one interval of so many seconds; without it the first one that the samples give")
+        ->check(CLI::Range(1, 86400));
+    command->add_option("--format", options.format, "table (default), csv or json")
+        ->check(CLI::IsMember({ "table", "csv", "json" }));
+    command->footer(QUERY_EXIT);
+    command->callback([choice] { choice->run = [choice] { return RunQuery(choice->query); }; });
+}
+
+static void DescribeSetup(CLI::App& app, Choice* choice)
+{
+    CLI::App* install = app.add_subcommand("install", "Puts the product that this program belongs to in place and "
+                                                      "registers it: files, services, performance provider.");
+    install->add_option("--home", choice->install.home, "folder to install into [%ProgramFiles%\\TARNWELL]");
+    install->add_flag("--no-driver", choice->install.noDriver,
+                      "a real mirror disk driver is there: the simulated driver and its feeder are not installed");
+    install->footer(INSTALL_EXIT);
+    install->callback([choice] { choice->run = [choice] { return RunInstall(choice->install); }; });
+
+    CLI::App* uninstall =
+        app.add_subcommand("uninstall", "Takes the product off this machine. Logs and CSV files stay.");
+    uninstall->add_option("--home", choice->uninstall.home, "folder it was installed into [where it is registered]");
+    uninstall->add_flag("--purge", choice->uninstall.purge,
+                        "logs, CSV files and foreign files in the product's folders go too");
+    uninstall->footer(UNINSTALL_EXIT);
+    uninstall->callback([choice] { choice->run = [choice] { return RunUninstall(choice->uninstall); }; });
+}
+
 int wmain(int argc, wchar_t** argv)
 {
     CLI::App app{ "dkpfctl: looks at and directs the disk performance of this machine.", "dkpfctl" };
@@ -89,7 +154,10 @@ int wmain(int argc, wchar_t** argv)
     DescribeStatus(app, &choice);
     DescribeDoctor(app, &choice);
     DescribeDump(app, &choice);
+    DescribeTop(app, &choice);
     DescribeConfig(app, &choice);
+    DescribeQuery(app, &choice);
+    DescribeSetup(app, &choice);
 
     std::vector<std::string> arguments;  // last first, as the parser takes them
     for (int i = argc - 1; i > 0; i--)

@@ -15,8 +15,8 @@ extern "C" {
  * @param lpBuffer  0x4010 bytes; in: header word 0x311 at offset 0; out: a VELCOR_RECORD (velcor.h) from offset 0.
  *                  Untouched on failure.
  * @return 0; ERROR_INVALID_PARAMETER for a null pointer or another header word; otherwise the Win32 error number of the
- *         device. A device handle is opened at the first call and kept for the life of the process; where the driver was
- *         stopped, that handle stays dead. Threads: any, one at a time is served. Blocks as long as the driver does.
+ *         device. A device handle is opened by the first call that can and kept until the system refuses a request, which is
+ *         then made once more on a new handle. Threads: any, one at a time is served. Blocks as long as the driver does.
  */
 DWORD TnwDkfltrGetMirrorPerformance(void* lpBuffer);
 

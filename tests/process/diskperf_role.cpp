@@ -10,6 +10,7 @@
  *   unlock            closes it                                 answer "unlocked"
  *   open, close       the provider's entry points               answer "<result>"
  *   collect ROW       one collect                               answer "<result> <bytes> v0 .. v16" of that row
+ *   query WORDS       asks the system's Performance Library  answer "<result> <what it wrote, in hex>"
  *   die               ends the process as a crash would, no answer
  * It ends with its input.
  */
@@ -86,6 +87,26 @@ static void Collect(int row)
     printf("\n");
 }
 
+/* One query with room for all; the system loads the provider that is registered. */
+static void Query(const char* words)
+{
+    const size_t      slack = sizeof(PERF_DATA_BLOCK);  // Wine 8 writes so far behind the size it is given
+    std::vector<BYTE> data;
+    DWORD             size = 0;
+    LONG              result = ERROR_MORE_DATA;
+    for (DWORD room = 65536; result == ERROR_MORE_DATA && room <= 16777216; room *= 2) {
+        data.assign(room + slack, 0);
+        size = room;
+        result = RegQueryValueExA(HKEY_PERFORMANCE_DATA, words, NULL, NULL, data.data(), &size);
+    }
+    RegCloseKey(HKEY_PERFORMANCE_DATA);
+    printf("%ld ", result);
+    for (size_t i = 0; result == ERROR_SUCCESS && i < size + slack; i++) {
+        printf("%02x", data[i]);
+    }
+    printf("\n");
+}
+
 static void Answer(BOOL result, DWORD code)
 {
     printf("%d %08lx\n", result, code);
@@ -136,6 +157,8 @@ int main(int argc, char** argv)
             printf("%lu\n", g_library.close());
         } else if (command == "collect") {
             Collect(atoi(argument));
+        } else if (command == "query") {
+            Query(argument);
         } else if (command == "die") {
             TerminateProcess(GetCurrentProcess(), 77);
         } else {

@@ -67,6 +67,27 @@ class Roles : public testing::Test {
         return owners;
     }
 
+    /* The tick of the sample that the region shows; 0 before the first. */
+    static DWORD SampleTick()
+    {
+        return Region()->sampling_time;
+    }
+
+    /* Peaks that are fed before it are lost with the request that is discarded. */
+    static bool AwaitFirstSample()
+    {
+        return Eventually([] { return SampleTick() != 0; });
+    }
+
+    /* Waits for a sample taken after this call began. */
+    static void AwaitFreshSample()
+    {
+        for (int i = 0; i < 2; i++) {  // the first may have been under way
+            const DWORD before = SampleTick();
+            ASSERT_TRUE(Eventually([&] { return SampleTick() != before && SampleTick() != 0; }));
+        }
+    }
+
     ProductHome home;
 };
 

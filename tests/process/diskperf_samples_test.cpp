@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "process/registered_provider.h"
 #include "support/driver.h"
 
 using testing::Each;
@@ -133,27 +134,6 @@ class Samples : public Roles {
     bool AwaitRows(const wchar_t* file, size_t count)
     {
         return Eventually([&] { return home.Lines(file).size() > count; });
-    }
-
-    /* The tick of the sample that the region shows; 0 before the first. */
-    static DWORD SampleTick()
-    {
-        return Region()->sampling_time;
-    }
-
-    /* Peaks that are fed before it are lost with the request that is discarded. */
-    static bool AwaitFirstSample()
-    {
-        return Eventually([] { return SampleTick() != 0; });
-    }
-
-    /* Waits for a sample taken after this call began. */
-    void AwaitFreshSample()
-    {
-        for (int i = 0; i < 2; i++) {  // the first may have been under way
-            const DWORD before = SampleTick();
-            ASSERT_TRUE(Eventually([&] { return SampleTick() != before && SampleTick() != 0; }));
-        }
     }
 
     static Row Column(const std::vector<Row>& rows, size_t column)
@@ -342,13 +322,7 @@ TEST_F(Samples, TheFirstLineComesWithTheSecondSample)
 
 TEST_F(Samples, EachReaderGetsThePeaksSinceItsOwnLastRead)
 {
-    HKEY        key = NULL;
-    const char* path = "SYSTEM\\CurrentControlSet\\Services\\tnwdiskperf\\performance";
-    DWORD       number = 4000;
-    ASSERT_EQ(0, RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, NULL, 0, KEY_ALL_ACCESS, NULL, &key, NULL));
-    RegSetValueExA(key, "First Counter", 0, REG_DWORD, reinterpret_cast<BYTE*>(&number), sizeof(number));
-    RegSetValueExA(key, "First Help", 0, REG_DWORD, reinterpret_cast<BYTE*>(&number), sizeof(number));
-    RegCloseKey(key);
+    const RegisteredProvider registration(home);
 
     VELCOR_ENTRY& disk = feed.driver.entry[6];
     Present(feed, 7, VELCOR_MODE_SYNC);
@@ -393,7 +367,6 @@ TEST_F(Samples, EachReaderGetsThePeaksSinceItsOwnLastRead)
     EXPECT_EQ("0", often->Ask("close"));
     EXPECT_EQ("0", seldom->Ask("close"));
     EXPECT_EQ((std::vector<DWORD>{ 0, 0, 0, late->Id() }), Owners());
-    RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
 }
 
 TEST_F(Samples, AKilledReadersPeaksAreNotItsSuccessors)

@@ -27,11 +27,15 @@ Program::Program(const std::wstring& exe, const std::string& arguments)
     startup.hStdInput = itsInput;
     startup.hStdOutput = itsOutput;
     startup.hStdError = itsOutput;
-    const BOOL started = CreateProcessW(exe.c_str(), &command[0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process);
+    const BOOL  started =
+        CreateProcessW(exe.c_str(), &command[0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process);
+    const DWORD error = GetLastError();
     CloseHandle(itsInput);
     CloseHandle(itsOutput);
     if (!started) {
-        throw std::runtime_error("a program does not start");
+        CloseHandle(toIt);
+        CloseHandle(fromIt);
+        throw std::runtime_error("a program does not start: error " + std::to_string(error));
     }
 }
 

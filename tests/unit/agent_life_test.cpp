@@ -38,11 +38,12 @@ class World : public ProducerGuard,
               public Product,
               public Configuration,
               public DriverService,
+              public DriverDevice,
               public Journal,
               public StateStore,
               public Clock,
               public Supervisor {
-  public:
+public:
     struct Written {
         DWORD       level;
         std::string text;
@@ -56,11 +57,14 @@ class World : public ProducerGuard,
     std::deque<ConfigVerdict> verdicts;  // the last one stays
     ServiceStart              driver{ true, "is running already" };
     bool                      initializes = true;
+    std::deque<bool>          initializeResults;  // one after another, instead of initializes
     DWORD                     initializeCode = DKPF_ERR_SUCCESS;
     bool                      reinitializes = true;
     DWORD                     reinitializeCode = DKPF_ERR_SUCCESS;
     bool                      terminates = true;
     DWORD                     terminateCode = DKPF_ERR_SUCCESS;
+    std::deque<bool>          holds;    // the device opens; the last one stays
+    std::deque<bool>          lives;    // its handle; the last one stays
     std::deque<Signal>        signals;  // then Stop
     std::deque<int>           offsets;  // minutes; the last one stays
     std::deque<DWORD>         saveErrors;
@@ -80,7 +84,7 @@ class World : public ProducerGuard,
     {
         calls.push_back("initialize");
         *code = initializeCode;
-        return initializes;
+        return Next(&initializeResults, initializes);
     }
     bool Reinitialize(DWORD* code) override
     {
@@ -106,6 +110,16 @@ class World : public ProducerGuard,
         if (stopDuringDriver)
             m_stop = true;
         return stopAsked() ? ServiceStart{ false, "was not waited for" } : driver;
+    }
+    bool Hold() override
+    {
+        const bool opens = Next(&holds, true);
+        calls.push_back(opens ? "hold" : "hold in vain");
+        return opens;
+    }
+    bool Lives() override
+    {
+        return Next(&lives, true);
     }
     void Open(DWORD level, DWORD sizeKiB) override
     {
@@ -158,7 +172,7 @@ class World : public ProducerGuard,
         return texts;
     }
 
-  private:
+private:
     template <class T> static T Next(std::deque<T>* queue, T otherwise)
     {
         if (queue->empty())
@@ -173,10 +187,10 @@ class World : public ProducerGuard,
 };
 
 class AgentLifeTest : public testing::Test {
-  protected:
+protected:
     AgentExit Live(bool console = false)
     {
-        AgentLife life({ world, world, world, world, world, world, world, world },
+        AgentLife life({ world, world, world, world, world, world, world, world, world },
                        { console, 4711, 133000000000000000ull, "1.2.3" });
         return life.Run();
     }
@@ -196,7 +210,7 @@ class AgentLifeTest : public testing::Test {
 TEST_F(AgentLifeTest, AWholeLifeGoesThroughItsStepsInOrder)
 {
     EXPECT_EQ(Live(), AGENT_STOPPED);
-    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "initialize", "terminate"));
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "terminate"));
 }
 
 TEST_F(AgentLifeTest, AgentStateTellsEachPhaseAndWhoTheAgentIs)
@@ -277,7 +291,7 @@ TEST_F(AgentLifeTest, ADriverThatCannotBeStartedIsToldAndTheAgentGoesOn)
 {
     world.driver = { false, "is not installed" };
     EXPECT_EQ(Live(), AGENT_STOPPED);
-    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "initialize", "terminate"));
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "terminate"));
     EXPECT_THAT(world.Texts(TNWLOG_ERROR),
                 ElementsAre(" the driver's service velcor is not installed; going on without it"));
     EXPECT_EQ(Last().lastFailure->message, "the driver's service velcor is not installed");
@@ -302,7 +316,7 @@ TEST_F(AgentLifeTest, ALibraryThatDoesNotComeUpStopsTheAgentWithTheCodeInWords)
     world.initializes = false;
     world.initializeCode = DKPF_ERR_STRING_OPEN;
     EXPECT_EQ(Live(), AGENT_PRODUCT_FAILED);
-    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "initialize"));
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize"));
     EXPECT_THAT(Last().lastFailure->message, HasSubstr("0xb0000020: the message strings could not be opened"));
     EXPECT_EQ(Last().phase, AgentPhase::Stopped);
     EXPECT_EQ(Last().exitCode, 5u);
@@ -314,6 +328,88 @@ TEST_F(AgentLifeTest, TheStartLineNamesVersionFormProcessAndUtcOffset)
     Live(true);
     EXPECT_EQ(world.Texts(TNWLOG_NOTICE).front(),
               " dkpfagent 1.2.3 starts as console program, process 4711, UTC offset -02:30");
+}
+
+/* ---- Device ---- */
+
+TEST_F(AgentLifeTest, ADeadHandleIsToldOnceAndTheLibraryComesUpAnewWhenTheDeviceIsBack)
+{
+    world.lives = { true, false };
+    world.holds = { true, false, false, true };  // at the start; twice in vain
+    world.signals = { Signal::Nothing, Signal::Nothing, Signal::Nothing, Signal::Nothing };
+    Live();
+    EXPECT_THAT(world.calls,
+                ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "hold in vain", "hold in vain",
+                            "hold", "check", "reinitialize", "terminate", "initialize", "terminate"));
+    EXPECT_THAT(world.Texts(TNWLOG_WARNING), ElementsAre(" the driver's device is gone; waiting until it opens again"));
+    EXPECT_EQ(world.Texts(TNWLOG_NOTICE)[3],
+              " the driver's device is back, the performance library was brought up anew");
+    EXPECT_EQ(Last().lastFailure->message, "the driver's device is gone");
+}
+
+TEST_F(AgentLifeTest, ADriverThatWasAbsentAtTheStartIsTakenUpWhenItComes)
+{
+    world.lives = { false, true };
+    world.holds = { false, true };
+    world.signals = { Signal::Nothing, Signal::Nothing };
+    Live();
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold in vain", "initialize", "hold",
+                                         "check", "reinitialize", "terminate", "initialize", "terminate"));
+}
+
+TEST_F(AgentLifeTest, AHandleThatLivesIsLeftAlone)
+{
+    world.signals = { Signal::Nothing, Signal::Nothing, Signal::Nothing };
+    Live();
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "terminate"));
+}
+
+TEST_F(AgentLifeTest, WhileCollectionIsOffNobodyLooksAtTheDevice)
+{
+    SettingValues off = DEFAULTS;
+    off[PERF_ENABLE] = 0;
+    world.verdicts = { Accepted(off) };
+    world.lives = { false };
+    world.signals = { Signal::Nothing };
+    Live();
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "terminate"));
+    EXPECT_THAT(world.Texts(TNWLOG_WARNING), IsEmpty());
+}
+
+TEST_F(AgentLifeTest, ARefusedConfigurationKeepsTheLibraryUpAndIsLookedAtAgain)
+{
+    world.verdicts = { Accepted(DEFAULTS), Refused("cut off"), Accepted(DEFAULTS) };
+    world.lives = { false };
+    world.signals = { Signal::Nothing, Signal::Nothing };
+    Live();
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "hold", "check",
+                                         "hold", "check", "reinitialize", "terminate", "initialize", "terminate"));
+    EXPECT_THAT(world.Texts(TNWLOG_ERROR),
+                ElementsAre(" the device is back, but the configuration is refused: cut off"));
+}
+
+TEST_F(AgentLifeTest, ALibraryThatDoesNotComeUpAnewIsTriedAgainWithoutTerminatingItTwice)
+{
+    world.lives = { false };
+    world.signals = { Signal::Nothing, Signal::Nothing };
+    world.initializeResults = { true, false, true };
+    world.initializeCode = DKPF_ERR_MAPPING;
+    Live();
+    EXPECT_THAT(world.calls,
+                ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "hold", "check",
+                            "reinitialize", "terminate", "initialize", "hold", "check", "initialize", "terminate"));
+    EXPECT_THAT(Last().lastFailure->message, HasSubstr("DkpfInitialize failed with 0xb000001a"));
+}
+
+TEST_F(AgentLifeTest, ABroughtUpLibraryHasAllSettingsOfTheFileInForce)
+{
+    SettingValues changed = DEFAULTS;
+    changed[COLLECT_INTERVAL] = 2;
+    world.verdicts = { Accepted(DEFAULTS), Accepted(changed) };
+    world.lives = { false, true };
+    world.signals = { Signal::Nothing };
+    Live();
+    EXPECT_EQ(*Last().inForce, changed);
 }
 
 /* ---- Reload ---- */
@@ -345,8 +441,8 @@ TEST_F(AgentLifeTest, AReloadOfAnUnchangedFileStillReadsItAndSaysThatNothingIsNe
 {
     world.signals = { Signal::Reload };
     Live();
-    EXPECT_THAT(world.calls,
-                ElementsAre("guard", "check", "running", "driver", "initialize", "check", "reinitialize", "terminate"));
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "check",
+                                         "reinitialize", "terminate"));
     EXPECT_THAT(world.Texts(TNWLOG_NOTICE), testing::Contains(" reload: taken over: nothing new"));
     EXPECT_THAT(Last().lastReload->takenOver, IsEmpty());
 }
@@ -356,7 +452,8 @@ TEST_F(AgentLifeTest, ARefusedFileNeverReachesTheLibraryAndTheOldSettingsStay)
     world.verdicts = { Accepted(DEFAULTS), Refused("line 3: cut off") };
     world.signals = { Signal::Reload };
     EXPECT_EQ(Live(), AGENT_STOPPED);
-    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "initialize", "check", "terminate"));
+    EXPECT_THAT(world.calls,
+                ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "check", "terminate"));
     EXPECT_EQ(*Last().inForce, DEFAULTS);
     EXPECT_EQ(Last().lastReload->result, ReloadResult::Refused);
     EXPECT_EQ(Last().lastReload->message, "line 3: cut off");
@@ -432,7 +529,7 @@ TEST_F(AgentLifeTest, AnUnchangedUtcOffsetWritesNothing)
     world.signals = { Signal::Nothing, Signal::Nothing };
     Live();
     EXPECT_EQ(world.saved.size(), 4u);  // starting, running, stopping, stopped
-    EXPECT_EQ(world.waitLimit, 60000u);
+    EXPECT_EQ(world.waitLimit, 5000u);
 }
 
 /* ---- End and records ---- */

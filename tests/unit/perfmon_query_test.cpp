@@ -3,6 +3,7 @@
  */
 #include <ctype.h>
 #include <stdlib.h>
+#include <wctype.h>
 
 #include <iostream>
 #include <random>
@@ -302,15 +303,25 @@ TEST_F(PerfmonQuery, AWideDigitIsNoDigit)
 
 /* ---- Random queries against a model ------------------------------------------------------------------------------ */
 
-/* The type, from the words alone: a number is optional tabs, an optional sign and digits. */
+/* What might be taken for a separator, and halves of surrogate pairs in either order. */
+static const std::vector<std::wstring> Strange = {
+    L"\t",     L"\n",     L"\v",     L"\f",     L"\r",     L",",      L";",      L":",      L".",      L"/",
+    L"|",      L"\x0085", L"\x00A0", L"\x2003", L"\x2028", L"\x200B", L"\x3000", L"\xFEFF", L"\xFFFF", L"\x0001",
+    L"\xD800", L"\xDBFF", L"\xDC00", L"\xDFFF",
+};
+
+/* The type, from the words alone: a number is optional white space, an optional sign and digits. Blanks end the word. */
 static DWORD ModelType(const std::wstring& query)
 {
     std::wstring word = query.substr(0, query.find(L' '));
     if (query.empty()) {
         return 4;
     }
-    size_t at = word.find_first_not_of(L'\t');
-    if (at != std::wstring::npos && (word[at] == L'-' || word[at] == L'+')) {
+    size_t at = 0;
+    while (at < word.size() && iswspace(word[at])) {
+        at++;
+    }
+    if (at < word.size() && (word[at] == L'-' || word[at] == L'+')) {
         at++;
     }
     bool nonZero = false;
@@ -323,6 +334,16 @@ static DWORD ModelType(const std::wstring& query)
     return word == L"Global" ? 1u : word == L"Foreign" ? 2u : word == L"Costly" ? 3u : 4u;
 }
 
+/* What is left of a number in 32 bits. */
+static DWORD Remainder(const std::wstring& digits)
+{
+    ULONGLONG value = 0;
+    for (WCHAR digit : digits) {
+        value = (value * 10 + static_cast<ULONGLONG>(digit - L'0')) % 0x100000000ull;
+    }
+    return static_cast<DWORD>(value);
+}
+
 /* Is the number an item? Items stand between blanks; one that counts is any text without a digit, then digits to its
  * end. */
 static bool ModelFinds(DWORD number, const std::wstring& list)
@@ -333,11 +354,7 @@ static bool ModelFinds(DWORD number, const std::wstring& list)
         std::wstring item = list.substr(begin, end - begin);
         size_t first = item.find_first_of(digits);
         if (first != std::wstring::npos && item.find_first_not_of(digits, first) == std::wstring::npos) {
-            ULONGLONG value = 0;
-            for (WCHAR digit : item.substr(first)) {
-                value = (value * 10 + static_cast<ULONGLONG>(digit - L'0')) % 0x100000000ull;
-            }
-            if (value == number) {
+            if (Remainder(item.substr(first)) == number) {
                 return true;
             }
         }
@@ -370,10 +387,20 @@ protected:
         }
         return text;
     }
+    /* Digits without end, now and then. The last one is odd, so that the number is not 0 in 32 bits either. */
+    std::wstring LongNumber()
+    {
+        std::wstring digits;
+        for (unsigned n = 65536; n > 0; n--) {
+            digits += static_cast<WCHAR>(L'0' + Below(10));
+        }
+        digits.back() = L'7';
+        return digits;
+    }
     static std::string Shown(const std::wstring& text)
     {
         std::string shown;
-        for (WCHAR c : text) {
+        for (WCHAR c : text.substr(0, 200)) {
             shown += c >= 32 && c < 127 ? std::string(1, static_cast<char>(c)) : "\\x" + Hex(c).substr(2);
         }
         return "\"" + shown + "\"";
@@ -389,12 +416,20 @@ protected:
 
 TEST_F(PerfmonQueryFuzz, TheTypeIsTheModels)
 {
-    const std::vector<std::wstring> pieces = { L"0",      L"1", L"9",     L"0",      L" ",      L"\t",
-                                               L"-",      L"+", L"a",     L",",      L"Global", L"Foreign",
-                                               L"Costly", L"G", L"lobal", L"\x00E4", L"\x4E2D" };
+    std::vector<std::wstring> pieces = Strange;
+    for (int often = 0; often < 3; often++) {
+        pieces.insert(pieces.end(), { L"0", L"1", L"9", L"0", L" ", L"-", L"+", L"a", L"Global", L"Foreign", L"Costly",
+                                      L"G", L"lobal", L"\x00E4", L"\x4E2D" });
+    }
     unsigned seen[5] = {};
-    for (unsigned i = 0; i < 20000; i++) {
-        std::wstring query = Pick(pieces, 6);  // few enough digits that no number leaves 32 bits
+    for (unsigned i = 0; i < 30000; i++) {
+        // Few enough digits that no number leaves 32 bits; the endless ones do.
+        std::wstring query = Pick(pieces, 6);
+        if (i % 1000 == 0) {
+            query = Pick(pieces, 1) + LongNumber() + Pick(pieces, 3);
+        } else if (i % 1000 == 500) {
+            query = std::wstring(65536, L'0') + Pick(pieces, 3);
+        }
         DWORD type = ModelType(query);
         seen[type]++;
         ASSERT_EQ(_DkpfPfmGetPMQueryType(query.c_str()), type) << Shown(query) << " seed " << seed;
@@ -408,14 +443,23 @@ TEST_F(PerfmonQueryFuzz, TheTypeIsTheModels)
 
 TEST_F(PerfmonQueryFuzz, TheNumbersFoundAreTheModels)
 {
-    const std::vector<std::wstring> pieces = { L"0", L"1", L"2",  L"3",    L"5",          L" ",
-                                               L" ", L" ", L"12", L"2000", L"4294967296", L"9999999999",
-                                               L"a", L",", L"-",  L"\t",   L"\x00B2",     L"\xFF11" };
-    unsigned found = 0, missed = 0;
-    for (unsigned i = 0; i < 20000; i++) {
+    std::vector<std::wstring> pieces = Strange;
+    for (int often = 0; often < 3; often++) {
+        pieces.insert(pieces.end(), { L"0", L"1", L"2", L"3", L"5", L" ", L" ", L" ", L" ", L"12", L"2000",
+                                      L"4294967296", L"9999999999", L"a", L"-", L"\x00B2", L"\xFF11" });
+    }
+    unsigned found = 0, missed = 0, longFound = 0;
+    for (unsigned i = 0; i < 30000; i++) {
         static const DWORD numbers[] = { 0, 1, 2, 3, 5, 12, 2000, 2012 };
         std::wstring list = Pick(pieces, 12);
         DWORD number = numbers[Below(ARRAYSIZE(numbers))];
+        if (i % 1000 == 0) {
+            const std::wstring digits = LongNumber();
+            const bool searched = i % 2000 == 0;  // on its own; the other half joins what stands beside it
+            number = searched ? Remainder(digits) : number;
+            list += (searched ? L" " : L"") + digits + (searched ? L" " : L"") + Pick(pieces, 3);
+            longFound += searched && ModelFinds(number, list);
+        }
         bool expected = ModelFinds(number, list);
         (expected ? found : missed)++;
         ASSERT_EQ(_DkpfPfmIsNumberInUnicodeList(number, list.c_str()), expected ? TRUE : FALSE)
@@ -424,4 +468,5 @@ TEST_F(PerfmonQueryFuzz, TheNumbersFoundAreTheModels)
     }
     EXPECT_GT(found, 300u) << "the pieces hardly ever make a list with the number";
     EXPECT_GT(missed, 300u);
+    EXPECT_EQ(longFound, 15u);
 }

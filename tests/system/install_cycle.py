@@ -1,0 +1,167 @@
+"""Install, restart, use, install over what runs, configure, remove: the machine is as it was before, key by key."""
+import re
+import shutil
+import subprocess
+
+from product import ROOT, WINE, expect, main, wait_for
+
+STAGE = ROOT / "build/stage"
+SERVICES = ("dkpfagent", "velcor", "velcorfeed")
+# What the system itself writes at each start of its own: new numbers of displays, dates of display drivers, and the count
+# of starts under the name of each.
+VOLATILE_KEY = re.compile(r"\\Control\\Video\b|\\Hardware Profiles\\|\\Control\\Class\\\{4D36E968", re.I)
+VOLATILE_VALUE = {"DriverDateData", "DriverError"}
+
+
+def keys_of(path):
+    """{key: {name: value}} of an exported part of the registry."""
+    keys, key = {}, None
+    text = path.read_bytes().decode("utf-16").replace("\r\n", "\n").replace("\\\n  ", "")
+    for line in text.split("\n")[1:]:
+        if line.startswith("["):
+            key = line[1:-1]
+            if not VOLATILE_KEY.search(key):
+                keys[key] = {}
+        elif line and key in keys:
+            name, value = re.fullmatch(r'(@|"(?:[^"\\]|\\.)*")=(.*)', line, re.S).groups()
+            if name.strip('"') not in VOLATILE_VALUE:
+                keys[key][name] = value
+    return keys
+
+
+def machine(product):
+    """Registry keys with their values, and files with their sizes, of the whole machine but for this test's own."""
+    registry = {}
+    for root in ("System", "Software"):
+        path = product.folder / f"{root}.reg"
+        code, text = product.run([WINE, "reg", "export", f"HKLM\\{root}", str(path), "/y"])
+        expect(code == 0, f"reg export: {text}")
+        registry |= keys_of(path)
+    expect(len(registry) > 500, f"{len(registry)} keys were exported")
+    files = {str(path.relative_to(product.prefix)): path.stat().st_size
+             for path in (product.prefix / "drive_c").rglob("*") if path.is_file() and "/temp/" not in str(path).lower()}
+    return registry, files
+
+
+def compare(what, before, after):
+    for name, one, other in zip(("key", "file"), before, after):
+        for entry in sorted(one.keys() | other.keys()):
+            expect(one.get(entry) == other.get(entry),
+                   f"{what}: {name} {entry}: {one.get(entry)} before, {other.get(entry)} after")
+
+
+def restart(product):
+    product.must('stop_prefix "$WINEPREFIX"; "$common_wineserver" -w; start_prefix')
+
+
+def setup(product, program, command, *options):
+    code, text = product.run([WINE, str(program / "bin/dkpfctl.exe"), command, "--home", product.windows_home, *options])
+    expect(code == 0, f"{command}: exit code {code}\n{text}")
+    return text
+
+
+def wait_running(product):
+    for name in SERVICES:
+        wait_for(f"{name} running", lambda: product.state(name) == "RUNNING")
+
+
+def next_version(product):
+    """A stage whose libraries and policy differ from the one that is installed."""
+    folder = product.folder / "next"
+    shutil.copytree(STAGE, folder)
+    for name in ("bin/tnwlog.dll", "bin/tnwdiskperf.dll", "bin/dkpfagent.exe", "driver/velcor.sys"):
+        with open(folder / name, "ab") as file:
+            file.write(b"next version")
+    policy = folder / "etc/policy/diskperf.xml"
+    policy.write_bytes(policy.read_bytes() + b"<!-- next version -->\r\n")
+    return folder
+
+
+def check(product):
+    product.remove()
+    product.folder.mkdir(parents=True)
+    code, text = product.run([str(ROOT / "tests/support/wine-slot"), "--copy", str(product.prefix)])
+    expect(code == 0, f"no prefix: {text}")
+    product.must("start_prefix")
+    product.windows_home = product.must('windows_path "$home"').strip()
+    # A window of the system's own writes keys when it comes up first; it shall stand on both sides.
+    restart(product)
+    before = machine(product)
+
+    text = setup(product, STAGE, "install")
+    expect("\ninstalled\n" in text, text)
+    for path in STAGE.rglob("*"):
+        if path.is_file():
+            installed = product.home / path.relative_to(STAGE)
+            expect(installed.exists() and installed.read_bytes() == path.read_bytes(), f"{installed} is not as in the stage")
+    installed = machine(product)
+    text = setup(product, STAGE, "install")
+    # This system keeps rights as permission bits, so they never read back as they were set.
+    done = [line for line in text.split("\n") if ": done" in line]
+    expect(" 0 placed, " in text and done == ["folders and their access rights: done"],
+           f"the second run changed something:\n{text}")
+    compare("second install", installed, machine(product))
+
+    # The machine starts: all three come up by themselves.
+    product.set("collectinterval", 1)
+    product.set("writeinterval", 1)
+    restart(product)
+    wait_running(product)
+    product.wait_lines("nmp_total_raw", 3)
+    expect(not list(product.home.glob("bin/*.old-*")), "files were moved aside for nothing")
+
+    # Over what runs, while a host holds the libraries.
+    newer = next_version(product)
+    held = product.home / "bin/tnwdiskperf.dll"
+    host = subprocess.Popen([str(WINE), str(ROOT / "build/win/tests/bin/hold_file.exe"), "--load",
+                             product.must('windows_path "$1"', held).strip()], env=product.environment,
+                            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    try:
+        expect(host.stdout.readline().strip() == b"held", "the library could not be loaded")
+        config = (product.home / "etc/cluster.xml").read_bytes()
+        text = setup(product, newer, "install")
+        expect("services to stop: dkpfagent, velcorfeed, velcor\n" in text, text)
+        expect(f"held: {product.windows_home}\\bin\\tnwdiskperf.dll.old-1" in text, text)
+        expect((product.home / "bin/tnwdiskperf.dll.old-1").read_bytes() == (STAGE / "bin/tnwdiskperf.dll").read_bytes(),
+               "the old library is not there")
+        for name in ("bin/tnwdiskperf.dll", "bin/dkpfagent.exe", "etc/policy/diskperf.xml"):
+            expect((product.home / name).read_bytes() == (newer / name).read_bytes(), f"{name} was not replaced")
+        expect((product.home / "etc/cluster.xml").read_bytes() == config, "the configuration was replaced")
+        wait_running(product)
+        product.wait_lines("nmp_total_raw", product.count("nmp_total_raw") + 2)
+    finally:
+        host.stdin.close()
+        host.wait(30)
+    setup(product, newer, "install")
+    expect(not list(product.home.rglob("*.old-*")), "the old library stays when nobody holds it")
+
+    product.set("collectparam", "0x1800")
+    code, text = product.ctl("config", "reload")
+    expect(code == 0 and "parameters/collectparam = 0x1800\n" in text, f"reload: {code}\n{text}")
+
+    # Logs and CSV files stay; what others put beside ours stays too.
+    foreign = product.home / "etc/foreign.txt"
+    foreign.write_text("not ours")
+    text = setup(product, STAGE, "uninstall")
+    expect("etc: stays, it holds foreign.txt\n" in text, text)
+    left = sorted({path.relative_to(product.home).parts[0] for path in product.home.rglob("*") if path.is_file()})
+    expect(left == ["etc", "log", "perf"] and foreign.exists(), f"left: {left}")
+    expect([path.name for path in (product.home / "etc").iterdir()] == ["foreign.txt"], "etc holds more")
+    for name in SERVICES:
+        code, text = product.run([WINE, "sc", "query", name])
+        expect(code != 0, f"{name} is still there: {text}")
+    text = setup(product, STAGE, "uninstall")
+    expect("NOT removed" not in text, f"the second run: {text}")
+
+    # By its own program, from its own folder, while it is in place again.
+    setup(product, STAGE, "install")
+    text = setup(product, product.home, "uninstall", "--purge")
+    expect("dkpfctl.exe.old-1: in use, goes at the next restart\n" in text, text)
+    restart(product)
+    expect(not product.home.exists(), f"left: {list(product.home.rglob('*'))}")
+    after = machine(product)
+    compare("uninstalled", before, after)
+    print(f"{len(before[0])} keys and {len(before[1])} files are as before")
+
+
+main(check)

@@ -1,0 +1,386 @@
+// Whole runs of install and uninstall on a machine in memory: each change failing once, the program killed behind each
+// change, runs over what is there.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "doubles/machine_double.h"
+#include "install.h"
+#include "names.h"
+#include "product_files.h"
+#include "registration.h"
+#include "text.h"
+#include "uninstall.h"
+
+namespace dkpf {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::wstring SOURCE = L"C:\\unpacked";
+const std::wstring HOME = L"C:\\Program Files\\TARNWELL";
+
+/* What the folder that is installed from holds; a version's text stands in each file. */
+void Unpack(FakeMachine& machine, const std::string& version)
+{
+    for (const wchar_t* folder : { L"", L"\\bin", L"\\etc", L"\\etc\\policy", L"\\etc\\scenarios", L"\\driver" })
+        machine.state.folders[SOURCE + folder] = L"D:AI";
+    for (const ProductFile& file : PRODUCT_FILES)
+        machine.state.files[SOURCE + L"\\" + file.path] = version + " of " + Narrow(file.path);
+}
+
+class Setup : public testing::Test {
+protected:
+    static bool Run(FakeMachine& machine, bool driver = true, std::vector<std::string>* lines = nullptr)
+    {
+        return Install(machine, { SOURCE, HOME, driver }, [lines](std::string_view line) {
+            if (lines != nullptr)
+                lines->emplace_back(line);
+        });
+    }
+    static bool Remove(FakeMachine& machine, bool purge = false, std::vector<std::string>* lines = nullptr)
+    {
+        return Uninstall(machine, { HOME, purge }, [lines](std::string_view line) {
+            if (lines != nullptr)
+                lines->emplace_back(line);
+        });
+    }
+    static FakeMachine Clean(bool loader)
+    {
+        FakeMachine machine;
+        machine.wine = !loader;
+        machine.loaderWorks = loader;
+        Unpack(machine, "one");
+        return machine;
+    }
+    /* The first version is installed and runs; the second is unpacked. */
+    static FakeMachine Older(bool loader)
+    {
+        FakeMachine machine = Clean(loader);
+        EXPECT_TRUE(Run(machine));
+        for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
+            machine.state.services.at(name).runs = true;
+        machine.state.files[HOME + L"\\etc\\cluster.xml"] = "the operator's";
+        machine.calls.clear();
+        Unpack(machine, "two");
+        return machine;
+    }
+    static std::vector<FakeMachine> Beginnings()
+    {
+        return { Clean(false), Clean(true), Older(false), Older(true) };
+    }
+};
+
+TEST_F(Setup, EverythingIsWhereItBelongs)
+{
+    FakeMachine machine = Clean(true);
+    ASSERT_TRUE(Run(machine));
+    const auto text = [&machine](const wchar_t* key, const wchar_t* name) {
+        RegistryValue value;
+        machine.ReadValue(key, name, &value);
+        return value.text;
+    };
+    for (const ProductFile& file : PRODUCT_FILES)
+        EXPECT_EQ(machine.state.files[HOME + L"\\" + file.path], "one of " + Narrow(file.path));
+    EXPECT_EQ(machine.state.files[L"C:\\Windows\\drivers\\velcor.sys"], "one of driver\\velcor.sys");
+    EXPECT_EQ(text(PERFORMANCE_KEY, L"Library"), HOME + L"\\bin\\tnwdiskperf.dll");
+    EXPECT_EQ(text(PERFORMANCE_KEY, L"Open"), L"DkpfOpenForPerfmon");
+    EXPECT_EQ(text(PERFORMANCE_KEY, L"Collect"), L"DkpfCollectForPerfmon");
+    EXPECT_EQ(text(PERFORMANCE_KEY, L"Close"), L"DkpfCloseForPerfmon");
+    EXPECT_EQ(text(PERFORMANCE_KEY, L"Object List"), L"7000");
+    EXPECT_EQ(text(EVENT_SOURCE_KEY, L"EventMessageFile"), HOME + L"\\bin\\tnwmsg.dll");
+    EXPECT_EQ(text(ENVIRONMENT_KEY, L"Path"), L"%SystemRoot%\\system32;C:\\tools;;" + HOME + L"\\bin");
+    EXPECT_EQ(machine.state.keys.count(DEBUG_KEY), 1u);
+    EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
+    const FakeService& agent = machine.state.services.at(AGENT_SERVICE);
+    EXPECT_EQ(agent.config.command, L"\"" + HOME + L"\\bin\\dkpfagent.exe\"");
+    EXPECT_EQ(agent.config.start, static_cast<DWORD>(SERVICE_AUTO_START));
+    EXPECT_EQ(agent.settings.size(), 3u);
+    EXPECT_EQ(machine.state.services.at(DRIVER_SERVICE).config.type, static_cast<DWORD>(SERVICE_KERNEL_DRIVER));
+    EXPECT_EQ(machine.state.folders[HOME + L"\\log"], LOG_ACCESS);
+    EXPECT_EQ(machine.state.folders[HOME + L"\\bin"], READ_ONLY_ACCESS);
+}
+
+TEST_F(Setup, ASystemWithoutALoaderGetsAFreeRange)
+{
+    FakeMachine machine = Clean(false);
+    ASSERT_TRUE(Run(machine));
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"First Counter"].number, 2000u);
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"Last Counter"].number, 2034u);
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"First Help"].number, 2001u);
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"Last Help"].number, 2035u);
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"Object List"].text, L"2000");
+}
+
+TEST_F(Setup, WithALoaderAMissingRangeIsAFailedStepAndUndone)
+{
+    FakeMachine machine = Clean(false);
+    machine.wine = false;
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("names of the counters: FAILED: ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
+TEST_F(Setup, AServiceSettingThatIsRefusedEndsItUnlessTheSystemKeepsNone)
+{
+    FakeMachine machine = Clean(false);
+    machine.settingsKept = false;
+    std::vector<std::string> lines;
+    EXPECT_TRUE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("this system does not keep the list of privileges")));
+
+    FakeMachine real = Clean(true);
+    real.settingsKept = false;
+    const auto before = Describe(real.state);
+    EXPECT_FALSE(Run(real));
+    EXPECT_THAT(Describe(real.state), ElementsAreArray(before));
+}
+
+TEST_F(Setup, NoAdministratorNoChange)
+{
+    FakeMachine machine = Clean(true);
+    machine.administrator = false;
+    EXPECT_FALSE(Run(machine));
+    EXPECT_FALSE(Remove(machine));
+    EXPECT_THAT(machine.calls, IsEmpty());
+}
+
+TEST_F(Setup, ASecondRunChangesNothing)
+{
+    for (FakeMachine& machine : std::vector<FakeMachine>{ Clean(false), Clean(true) }) {
+        ASSERT_TRUE(Run(machine));
+        machine.calls.clear();
+        ASSERT_TRUE(Run(machine));
+        EXPECT_THAT(machine.calls, IsEmpty());
+    }
+}
+
+TEST_F(Setup, ANewVersionStopsWhatRunsKeepsTheConfigurationAndStartsAgain)
+{
+    FakeMachine machine = Older(true);
+    ASSERT_TRUE(Run(machine));
+    for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
+        EXPECT_TRUE(machine.Runs(name)) << Narrow(name);
+    EXPECT_EQ(machine.calls.front(), "stop dkpfagent");
+    EXPECT_EQ(machine.state.files[HOME + L"\\etc\\cluster.xml"], "the operator's");
+    EXPECT_EQ(machine.state.files[HOME + L"\\etc\\policy\\diskperf.xml"], "two of etc\\policy\\diskperf.xml");
+    EXPECT_EQ(machine.state.keys[L"SYSTEM"][L"names"].text, L"two of etc\\tnwdiskperf.ini");
+    EXPECT_THAT(machine.state.atRestart, IsEmpty());
+    EXPECT_EQ(machine.Kind(HOME + L"\\bin\\tnwlog.dll.old-1"), PathKind::Nothing);
+}
+
+TEST_F(Setup, AHeldLibraryIsMovedAsideAndGoesAtTheNextChance)
+{
+    FakeMachine        machine = Older(true);
+    const std::wstring library = HOME + L"\\bin\\tnwdiskperf.dll";
+    machine.held = { library };
+    ASSERT_TRUE(Run(machine));
+    EXPECT_EQ(machine.state.files[library], "two of bin\\tnwdiskperf.dll");
+    EXPECT_EQ(machine.state.files[library + L".old-1"], "one of bin\\tnwdiskperf.dll");
+    EXPECT_THAT(machine.state.atRestart, testing::ElementsAre(library + L".old-1"));
+    machine.held.clear();
+    ASSERT_TRUE(Run(machine));
+    EXPECT_EQ(machine.Kind(library + L".old-1"), PathKind::Nothing);
+}
+
+TEST_F(Setup, EveryChangeFailingOnceIsTakenBack)
+{
+    for (const FakeMachine& beginning : Beginnings()) {
+        FakeMachine whole = beginning;
+        ASSERT_TRUE(Run(whole));
+        const auto before = Describe(beginning.state);
+        int        undone = 0;
+        for (size_t n = 1; n <= whole.calls.size(); n++) {
+            FakeMachine machine = beginning;
+            machine.failAt = n;
+            if (Run(machine)) {
+                // The removal of old files behind the last step, and where the system keeps no settings and loads no
+                // names, these: the next run makes it good.
+                EXPECT_THAT(whole.calls[n - 1], testing::AnyOf(HasSubstr("remove file"), HasSubstr("load names"),
+                                                               HasSubstr("set service")));
+                machine.failAt = 0;
+                machine.Restart();
+                EXPECT_TRUE(Run(machine));
+                EXPECT_THAT(Describe(machine.state), ElementsAreArray(Describe(whole.state))) << whole.calls[n - 1];
+                continue;
+            }
+            undone++;
+            EXPECT_THAT(Describe(machine.state), ElementsAreArray(before)) << whole.calls[n - 1];
+        }
+        EXPECT_GT(undone, 30);
+    }
+}
+
+TEST_F(Setup, KilledBehindEachChangeAndRunAgainItEndsTheSame)
+{
+    for (const FakeMachine& beginning : Beginnings()) {
+        FakeMachine whole = beginning;
+        ASSERT_TRUE(Run(whole));
+        for (size_t n = 1; n <= whole.calls.size(); n++) {
+            FakeMachine machine = beginning;
+            machine.killAt = n;
+            EXPECT_THROW(Run(machine), Killed);
+            machine.killAt = 0;
+            EXPECT_TRUE(Run(machine));
+            // Who ran before is not known to the second run.
+            EXPECT_THAT(Describe(machine.state, false), ElementsAreArray(Describe(whole.state, false)))
+                << whole.calls[n - 1];
+        }
+    }
+}
+
+TEST_F(Setup, UninstallLeavesTheMachineAsItWas)
+{
+    for (bool loader : { false, true }) {
+        FakeMachine machine = Clean(loader);
+        const auto  before = Describe(machine.state);
+        ASSERT_TRUE(Run(machine));
+        machine.state.services.at(AGENT_SERVICE).runs = true;
+        machine.state.files[HOME + L"\\log\\diskperf.log"] = "lines";
+        machine.state.files[HOME + L"\\etc\\disks.map"] = "1 sda";
+        FakeMachine kept = machine;
+        ASSERT_TRUE(Remove(machine, true));
+        EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+        machine.calls.clear();
+        EXPECT_TRUE(Remove(machine, true));
+        EXPECT_THAT(machine.calls, IsEmpty());
+
+        ASSERT_TRUE(Remove(kept));
+        EXPECT_EQ(kept.state.files.count(HOME + L"\\log\\diskperf.log"), 1u);
+        EXPECT_EQ(kept.Kind(HOME + L"\\bin"), PathKind::Nothing);
+        EXPECT_EQ(kept.Kind(HOME + L"\\etc"), PathKind::Nothing);
+    }
+}
+
+TEST_F(Setup, UninstallAfterAKilledInstallAndAfterAKilledUninstall)
+{
+    for (bool loader : { false, true }) {
+        const FakeMachine clean = Clean(loader);
+        const auto        before = Describe(clean.state);
+        FakeMachine       whole = clean;
+        ASSERT_TRUE(Run(whole));
+        for (size_t n = 1; n <= whole.calls.size(); n++) {
+            FakeMachine machine = clean;
+            machine.killAt = n;
+            EXPECT_THROW(Run(machine), Killed);
+            machine.killAt = 0;
+            EXPECT_TRUE(Remove(machine, true));
+            EXPECT_THAT(Describe(machine.state), ElementsAreArray(before))
+                << "install killed behind " << whole.calls[n - 1];
+        }
+        FakeMachine installed = whole;
+        installed.calls.clear();
+        FakeMachine gone = installed;
+        ASSERT_TRUE(Remove(gone, true));
+        for (size_t n = 1; n <= gone.calls.size(); n++) {
+            FakeMachine machine = installed;
+            machine.killAt = n;
+            EXPECT_THROW(Remove(machine, true), Killed);
+            machine.killAt = 0;
+            EXPECT_TRUE(Remove(machine, true));
+            EXPECT_THAT(Describe(machine.state), ElementsAreArray(before)) << "killed behind " << gone.calls[n - 1];
+        }
+    }
+}
+
+TEST_F(Setup, WhatCannotBeRemovedIsSaidAndTheNextRunRemovesIt)
+{
+    FakeMachine installed = Clean(true);
+    const auto  before = Describe(installed.state);
+    ASSERT_TRUE(Run(installed));
+    installed.calls.clear();
+    FakeMachine whole = installed;
+    ASSERT_TRUE(Remove(whole, true));
+    for (size_t n = 1; n <= whole.calls.size(); n++) {
+        FakeMachine              machine = installed;
+        std::vector<std::string> lines;
+        machine.failAt = n;
+        const bool held = whole.calls[n - 1].rfind("remove file", 0) == 0;  // taken for one in use
+        EXPECT_EQ(Remove(machine, true, &lines), held) << whole.calls[n - 1];
+        if (!held) {
+            EXPECT_THAT(lines, Contains(HasSubstr("NOT removed: "))) << whole.calls[n - 1];
+        }
+        machine.failAt = 0;
+        EXPECT_TRUE(Remove(machine, true));
+        machine.Restart();
+        EXPECT_THAT(Describe(machine.state), ElementsAreArray(before)) << whole.calls[n - 1];
+    }
+}
+
+TEST_F(Setup, UninstallOfARunningProgramEndsAtTheRestart)
+{
+    FakeMachine machine = Clean(true);
+    const auto  before = Describe(machine.state);
+    ASSERT_TRUE(Run(machine));
+    machine.held = { HOME + L"\\bin\\dkpfctl.exe" };
+    EXPECT_TRUE(Remove(machine));
+    EXPECT_EQ(machine.Kind(HOME + L"\\bin\\dkpfctl.exe"), PathKind::Nothing);
+    machine.Restart();
+    EXPECT_EQ(machine.Kind(HOME + L"\\bin"), PathKind::Nothing);
+}
+
+TEST_F(Setup, ForeignFilesStayAndAreNamed)
+{
+    FakeMachine machine = Clean(true);
+    ASSERT_TRUE(Run(machine));
+    machine.state.files[HOME + L"\\etc\\notes.txt"] = "not ours";
+    machine.state.files[HOME + L"\\bin\\tnwlog.dll.old-notes"] = "not ours";
+    std::vector<std::string> lines;
+    EXPECT_TRUE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines, Contains("folder C:\\Program Files\\TARNWELL\\etc: stays, it holds notes.txt"));
+    EXPECT_EQ(machine.Kind(HOME + L"\\etc\\notes.txt"), PathKind::File);
+    EXPECT_EQ(machine.Kind(HOME + L"\\bin\\tnwlog.dll.old-notes"), PathKind::File);
+}
+
+TEST_F(Setup, ARealDriverIsLeftAlone)
+{
+    FakeMachine machine = Clean(true);
+    machine.state.services[DRIVER_SERVICE].config = { SERVICE_KERNEL_DRIVER, SERVICE_SYSTEM_START,
+                                                      L"C:\\Windows\\drivers\\velcor.sys", L"velcor" };
+    machine.state.services[DRIVER_SERVICE].runs = true;
+    machine.state.files[L"C:\\Windows\\drivers\\velcor.sys"] = "the real one";
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("install with --no-driver")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+
+    ASSERT_TRUE(Run(machine, false));
+    EXPECT_EQ(machine.state.services.count(FEEDER_SERVICE), 0u);
+    EXPECT_EQ(machine.state.files[L"C:\\Windows\\drivers\\velcor.sys"], "the real one");
+    ASSERT_TRUE(Remove(machine, true));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
+TEST_F(Setup, WhereItIsUnpackedItCanStay)
+{
+    FakeMachine machine = Clean(true);
+    ASSERT_TRUE(Install(machine, { SOURCE, SOURCE, true }, [](std::string_view) {}));
+    EXPECT_EQ(machine.state.files[SOURCE + L"\\bin\\tnwlog.dll"], "one of bin\\tnwlog.dll");
+    EXPECT_EQ(machine.state.services.at(AGENT_SERVICE).config.command, L"\"" + SOURCE + L"\\bin\\dkpfagent.exe\"");
+}
+
+TEST_F(Setup, ADebugSwitchThatWasLeftOnGoes)
+{
+    FakeMachine machine = Older(true);
+    machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = { REG_DWORD, {}, 1 };
+    ASSERT_TRUE(Run(machine));
+    EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
+}
+
+TEST_F(Setup, WhatTheFeederIsToFeedStays)
+{
+    FakeMachine machine = Older(true);
+    auto&       command = machine.state.services.at(FEEDER_SERVICE).config.command;
+    command += L" --scenario \"C:\\play.scn\"";
+    const std::wstring wanted = command;
+    ASSERT_TRUE(Run(machine));
+    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).config.command, wanted);
+}
+
+}  // namespace
+}  // namespace dkpf

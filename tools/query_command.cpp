@@ -1,0 +1,94 @@
+/*
+ * dkpfctl query [--disk N|total|all] [--counter NAME] [--interval S] [--format table|csv|json]
+ */
+#include "commands.h"
+#include "console_out.h"
+#include "query_text.h"
+#include "query_wait.h"
+#include "reader.h"
+#include "registration.h"
+#include "text.h"
+
+namespace dkpf {
+
+static std::string ComputerName()
+{
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
+    DWORD   length = ARRAYSIZE(name);
+    return GetComputerNameW(name, &length) ? Narrow(name) : std::string();
+}
+
+static int UtcOffsetMinutes()
+{
+    TIME_ZONE_INFORMATION zone{};
+    const DWORD           season = GetTimeZoneInformation(&zone);
+    const LONG            bias = season == TIME_ZONE_ID_DAYLIGHT   ? zone.DaylightBias
+                                 : season == TIME_ZONE_ID_STANDARD ? zone.StandardBias
+                                                                   : 0;
+    return static_cast<int>(-(zone.Bias + bias));
+}
+
+/* The counters that were asked for, all without one. FALSE: there is none of that name. */
+static bool ChosenCounters(const CounterNames& names, const std::string& asked, std::vector<size_t>* counters)
+{
+    size_t counter = 0;
+    if (!asked.empty()) {
+        if (!FindCounter(names, asked, &counter))
+            return false;
+        counters->push_back(counter);
+        return true;
+    }
+    for (; counter < DKPF_COUNTER_NUM; counter++)
+        counters->push_back(counter);
+    return true;
+}
+
+static WaitPorts SystemWait()
+{
+    WaitPorts ports;
+    ports.tick = [] { return GetTickCount(); };
+    ports.wait = [](DWORD ms) { Sleep(ms); };
+    ports.say = [](const std::string& words) { PrintError("dkpfctl: " + words + "\n"); };
+    return ports;
+}
+
+static std::string Formatted(const QueryFacts& facts, const std::string& format)
+{
+    if (format == "csv")
+        return QueryCsv(facts);
+    return format == "json" ? QueryJson(facts) : QueryTable(facts);
+}
+
+ToolExit RunQuery(const QueryOptions& options)
+{
+    const Home home = HomeOfThisProgram();
+    QueryFacts facts;
+    // Before anything is waited for: the names are there without the agent.
+    const ProviderValues provider = ReadProviderValues();
+    facts.names = NamesOf(ReadNameSources(home), provider.firstCounter, provider.firstHelp);
+    if (!ChosenCounters(facts.names, options.counter, &facts.counters)) {
+        PrintError("dkpfctl: there is no counter " + options.counter + "; valid are, by name or number,\n" +
+                   ValidCounters(facts.names));
+        return TOOL_USAGE;
+    }
+
+    PerformanceReader reader(SystemReader(home));
+    facts.reading = ReadInterval(reader, options.intervalS, SystemWait());
+    if (facts.reading.state != ReadingState::Fresh) {
+        PrintError("dkpfctl: " + facts.reading.words + "\n");
+        return TOOL_WRONG;
+    }
+    facts.reading.rows = ChosenRows(facts.reading.rows, options.disk);
+    if (facts.reading.rows.empty()) {
+        PrintError("dkpfctl: mirror disk " + options.disk + " is not present\n");
+        return TOOL_WRONG;
+    }
+    facts.names = reader.Names();
+    facts.computer = ComputerName();
+    facts.utcOffsetMinutes = UtcOffsetMinutes();
+    facts.nameTable = Narrow(home.Etc() + L"\\" + NAME_TABLE);
+    Print(Formatted(facts, options.format));
+    return TOOL_OK;
+}
+
+}  // namespace dkpf

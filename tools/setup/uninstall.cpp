@@ -1,0 +1,298 @@
+#include "uninstall.h"
+
+#include <algorithm>
+
+#include "names.h"
+#include "product_files.h"
+#include "registration.h"
+#include "search_path.h"
+#include "text.h"
+#include "title_range.h"
+
+namespace dkpf {
+
+class Removal {
+public:
+    Removal(Machine& machine, const UninstallOptions& options, const SayFn& say)
+        : m_machine(machine), m_options(options), m_say(say)
+    {
+    }
+
+    bool Run();
+
+private:
+    void StopServices();
+    void ForgetNames();
+    void RemovePathEntry();
+    void RemoveServices();
+    void RemoveKeys();
+    void RemoveFiles();
+
+    void RemoveTree(const std::wstring& key);
+    void RemoveEmptyKeys(std::wstring key, const std::wstring& end);
+    void RemoveOneFile(const std::wstring& path);
+    void RemoveOwnFiles(const std::wstring& folder, const std::vector<std::wstring>& own);
+    void RemoveEverything(const std::wstring& folder);
+    void RemoveFolderIfEmpty(const std::wstring& folder);
+    void RemoveService(const wchar_t* name);
+    bool OwnDriver();
+
+    std::wstring At(const wchar_t* path) const
+    {
+        return m_options.home + L"\\" + path;
+    }
+    void Say(const std::string& line)
+    {
+        m_say(line);
+    }
+    void Left(const std::string& what, DWORD error)
+    {
+        m_left.push_back(what + ": " + SystemErrorText(error));
+        m_say("NOT removed: " + m_left.back());
+    }
+
+    Machine&                  m_machine;
+    const UninstallOptions&   m_options;
+    const SayFn&              m_say;
+    std::vector<std::string>  m_left;
+    std::vector<std::wstring> m_atRestart;  // whole paths
+    bool                      m_namesLeft = false;
+};
+
+/* ---- Services ---- */
+
+bool Removal::OwnDriver()
+{
+    ServiceConfig config;
+    return m_machine.ReadService(DRIVER_SERVICE, &config) && config.displayName == DRIVER_DISPLAY;
+}
+
+void Removal::StopServices()
+{
+    for (const wchar_t* name : { AGENT_SERVICE, FEEDER_SERVICE, DRIVER_SERVICE }) {
+        if ((name == DRIVER_SERVICE && !OwnDriver()) || !m_machine.Runs(name))
+            continue;
+        const DWORD error = m_machine.StopAndWait(name);
+        if (error == ERROR_SUCCESS)
+            Say("service " + Narrow(name) + ": stopped");
+        else
+            Left("service " + Narrow(name) + " does not stop", error);
+    }
+}
+
+void Removal::RemoveService(const wchar_t* name)
+{
+    ServiceConfig config;
+    if (!m_machine.ReadService(name, &config))
+        return;
+    const DWORD error = m_machine.RemoveService(name);
+    if (error == ERROR_SUCCESS)
+        Say("service " + Narrow(name) + ": removed");
+    else
+        Left("service " + Narrow(name), error);
+}
+
+void Removal::RemoveServices()
+{
+    RemoveService(AGENT_SERVICE);
+    RemoveService(FEEDER_SERVICE);
+    if (OwnDriver()) {
+        // The file first: as long as the service is there, a later run knows that the file is ours.
+        const std::wstring folder = m_machine.DriverFolder();
+        RemoveOwnFiles(folder, { DRIVER_NAME });
+        RemoveService(DRIVER_SERVICE);
+    } else {
+        Say("driver: none of ours");
+    }
+}
+
+/* ---- Registry ---- */
+
+void Removal::ForgetNames()
+{
+    DWORD first = 0;
+    if (!ReadTitleRange(m_machine, &first))
+        return;
+    const DWORD error = m_machine.UnloadNames(L"tnwdiskperf");
+    if (error == ERROR_SUCCESS)
+        Say("names of the counters: taken out");
+    else
+        Left("names of the counters", error);
+    m_namesLeft = error != ERROR_SUCCESS;
+}
+
+void Removal::RemovePathEntry()
+{
+    RegistryValue      path;
+    const std::wstring bin = At(BIN_FOLDER);
+    if (m_machine.ReadValue(ENVIRONMENT_KEY, L"Path", &path) != ERROR_SUCCESS || !HoldsFolder(path.text, bin))
+        return;
+    path.text = WithoutFolder(path.text, bin);
+    const DWORD error = path.text.empty() ? m_machine.RemoveValue(ENVIRONMENT_KEY, L"Path")
+                                          : m_machine.WriteValue(ENVIRONMENT_KEY, L"Path", path);
+    if (error != ERROR_SUCCESS)
+        return Left("PATH", error);
+    Say("PATH: taken out");
+    m_machine.EnvironmentChanged();
+}
+
+void Removal::RemoveTree(const std::wstring& key)
+{
+    if (!m_machine.KeyExists(key))
+        return;
+    const DWORD error = m_machine.RemoveTree(key);
+    if (error == ERROR_SUCCESS)
+        Say("key " + Narrow(key) + ": removed");
+    else
+        Left("key " + Narrow(key), error);
+}
+
+/* The key and its parents up to end, which stays, as far as they are empty. */
+void Removal::RemoveEmptyKeys(std::wstring key, const std::wstring& end)
+{
+    for (; key.size() > end.size(); key.resize(key.find_last_of(L'\\'))) {
+        if (!m_machine.KeyExists(key))
+            continue;
+        const DWORD error = m_machine.RemoveEmptyKey(key);
+        if (error == ERROR_DIR_NOT_EMPTY)
+            return Say("key " + Narrow(key) + ": stays, others use it");
+        if (error != ERROR_SUCCESS)
+            return Left("key " + Narrow(key), error);
+        Say("key " + Narrow(key) + ": removed");
+    }
+}
+
+void Removal::RemoveKeys()
+{
+    RegistryValue value;
+    // The names can be taken out only as long as their range stands in the key.
+    if (!m_namesLeft)
+        RemoveTree(PROVIDER_KEY);
+    RemoveTree(EVENT_SOURCE_KEY);
+    if (m_machine.ReadValue(DEBUG_KEY, DEBUG_VALUE, &value) == ERROR_SUCCESS) {
+        const DWORD error = m_machine.RemoveValue(DEBUG_KEY, DEBUG_VALUE);
+        if (error != ERROR_SUCCESS)
+            Left("value " + Narrow(DEBUG_VALUE), error);
+    }
+    RemoveEmptyKeys(DEBUG_KEY, L"Software");
+}
+
+/* ---- Files ---- */
+
+void Removal::RemoveOneFile(const std::wstring& path)
+{
+    DWORD error = m_machine.RemoveFile(path);
+    if (error == ERROR_SUCCESS)
+        return;
+    // A program that runs or a library that is loaded can be renamed, and does not stand in the way of a new one then.
+    std::wstring held = path;
+    if (path.find(HELD_SUFFIX) == std::wstring::npos) {
+        held = FreeAside(m_machine, path);
+        if (m_machine.Move(path, held) != ERROR_SUCCESS)
+            held = path;
+    }
+    if (m_machine.RemoveAtRestart(held) != ERROR_SUCCESS)
+        return Left("file " + Narrow(held), error);
+    m_atRestart.push_back(held);
+    Say("file " + Narrow(held) + ": in use, goes at the next restart");
+}
+
+/* Those of own, and what was set aside of them. */
+void Removal::RemoveOwnFiles(const std::wstring& folder, const std::vector<std::wstring>& own)
+{
+    for (const std::wstring& name : m_machine.Names(folder)) {
+        const auto ours = [&name](const std::wstring& each) { return name == each || IsAsideOf(name, each); };
+        if (std::any_of(own.begin(), own.end(), ours))
+            RemoveOneFile(folder + L"\\" + name);
+    }
+}
+
+void Removal::RemoveEverything(const std::wstring& folder)
+{
+    for (const std::wstring& name : m_machine.Names(folder)) {
+        const std::wstring path = folder + L"\\" + name;
+        if (m_machine.Kind(path) == PathKind::Folder) {
+            RemoveEverything(path);
+            RemoveFolderIfEmpty(path);
+        } else {
+            RemoveOneFile(path);
+        }
+    }
+}
+
+void Removal::RemoveFolderIfEmpty(const std::wstring& folder)
+{
+    if (m_machine.Kind(folder) != PathKind::Folder)
+        return;
+    bool pending = false;
+    for (const std::wstring& name : m_machine.Names(folder)) {
+        const std::wstring path = folder + L"\\" + name;
+        if (std::find(m_atRestart.begin(), m_atRestart.end(), path) == m_atRestart.end())
+            return Say("folder " + Narrow(folder) + ": stays, it holds " + Narrow(name));
+        pending = true;
+    }
+    // What goes at the restart goes in the order it was named: the folder behind what it holds.
+    const DWORD error = pending ? m_machine.RemoveAtRestart(folder) : m_machine.RemoveFolder(folder);
+    if (error != ERROR_SUCCESS)
+        return Left("folder " + Narrow(folder), error);
+    if (pending)
+        m_atRestart.push_back(folder);
+    Say("folder " + Narrow(folder) + (pending ? ": goes at the next restart" : ": removed"));
+}
+
+void Removal::RemoveFiles()
+{
+    static constexpr const wchar_t* OWN_FOLDERS[] = { SCENARIO_FOLDER, POLICY_FOLDER, ETC_FOLDER, DRIVER_FOLDER,
+                                                      BIN_FOLDER };
+    if (m_options.purge) {
+        for (const wchar_t* folder : { LOG_FOLDER, PERF_FOLDER }) {
+            RemoveEverything(At(folder));
+            RemoveFolderIfEmpty(At(folder));
+        }
+    }
+    for (const wchar_t* folder : OWN_FOLDERS) {
+        std::vector<std::wstring> own;
+        const auto                add = [&own, folder](const std::wstring& path) {
+            const size_t cut = path.find_last_of(L'\\');
+            if (path.substr(0, cut) == folder)
+                own.push_back(path.substr(cut + 1));
+        };
+        for (const ProductFile& file : PRODUCT_FILES)
+            add(file.path);
+        for (const wchar_t* path : MADE_FILES)
+            add(path);
+        if (m_options.purge)
+            RemoveEverything(At(folder));
+        else
+            RemoveOwnFiles(At(folder), own);
+        RemoveFolderIfEmpty(At(folder));
+    }
+    RemoveFolderIfEmpty(m_options.home);
+}
+
+bool Removal::Run()
+{
+    Say("removing the product from " + Narrow(m_options.home));
+    if (!m_machine.IsAdministrator()) {
+        Say("this account is no administrator: start it from an administrator's prompt");
+        return false;
+    }
+    StopServices();
+    ForgetNames();
+    RemovePathEntry();
+    RemoveServices();
+    RemoveKeys();
+    RemoveFiles();
+    if (m_left.empty())
+        Say("removed");
+    else
+        Say("not all could be removed; mend what is said above and start it again");
+    return m_left.empty();
+}
+
+bool Uninstall(Machine& machine, const UninstallOptions& options, const SayFn& say)
+{
+    return Removal(machine, options, say).Run();
+}
+
+}  // namespace dkpf
