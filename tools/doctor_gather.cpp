@@ -15,6 +15,7 @@
 #include "file_io.h"
 #include "home.h"
 #include "names.h"
+#include "perf_names.h"
 #include "pe_exports.h"
 #include "registration.h"
 #include "text.h"
@@ -225,29 +226,6 @@ static std::vector<std::string> TitlesOf(const std::wstring& table, DWORD firstC
     return titles;
 }
 
-/* Every line NAME_009_NAME=title. */
-static std::vector<std::string> NamesInTable(std::string content)
-{
-    static constexpr std::string_view utf16Mark("\xff\xfe", 2);
-    static constexpr char             ending[] = "_009_NAME=";
-    if (content.compare(0, utf16Mark.size(), utf16Mark) == 0) {
-        std::wstring wide((content.size() - utf16Mark.size()) / sizeof(wchar_t), L'\0');
-        std::memcpy(wide.data(), content.data() + utf16Mark.size(), wide.size() * sizeof(wchar_t));
-        content = Narrow(wide);
-    }
-    std::vector<std::string> names;
-    for (size_t at = 0; at < content.size();) {
-        const size_t      end = std::min(content.find('\n', at), content.size());
-        std::string       line = content.substr(at, end - at);
-        const size_t      found = line.find(ending);
-        const std::string name = found == std::string::npos ? "" : line.substr(found + sizeof(ending) - 1);
-        if (!name.empty())
-            names.push_back(name.substr(0, name.find_last_not_of(" \r") + 1));
-        at = end + 1;
-    }
-    return names;
-}
-
 /* The system's names are read below Perflib: a query of the performance data would call every provider. */
 static NameFacts LookAtNames(const Home& home, const std::optional<DWORD>& firstCounter)
 {
@@ -257,8 +235,11 @@ static NameFacts LookAtNames(const Home& home, const std::optional<DWORD>& first
     NameFacts                facts;
     facts.tablePath = Narrow(path);
     std::string content;
-    facts.tableRead = ReadWholeFile(path, bound, &content) == ERROR_SUCCESS;
-    facts.table = NamesInTable(std::move(content));
+    std::string symbols;
+    facts.tableRead = ReadWholeFile(path, bound, &content) == ERROR_SUCCESS &&
+                      ReadWholeFile(home.Etc() + L"\\" + NAME_SYMBOLS, bound, &symbols) == ERROR_SUCCESS;
+    for (const auto& [offset, name] : ParseInstalledTexts(content, symbols).names)
+        facts.table.push_back(name);
     const auto table = RegistryKey(systemTable).Text(L"Counter");
     if (table && firstCounter)
         facts.system = TitlesOf(*table, *firstCounter);

@@ -71,10 +71,15 @@ class Product:
     def run(self, command, **more):
         """Exit code and output. The output goes through a file: services would keep a pipe open."""
         path = self.folder / "output.txt"
-        with open(path, "wb") as output:
-            code = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
-                                  env=self.environment, cwd=self.folder, timeout=WAIT_S, **more).returncode
-        text = path.read_text(errors="replace").replace("\r", "")
+        # Under load Wine now and then does not create a process (error 1359): its command then ends with 1 before its first
+        # word, having done nothing, and is given once more.
+        for _ in range(2):
+            with open(path, "wb") as output:
+                code = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
+                                      env=self.environment, cwd=self.folder, timeout=WAIT_S, **more).returncode
+            text = path.read_text(errors="replace").replace("\r", "")
+            if code != 1 or text:
+                break
         with open(self.folder / "commands.txt", "a") as record:
             record.write(f"$ {' '.join(map(str, command))[-200:]}\n{text}exit code {code}\n")
         return code, text
