@@ -133,7 +133,10 @@ class Case:
         elif command.startswith("dkpfctl "):
             if command == "dkpfctl config reload":
                 time.sleep(1.5)  # more than an interval: several reloads in one may stop the collecting
-            code, text = self.product.ctl(*command.split()[1:])
+            words = command.split()[1:]
+            if words == ["install"]:  # this home is not the default one
+                words += ["--home", self.windows(self.product.home)]
+            code, text = self.product.ctl(*words)
             expect(code == 0, f"{command}: exit code {code}\n{text}")
         elif command == "restart the disk agent":
             self.product.must("product_stop")
