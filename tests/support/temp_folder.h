@@ -8,15 +8,17 @@
 #include <string>
 
 class TempFolder {
-  public:
+public:
     TempFolder()
     {
         wchar_t base[MAX_PATH] = {};
         GetTempPathW(MAX_PATH, base);
         static int number = 0;
-        m_path =
-            std::wstring(base) + L"dkpf" + std::to_wstring(GetCurrentProcessId()) + L"_" + std::to_wstring(number++);
-        CreateDirectoryW(m_path.c_str(), nullptr);
+        // A killed program leaves its folders behind, and its process number lives again.
+        do {
+            m_path = std::wstring(base) + L"dkpf" + std::to_wstring(GetCurrentProcessId()) + L"_" +
+                     std::to_wstring(number++);
+        } while (!CreateDirectoryW(m_path.c_str(), nullptr) && GetLastError() == ERROR_ALREADY_EXISTS);
     }
     ~TempFolder()
     {
@@ -51,7 +53,7 @@ class TempFolder {
         return GetFileAttributesW(File(name).c_str()) != INVALID_FILE_ATTRIBUTES;
     }
 
-  private:
+private:
     std::wstring m_path;
 };
 

@@ -3,6 +3,7 @@
 
 #include "files.h"
 #include "journal.h"
+#include "support/temp_folder.h"
 
 TEST(Journal, ALineSaysWhenWhichDiskAndItsSums)
 {
@@ -26,22 +27,7 @@ TEST(Journal, TheOlderGenerationsNumberStandsBeforeTheExtension)
 }
 
 class GrowingFile : public testing::Test {
-  protected:
-    void SetUp() override
-    {
-        char folder[MAX_PATH];
-        GetTempPathA(sizeof(folder), folder);
-        path = std::string(folder) + "velcor" + std::to_string(GetCurrentProcessId()) + ".journal";
-        DeleteFileA(path.c_str());
-        DeleteFileA(OlderGeneration(path).c_str());
-    }
-
-    void TearDown() override
-    {
-        DeleteFileA(path.c_str());
-        DeleteFileA(OlderGeneration(path).c_str());
-    }
-
+protected:
     std::string Text(const std::string& file)
     {
         std::string text;
@@ -53,7 +39,9 @@ class GrowingFile : public testing::Test {
         ASSERT_EQ(0u, ReplaceWholeFile(path, text));
     }
 
-    std::string path;
+    TempFolder         home;
+    const std::wstring wide = home.File(L"velcor.journal");
+    const std::string  path{ wide.begin(), wide.end() };  // no letter beyond ASCII in it
 };
 
 TEST_F(GrowingFile, StartsWithItsHeaderAndShowsEachLineAtOnce)
@@ -122,13 +110,13 @@ TEST_F(GrowingFile, AReaderThatForbidsRenamingDelaysTheRotationAndNoLine)
 
 TEST_F(GrowingFile, AFolderThatIsMissingIsAnErrorUntilItIsThere)
 {
-    const std::string folder = path + ".d";
-    LineFile          file(folder + "\\x.journal", "head", 100);
-    RemoveDirectoryA(folder.c_str());
+    const std::string folder = path.substr(0, path.rfind('\\'));
+    LineFile          file(path, "head", 100);
+    ASSERT_TRUE(RemoveDirectoryA(folder.c_str()));
     EXPECT_EQ(static_cast<DWORD>(ERROR_PATH_NOT_FOUND), file.Write("one"));
     ASSERT_TRUE(CreateDirectoryA(folder.c_str(), NULL));
     EXPECT_EQ(0u, file.Write("two"));
-    EXPECT_EQ("head\r\ntwo\r\n", Text(folder + "\\x.journal"));
+    EXPECT_EQ("head\r\ntwo\r\n", Text(path));
 }
 
 TEST_F(GrowingFile, ReplacingLeavesNoTraceOfTheNewFilesName)
