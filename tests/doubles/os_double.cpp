@@ -25,8 +25,7 @@ struct ThreadEnd {  // thrown by _endthreadex, caught by RunThread
 };
 }  // namespace
 
-/* ---- State ---------------------------------------------------------------------------------------------------------
- */
+/* ---- State ---- */
 
 /* Memory whose end touches a page that faults: the first byte written behind a block ends the test program. */
 struct Os::Block {
@@ -146,8 +145,7 @@ template <class T> bool Os::Plan(const char* name, const std::string& args, T fa
     return true;
 }
 
-/* ---- Time ----------------------------------------------------------------------------------------------------------
- */
+/* ---- Time ---- */
 
 static ULONGLONG ToTicks(const SYSTEMTIME& time)
 {
@@ -222,8 +220,7 @@ void Os::RunDueActions()
     }
 }
 
-/* ---- Objects -------------------------------------------------------------------------------------------------------
- */
+/* ---- Objects ---- */
 
 HANDLE Os::NewHandle(std::shared_ptr<Object> object, bool own)
 {
@@ -399,8 +396,7 @@ std::string Os::Private(const char* name) const
     return "Local\\test-" + std::to_string(GetCurrentProcessId()) + "-" + text;
 }
 
-/* ---- Waiting -------------------------------------------------------------------------------------------------------
- */
+/* ---- Waiting ---- */
 
 bool Os::Ready(Object& object)
 {
@@ -515,8 +511,7 @@ unsigned Os::RunThread(ThreadRoutine routine, void* argument)
     }
 }
 
-/* ---- Processes, registry, files ------------------------------------------------------------------------------------
- */
+/* ---- Processes, registry, files ---- */
 
 void Os::Process(DWORD pid, DWORD exitCode)
 {
@@ -582,8 +577,7 @@ std::vector<std::string> Os::Leaks() const
     return leaks;
 }
 
-/* ---- The calls -----------------------------------------------------------------------------------------------------
- */
+/* ---- The calls ---- */
 
 static std::string Text(const char* text)
 {

@@ -407,8 +407,7 @@ DWORD LogDouble::CsvRotate(HTNWCSV file, DWORD maxLine, const char* header)
     return Answer("log_util_rotate", args, TNWLOG_OK);
 }
 
-/* ---- The routines as callers see them ------------------------------------------------------------------------------
- */
+/* ---- The routines as callers see them ---- */
 
 DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, DWORD dwReserved, const char* lpKey)
 {

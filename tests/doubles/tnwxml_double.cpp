@@ -91,8 +91,7 @@ XMLLIB_STATUS XmlDouble::Check(const char* component, const WCHAR* file, XMLLIB_
     return Answer("xmllib_check", args, report.finding.dwStatus);
 }
 
-/* ---- The routines as callers see them ------------------------------------------------------------------------------
- */
+/* ---- The routines as callers see them ---- */
 
 static std::string Text(const char* text)
 {

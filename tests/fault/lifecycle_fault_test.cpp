@@ -9,8 +9,7 @@
 
 #include <cstring>
 
-/* ---- Rows ----------------------------------------------------------------------------------------------------------
- */
+/* ---- Rows ---- */
 
 /* The configuration library and waits may answer any value; all other calls fail with an error or a status. */
 struct Failure {
@@ -306,8 +305,7 @@ static std::vector<Failure> ConsumerRows()
     return rows;
 }
 
-/* ---- Walking the tables --------------------------------------------------------------------------------------------
- */
+/* ---- Walking the tables ---- */
 
 class FaultTest : public LifecycleTest {
 protected:
@@ -471,8 +469,7 @@ INSTANTIATE_TEST_SUITE_P(
                  {} }),
     Story);
 
-/* ---- Starts that fail in other ways --------------------------------------------------------------------------------
- */
+/* ---- Starts that fail in other ways ---- */
 
 class FailedInitialize : public FaultTest {
 protected:
@@ -657,8 +654,7 @@ TEST_F(FailedWriteThread, HandlesThatCannotBeClosedAreForgotten)
     EXPECT_EQ(g_hWarnEventMutex, nullptr);
 }
 
-/* ---- Reload --------------------------------------------------------------------------------------------------------
- */
+/* ---- Reload ---- */
 
 static std::vector<Failure> ReloadRows()
 {
@@ -797,8 +793,7 @@ TEST_F(FailedPublish, WithoutTheDllInitMutexNothingHappensAtAll)
                                  }));
 }
 
-/* ---- Stop ----------------------------------------------------------------------------------------------------------
- */
+/* ---- Stop ---- */
 
 /* Every step of a stop is made, whatever the one before did. */
 class FailedStop : public FaultTest {
@@ -1041,8 +1036,7 @@ TEST_F(FailedStop, AFailedReleaseOfTheDllInitMutexIsNotAnswered)
     Terminate(0xB0000000);
 }
 
-/* ---- Ending the threads --------------------------------------------------------------------------------------------
- */
+/* ---- Ending the threads ---- */
 
 class ExitThreads : public FaultTest {
 protected:

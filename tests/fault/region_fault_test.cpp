@@ -58,8 +58,20 @@ static const Plan FreePlan = { "GlobalFree", 1, 6 };
 
 static const char BlockLeft[] = "heap: 40 bytes";
 
+/* The call is refused, and the process is left without the region. */
+static LifeFault Refused(const char* story, std::vector<Plan> plans, DWORD code, Strings errors, Strings left = {})
+{
+    return { story, std::move(plans), false, code, std::move(errors), 0, false, false, std::move(left) };
+}
+
+/* The call succeeds all the same, and nobody reads of it. */
+static LifeFault Attached(const char* story, std::vector<Plan> plans, Strings left)
+{
+    return { story, std::move(plans), true, Success, {}, 1, true, true, std::move(left) };
+}
+
 class RegionFaults : public RegionTest, public testing::WithParamInterface<LifeFault> {
-  protected:
+protected:
     void SetUp() override
     {
         RegionTest::SetUp();
@@ -116,8 +128,7 @@ static void ExpectNamed(const Strings& made, const std::vector<LifeFault>& table
     }
 }
 
-/* ---- Creating ------------------------------------------------------------------------------------------------------
- */
+/* ---- Creating ---- */
 
 static const std::vector<LifeFault>& CreateTable()
 {
@@ -128,76 +139,26 @@ static const std::vector<LifeFault>& CreateTable()
     static const Plan NoMappingPlan = { "CreateFileMappingA", 1, 1450 };
     static const Plan NoViewPlan = { "MapViewOfFile", 1, 8 };
     static const std::vector<LifeFault> table = {
-        { "NoMemory", { NoBlockPlan }, false, NoMemory, { NoBlock }, 0, false, false, {} },
-        { "NoDescriptor", { NoDescriptorPlan }, false, SyncFailed, { NoDescriptor }, 0, false, false, {} },
-        { "NoDacl", { NoDaclPlan }, false, SyncFailed, { NoDacl }, 0, false, false, {} },
-        { "NoLock", { WaitPlan }, false, LockFailed, { WaitRefused, NotLocked }, 0, false, false, {} },
-        { "NoMapping", { NoMappingPlan }, false, MappingFailed, { NoMapping, CreateFailed1A }, 0, false, false, {} },
-        { "NoView", { NoViewPlan }, false, ViewFailed, { NoView, CreateFailed1B }, 0, false, false, {} },
-        { "NoViewAndMappingNotClosed",
-          { NoViewPlan, ClosePlan },
-          false,
-          ViewFailed,
-          { NoView, StepNotClosed, CreateFailed1B },
-          0,
-          false,
-          false,
-          { MappingLeft } },
-        { "NotUnlocked",
-          { ReleasePlan },
-          false,
-          SyncFailed,
-          { ReleaseRefused, NotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
-        { "NotUnlockedNorUnmapped",
-          { ReleasePlan, UnmapPlan },
-          false,
-          SyncFailed,
-          { ReleaseRefused, NotUnlocked, NotUnmapped },
-          0,
-          false,
-          false,
-          { MutexLeft, ViewLeft } },
-        { "NotUnlockedNorClosed",
-          { ReleasePlan, ClosePlan },
-          false,
-          SyncFailed,
-          { ReleaseRefused, NotUnlocked, NotClosed },
-          0,
-          false,
-          false,
-          { MutexLeft, MappingLeft } },
-        { "NotUnlockedNorUnmappedNorClosed",
-          { ReleasePlan, UnmapPlan, ClosePlan },
-          false,
-          SyncFailed,
-          { ReleaseRefused, NotUnlocked, NotUnmapped, NotClosed },
-          0,
-          false,
-          false,
-          { MutexLeft, MappingLeft, ViewLeft } },
-        { "NoMappingAndNotUnlocked",
-          { NoMappingPlan, ReleasePlan },
-          false,
-          MappingFailed,
-          { NoMapping, CreateFailed1A, ReleaseRefused, NotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
-        { "NoViewAndNotUnlocked",
-          { NoViewPlan, ReleasePlan },
-          false,
-          ViewFailed,
-          { NoView, CreateFailed1B, ReleaseRefused, NotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
-        { "BlockNotTaken", { FreePlan }, true, Success, {}, 1, true, true, { MappingLeft, ViewLeft, BlockLeft } },
+        Refused("NoMemory", { NoBlockPlan }, NoMemory, { NoBlock }),
+        Refused("NoDescriptor", { NoDescriptorPlan }, SyncFailed, { NoDescriptor }),
+        Refused("NoDacl", { NoDaclPlan }, SyncFailed, { NoDacl }),
+        Refused("NoLock", { WaitPlan }, LockFailed, { WaitRefused, NotLocked }),
+        Refused("NoMapping", { NoMappingPlan }, MappingFailed, { NoMapping, CreateFailed1A }),
+        Refused("NoView", { NoViewPlan }, ViewFailed, { NoView, CreateFailed1B }),
+        Refused("NoViewAndMappingNotClosed", { NoViewPlan, ClosePlan }, ViewFailed,
+                { NoView, StepNotClosed, CreateFailed1B }, { MappingLeft }),
+        Refused("NotUnlocked", { ReleasePlan }, SyncFailed, { ReleaseRefused, NotUnlocked }, { MutexLeft }),
+        Refused("NotUnlockedNorUnmapped", { ReleasePlan, UnmapPlan }, SyncFailed,
+                { ReleaseRefused, NotUnlocked, NotUnmapped }, { MutexLeft, ViewLeft }),
+        Refused("NotUnlockedNorClosed", { ReleasePlan, ClosePlan }, SyncFailed,
+                { ReleaseRefused, NotUnlocked, NotClosed }, { MutexLeft, MappingLeft }),
+        Refused("NotUnlockedNorUnmappedNorClosed", { ReleasePlan, UnmapPlan, ClosePlan }, SyncFailed,
+                { ReleaseRefused, NotUnlocked, NotUnmapped, NotClosed }, { MutexLeft, MappingLeft, ViewLeft }),
+        Refused("NoMappingAndNotUnlocked", { NoMappingPlan, ReleasePlan }, MappingFailed,
+                { NoMapping, CreateFailed1A, ReleaseRefused, NotUnlocked }, { MutexLeft }),
+        Refused("NoViewAndNotUnlocked", { NoViewPlan, ReleasePlan }, ViewFailed,
+                { NoView, CreateFailed1B, ReleaseRefused, NotUnlocked }, { MutexLeft }),
+        Attached("BlockNotTaken", { FreePlan }, { MappingLeft, ViewLeft, BlockLeft }),
     };
     return table;
 }
@@ -225,8 +186,7 @@ TEST_P(CreateRegionFaults, TheNextCallSucceeds)
     ExpectDetached(0);
 }
 
-/* ---- Opening -------------------------------------------------------------------------------------------------------
- */
+/* ---- Opening ---- */
 
 /* Process 900 lives in row 1, so that the sweep makes its three calls; the claimed row is 2. */
 static const std::vector<LifeFault>& OpenTable()
@@ -239,101 +199,34 @@ static const std::vector<LifeFault>& OpenTable()
     static const Plan NoViewPlan = { "MapViewOfFile", 1, 8 };
     static const Plan CloseMappingPlan = { "CloseHandle", 2, 6 };  // the first is the sweep's
     static const std::vector<LifeFault> table = {
-        { "NoMemory", { NoBlockPlan }, false, NoMemory, { NoBlock }, 0, false, false, {} },
-        { "NoDescriptor", { NoDescriptorPlan }, false, SyncFailed, { NoDescriptor }, 0, false, false, {} },
-        { "NoDacl", { NoDaclPlan }, false, SyncFailed, { NoDacl }, 0, false, false, {} },
-        { "NoLock", { WaitPlan }, false, LockFailed, { WaitRefused, NotLocked }, 0, false, false, {} },
-        { "NoMapping", { NoMappingPlan }, false, MappingFailed, { NoMapping, OpenFailed1A }, 0, false, false, {} },
-        { "NoView", { NoViewPlan }, false, ViewFailed, { NoView, OpenFailed1B }, 0, false, false, {} },
-        { "NoViewAndMappingNotClosed",
-          { NoViewPlan, ClosePlan },
-          false,
-          ViewFailed,
-          { NoView, StepNotClosed, OpenFailed1B },
-          0,
-          false,
-          false,
-          { MappingLeft } },
-        { "NoMappingAndNotUnlocked",
-          { NoMappingPlan, ReleasePlan },
-          false,
-          MappingFailed,
-          { NoMapping, OpenFailed1A, ReleaseRefused, NotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
-        { "NoViewAndNotUnlocked",
-          { NoViewPlan, ReleasePlan },
-          false,
-          ViewFailed,
-          { NoView, OpenFailed1B, ReleaseRefused, NotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
+        Refused("NoMemory", { NoBlockPlan }, NoMemory, { NoBlock }),
+        Refused("NoDescriptor", { NoDescriptorPlan }, SyncFailed, { NoDescriptor }),
+        Refused("NoDacl", { NoDaclPlan }, SyncFailed, { NoDacl }),
+        Refused("NoLock", { WaitPlan }, LockFailed, { WaitRefused, NotLocked }),
+        Refused("NoMapping", { NoMappingPlan }, MappingFailed, { NoMapping, OpenFailed1A }),
+        Refused("NoView", { NoViewPlan }, ViewFailed, { NoView, OpenFailed1B }),
+        Refused("NoViewAndMappingNotClosed", { NoViewPlan, ClosePlan }, ViewFailed,
+                { NoView, StepNotClosed, OpenFailed1B }, { MappingLeft }),
+        Refused("NoMappingAndNotUnlocked", { NoMappingPlan, ReleasePlan }, MappingFailed,
+                { NoMapping, OpenFailed1A, ReleaseRefused, NotUnlocked }, { MutexLeft }),
+        Refused("NoViewAndNotUnlocked", { NoViewPlan, ReleasePlan }, ViewFailed,
+                { NoView, OpenFailed1B, ReleaseRefused, NotUnlocked }, { MutexLeft }),
         // What the sweep meets is no failure and no line of level 1.
-        { "SweepCannotOpen",
-          { { "OpenProcess", 1, 1450 } },
-          true,
-          Success,
-          {},
-          1,
-          true,
-          true,
-          { MappingLeft, ViewLeft } },
-        { "SweepGetsNoExitCode",
-          { { "GetExitCodeProcess", 1, 31 } },
-          true,
-          Success,
-          {},
-          1,
-          true,
-          true,
-          { MappingLeft, ViewLeft } },
-        { "SweepCannotClose",
-          { ClosePlan },
-          true,
-          Success,
-          {},
-          1,
-          true,
-          true,
-          { MappingLeft, "handle: process 900", ViewLeft } },
-        { "NotUnlocked",
-          { ReleasePlan },
-          false,
-          SyncFailed,
-          { ReleaseRefused, NotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
-        { "NotUnlockedNorUnmapped",
-          { ReleasePlan, UnmapPlan },
-          false,
-          SyncFailed,
-          { ReleaseRefused, NotUnlocked, NotUnmapped },
-          0,
-          false,
-          false,
-          { MutexLeft, ViewLeft } },
-        { "NotUnlockedNorClosed",
-          { ReleasePlan, CloseMappingPlan },
-          false,
-          SyncFailed,
-          { ReleaseRefused, NotUnlocked, NotClosed },
-          0,
-          false,
-          false,
-          { MutexLeft, MappingLeft } },
-        { "BlockNotTaken", { FreePlan }, true, Success, {}, 1, true, true, { MappingLeft, ViewLeft, BlockLeft } },
+        Attached("SweepCannotOpen", { { "OpenProcess", 1, 1450 } }, { MappingLeft, ViewLeft }),
+        Attached("SweepGetsNoExitCode", { { "GetExitCodeProcess", 1, 31 } }, { MappingLeft, ViewLeft }),
+        Attached("SweepCannotClose", { ClosePlan }, { MappingLeft, "handle: process 900", ViewLeft }),
+        Refused("NotUnlocked", { ReleasePlan }, SyncFailed, { ReleaseRefused, NotUnlocked }, { MutexLeft }),
+        Refused("NotUnlockedNorUnmapped", { ReleasePlan, UnmapPlan }, SyncFailed,
+                { ReleaseRefused, NotUnlocked, NotUnmapped }, { MutexLeft, ViewLeft }),
+        Refused("NotUnlockedNorClosed", { ReleasePlan, CloseMappingPlan }, SyncFailed,
+                { ReleaseRefused, NotUnlocked, NotClosed }, { MutexLeft, MappingLeft }),
+        Attached("BlockNotTaken", { FreePlan }, { MappingLeft, ViewLeft, BlockLeft }),
     };
     return table;
 }
 
 class OpenRegionFaults : public RegionFaults {
-  protected:
+protected:
     void SetUp() override
     {
         RegionFaults::SetUp();
@@ -364,41 +257,17 @@ TEST_P(OpenRegionFaults, TheNextCallSucceeds)
     ExpectDetached(0);
 }
 
-/* ---- A full table --------------------------------------------------------------------------------------------------
- */
+/* ---- A full table ---- */
 
 static const std::vector<LifeFault>& FullTable()
 {
     static const char                   Full[] = "_DkpfShmInitialize:  PMProcessID Table has no empty !";
     static const std::vector<LifeFault> table = {
-        { "NoRow", {}, false, TableFull, { Full }, 0, false, false, {} },
-        { "NoRowAndNotUnlocked",
-          { ReleasePlan },
-          false,
-          TableFull,
-          { Full, ReleaseRefused, NotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
-        { "NoRowAndNotUnmapped",
-          { UnmapPlan },
-          false,
-          TableFull,
-          { Full, NotUnmapped },
-          0,
-          false,
-          false,
-          { ViewLeft } },
-        { "NoRowAndNotClosed",
-          { { "CloseHandle", 33, 6 } },
-          false,
-          TableFull,
-          { Full, NotClosed },
-          0,
-          false,
-          false,
-          { MappingLeft } },
+        Refused("NoRow", {}, TableFull, { Full }),
+        Refused("NoRowAndNotUnlocked", { ReleasePlan }, TableFull, { Full, ReleaseRefused, NotUnlocked },
+                { MutexLeft }),
+        Refused("NoRowAndNotUnmapped", { UnmapPlan }, TableFull, { Full, NotUnmapped }, { ViewLeft }),
+        Refused("NoRowAndNotClosed", { { "CloseHandle", 33, 6 } }, TableFull, { Full, NotClosed }, { MappingLeft }),
     };
     return table;
 }
@@ -421,8 +290,7 @@ TEST_P(FullTableFaults, KeepTheirCodeAndTheTable)
     }
 }
 
-/* ---- A further initialise ------------------------------------------------------------------------------------------
- */
+/* ---- A further initialise ---- */
 
 // Kept as it stands: any failure of a further call takes the view away, although the count says that it is there.
 static const std::vector<LifeFault>& FurtherTable()
@@ -473,7 +341,7 @@ static const std::vector<LifeFault>& FurtherTable()
 }
 
 class FurtherInitialiseFaults : public RegionFaults {
-  protected:
+protected:
     void RunFurther(BOOL bCreate)
     {
         DWORD dwErr = NotSet;
@@ -560,15 +428,13 @@ TEST_F(RegionAfterFaults, AReaderWhoseSweepFailsTakesNoRowAndLetsGo)
         EXPECT_FALSE(_DkpfShmInitialize(FALSE, &dwErr));
     }
     EXPECT_EQ(dwErr, 0xB0000004u);
-    EXPECT_EQ(log.TextsOf("_DkpfShmInitialize"),
-              Strings({ " _DkpfShmCheckProcExist() failed. errcode<0xb0000004>" }));
+    EXPECT_EQ(log.TextsOf("_DkpfShmInitialize"), Strings({ " _DkpfShmCheckProcExist() failed. errcode<0xb0000004>" }));
     EXPECT_EQ(region->PMProcessID[1], 0u);
     ExpectDetached(0);
     ExpectNothingLeft();
 }
 
-/* ---- Letting go ----------------------------------------------------------------------------------------------------
- */
+/* ---- Letting go ---- */
 
 static const char LastNotLocked[] = "_DkpfShmTerminate:  _DkpfMutexLock() failed. errcode<0xb0000000>";
 static const char LastNotUnlocked[] = "_DkpfShmTerminate:  _DkpfMutexUnlock() failed.";
@@ -597,15 +463,7 @@ static const std::vector<LifeFault>& LastTable()
           true,
           { MappingLeft, ViewLeft } },
         { "NotClosed", { ClosePlan }, false, SyncFailed, { LastNotClosed }, 1, false, true, { MappingLeft } },
-        { "NotUnlocked",
-          { ReleasePlan },
-          false,
-          SyncFailed,
-          { ReleaseRefused, LastNotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
+        Refused("NotUnlocked", { ReleasePlan }, SyncFailed, { ReleaseRefused, LastNotUnlocked }, { MutexLeft }),
         { "NotUnmappedNorUnlocked",
           { UnmapPlan, ReleasePlan },
           false,
@@ -629,7 +487,7 @@ static const std::vector<LifeFault>& LastTable()
 }
 
 class LastTerminateFaults : public RegionFaults {
-  protected:
+protected:
     bool Fails(const char* call) const
     {
         const auto& plans = GetParam().plans;
@@ -746,16 +604,9 @@ static const std::vector<LifeFault>& UnknownTable()
 {
     static const char                   NotInitialized[] = "_DkpfShmTerminate:  Shm is not initialized.(0times). Skip.";
     static const std::vector<LifeFault> table = {
-        { "NoLock", { WaitPlan }, false, LockFailed, { WaitRefused, LastNotLocked }, 0, false, false, {} },
-        { "NotUnlocked",
-          { ReleasePlan },
-          false,
-          NoRegion,
-          { NotInitialized, ReleaseRefused, LastNotUnlocked },
-          0,
-          false,
-          false,
-          { MutexLeft } },
+        Refused("NoLock", { WaitPlan }, LockFailed, { WaitRefused, LastNotLocked }),
+        Refused("NotUnlocked", { ReleasePlan }, NoRegion, { NotInitialized, ReleaseRefused, LastNotUnlocked },
+                { MutexLeft }),
     };
     return table;
 }
@@ -769,8 +620,7 @@ TEST_P(UnknownTerminateFaults, KeepTheFirstCode)
     Run([](DWORD* lpdwErr) { return _DkpfShmTerminate(lpdwErr); });
 }
 
-/* ---- The mapping steps alone ---------------------------------------------------------------------------------------
- */
+/* ---- The mapping steps alone ---- */
 
 struct StepFault {
     const char*       story;
@@ -847,11 +697,10 @@ TEST_P(MappingStepFaults, SetNeitherGlobal)
         << "a failed creator wipes nothing";
 }
 
-/* ---- The tables are whole ------------------------------------------------------------------------------------------
- */
+/* ---- The tables are whole ---- */
 
 class RegionFaultTables : public RegionTest {
-  protected:
+protected:
     void SetUp() override
     {
         RegionTest::SetUp();

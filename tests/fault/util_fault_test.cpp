@@ -6,8 +6,7 @@
 
 #include "unit/traced_fixture.h"
 
-/* ---- Mutexes and events --------------------------------------------------------------------------------------------
- */
+/* ---- Mutexes and events ---- */
 
 /* One failing call in a creating routine that got a name. */
 struct CreateFault {
@@ -165,8 +164,7 @@ TEST_P(CreateFaultTable, TheNextCallAfterAFailureSucceeds)
     }
 }
 
-/* ---- Module banner -------------------------------------------------------------------------------------------------
- */
+/* ---- Module banner ---- */
 
 static const SYSTEMTIME March5 = { 2024, 3, 0, 5, 9, 7, 3, 0 };
 
@@ -257,8 +255,7 @@ TEST_F(BannerFaultTable, HasALineForEveryCallThatMayFail)
     EXPECT_EQ(made, named);
 }
 
-/* ---- Trace logs ----------------------------------------------------------------------------------------------------
- */
+/* ---- Trace logs ---- */
 
 static const char* const logNames[] = { "diskperf", "diskperf_trace", "diskperf_conf" };
 

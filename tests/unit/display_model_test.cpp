@@ -11,8 +11,7 @@ namespace {
 
 __extension__ typedef unsigned __int128 Wide;
 
-/* ---- The model -----------------------------------------------------------------------------------------------------
- */
+/* ---- The model ---- */
 
 constexpr Wide Modulus = static_cast<Wide>(1) << 64;
 
@@ -142,8 +141,7 @@ ULONGLONG Expected(const DKPF_PARAM& prev, const DKPF_PARAM& cur, unsigned j, in
     return 0;
 }
 
-/* ---- Random samples ------------------------------------------------------------------------------------------------
- */
+/* ---- Random samples ---- */
 
 class Samples {
 public:

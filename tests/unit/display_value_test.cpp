@@ -10,8 +10,7 @@
 constexpr ULONGLONG Top = 0xFFFFFFFFFFFFFFFFull;   // 2^64 - 1
 constexpr ULONGLONG Half = 0x8000000000000000ull;  // 2^63
 
-/* ---- Formulas ------------------------------------------------------------------------------------------------------
- */
+/* ---- Formulas ---- */
 
 TEST(DisplayFormula, RatioIsThePartInPerCentTruncated)
 {
@@ -118,8 +117,7 @@ TEST(DisplayFormula, RateMultipliesFirstAndItsProductWraps)
     EXPECT_EQ(_DkpfRate(0, 0, (1ull << 61) + 1, 1000), 1u);
 }
 
-/* ---- Samples -------------------------------------------------------------------------------------------------------
- */
+/* ---- Samples ---- */
 
 class DisplayValue : public LinesTest {
 protected:
@@ -398,8 +396,7 @@ TEST_F(DisplayValue, TakesNoLockAndNoMemoryAndTracesEntryAndExitAlone)
                                  }));
 }
 
-/* ---- Sources of levels and peaks -----------------------------------------------------------------------------------
- */
+/* ---- Sources of levels and peaks ---- */
 
 /* A counter that shows one row of the current sample. */
 struct Source {
@@ -445,8 +442,7 @@ INSTANTIATE_TEST_SUITE_P(Counters, DisplaySource,
                                          Source{ 13, false, 8 }, Source{ 14, true, 4 }, Source{ 16, true, 0 }),
                          [](const auto& source) { return "Counter" + std::to_string(source.param.counter); });
 
-/* ---- Refused arguments ---------------------------------------------------------------------------------------------
- */
+/* ---- Refused arguments ---- */
 
 class DisplayArguments : public DisplayValue {
 protected:

@@ -20,8 +20,7 @@ class Doubles : public HookedModuleTest {
     Probe call;
 };
 
-/* ---- Hooks ---------------------------------------------------------------------------------------------------------
- */
+/* ---- Hooks ---- */
 
 TEST_F(Doubles, EveryKnownCallIsReplaced)
 {
@@ -56,8 +55,7 @@ TEST_F(Doubles, RestoredHooksReachTheSystemAgain)
     EXPECT_TRUE(CloseHandle(real));
 }
 
-/* ---- Failures ------------------------------------------------------------------------------------------------------
- */
+/* ---- Failures ---- */
 
 TEST_F(Doubles, TheNthCallFailsWithItsError)
 {
@@ -93,8 +91,7 @@ TEST_F(Doubles, RegistryCallsReportByTheirResult)
     ExpectNothingLeft();
 }
 
-/* ---- Objects and leaks ---------------------------------------------------------------------------------------------
- */
+/* ---- Objects and leaks ---- */
 
 TEST_F(Doubles, WhatIsLeftOpenIsNamed)
 {
@@ -190,8 +187,7 @@ TEST_F(Doubles, SecurityIsShownAsItWasAsked)
     EXPECT_EQ(journal.Of("CreateMutexA")[1].args, "null DACL, FALSE, b");
 }
 
-/* ---- Memory --------------------------------------------------------------------------------------------------------
- */
+/* ---- Memory ---- */
 
 TEST_F(Doubles, ABlockEndsWhereWritingEnds)
 {
@@ -222,8 +218,7 @@ TEST_F(Doubles, AMappingLivesWhileAnybodyHoldsIt)
     ExpectNothingLeft();
 }
 
-/* ---- Time and waits ------------------------------------------------------------------------------------------------
- */
+/* ---- Time and waits ---- */
 
 TEST_F(Doubles, TheClockStandsStillUntilItIsMovedAndWraps)
 {
@@ -295,8 +290,7 @@ TEST_F(Doubles, AThreadRoutineRunsThroughHoursAtOnce)
     EXPECT_EQ(os.Elapsed(), 24u * 3600 * 1000);
 }
 
-/* ---- Threads -------------------------------------------------------------------------------------------------------
- */
+/* ---- Threads ---- */
 
 TEST_F(Doubles, AThreadIsRecordedAndNotRun)
 {
@@ -361,8 +355,7 @@ TEST_F(Doubles, RealObjectsAndThreadsOnDemand)
     ExpectNothingLeft();
 }
 
-/* ---- Processes, registry, files, device ----------------------------------------------------------------------------
- */
+/* ---- Processes, registry, files, device ---- */
 
 TEST_F(Doubles, ProcessesAreAliveEndedGoneOrRefused)
 {
@@ -510,8 +503,7 @@ TEST_F(Doubles, TextsAndBoxesAreKept)
     EXPECT_EQ(call.SetErrorMode(0), UINT{ SEM_FAILCRITICALERRORS });
 }
 
-/* ---- Platform libraries --------------------------------------------------------------------------------------------
- */
+/* ---- Platform libraries ---- */
 
 TEST_F(Doubles, TraceLinesAreFormattedAsTheLibraryDoesAndSpoilTheLastError)
 {
@@ -619,8 +611,7 @@ TEST_F(Doubles, TheFilterChecksItsRequest)
     EXPECT_EQ(record->entry[0].writes, 9u);
 }
 
-/* ---- Journal -------------------------------------------------------------------------------------------------------
- */
+/* ---- Journal ---- */
 
 TEST_F(Doubles, OneJournalOrdersTheCallsOfAllDoubles)
 {

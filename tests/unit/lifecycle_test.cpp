@@ -7,8 +7,7 @@
 
 static const char RegionMutex[] = "WaitForSingleObject(mutex Global\\TNW_DKPF_MUTEX_INFO, INFINITE)";
 
-/* ---- The calls of start and stop, in order -------------------------------------------------------------------------
- */
+/* ---- The calls of start and stop, in order ---- */
 
 static const Strings LockAndDebugSwitch = {
     "WaitForSingleObject(mutex DllInit, INFINITE)",
@@ -170,8 +169,7 @@ protected:
     DWORD code = 1;
 };
 
-/* ---- Order of calls ------------------------------------------------------------------------------------------------
- */
+/* ---- Order of calls ---- */
 
 TEST_F(Lifecycle, TheProducerStartsInThisOrder)
 {
@@ -214,8 +212,7 @@ TEST_F(Lifecycle, AConsumerStopsInThisOrder)
     ExpectNothingLeft();
 }
 
-/* ---- Lines ---------------------------------------------------------------------------------------------------------
- */
+/* ---- Lines ---- */
 
 static Strings ConfLines(const std::string& name)
 {
@@ -336,8 +333,7 @@ TEST_F(Lifecycle, AConsumersStopIsTracedSo)
                        }));
 }
 
-/* ---- What a start leaves behind ------------------------------------------------------------------------------------
- */
+/* ---- What a start leaves behind ---- */
 
 TEST_F(Lifecycle, TheProducerPublishesItsConfigurationInAnEmptyRegion)
 {
@@ -451,8 +447,7 @@ TEST_F(Lifecycle, StartedAgainTheProducerDoesEverythingAnew)
     ExpectNothingLeft();
 }
 
-/* ---- Counting ------------------------------------------------------------------------------------------------------
- */
+/* ---- Counting ---- */
 
 TEST_F(Lifecycle, ASecondInitializeOnlyCounts)
 {
@@ -547,8 +542,7 @@ TEST_F(Lifecycle, ADllInitMutexWhoseOwnerDiedIsTakenOver)
     EXPECT_EQ(code, 0xB0000000u);
 }
 
-/* ---- Roles ---------------------------------------------------------------------------------------------------------
- */
+/* ---- Roles ---- */
 
 TEST_F(Lifecycle, AConsumerCallInTheProducerTurnsItIntoAConsumer)
 {
@@ -593,8 +587,7 @@ TEST_F(Lifecycle, TheFlagIsThatOfTheLatestCallAlsoWhereItFails)
     EXPECT_FALSE(g_bDiskAgent);
 }
 
-/* ---- Reload --------------------------------------------------------------------------------------------------------
- */
+/* ---- Reload ---- */
 
 TEST_F(Lifecycle, ReinitializeReadsPublishesAndWakesBothThreads)
 {
@@ -662,8 +655,7 @@ TEST_F(Lifecycle, ReinitializeWithCount0IsRefusedAfterTheProducersLastTerminate)
                        }));
 }
 
-/* ---- Process attach and detach -------------------------------------------------------------------------------------
- */
+/* ---- Process attach and detach ---- */
 
 class ProcessAttach : public LifecycleTest {
 protected:

@@ -39,8 +39,7 @@ class RegionAccess : public RegionTest {
     DWORD dwErr = NotSet;
 };
 
-/* ---- The frame that all six share ----------------------------------------------------------------------------------
- */
+/* ---- The frame that all six share ---- */
 
 /* One accessor, called with records of the case's own: 0x22 in every byte. */
 struct Accessor {
@@ -322,8 +321,7 @@ TEST_P(ShmAccessor, WithClosedLogsWorksTheSame)
     ExpectCopied();
 }
 
-/* ---- Configuration -------------------------------------------------------------------------------------------------
- */
+/* ---- Configuration ---- */
 
 class ShmConf : public RegionAccess {
   protected:
@@ -462,8 +460,7 @@ TEST_F(ShmPerfenable, IsTheFirstFieldOfTheConfigurationAndNothingElse)
     EXPECT_EQ(log.TextsOf("_DkpfShmSetPerfenable"), Strings({ "  perf_enable      <-1>" }));
 }
 
-/* ---- Samples: peaks ------------------------------------------------------------------------------------------------
- */
+/* ---- Samples: peaks ---- */
 
 class ShmMerge : public RegionAccess {
   protected:
@@ -567,8 +564,7 @@ TEST_F(ShmMerge, NoCountOfTheSampleLimitsTheCopy)
     EXPECT_EQ(Peak(0, 6, 63), 0x0303030303030303ull);
 }
 
-/* ---- Samples: reading ----------------------------------------------------------------------------------------------
- */
+/* ---- Samples: reading ---- */
 
 class ShmHandOver : public RegionAccess, public testing::WithParamInterface<int> {};
 
@@ -739,8 +735,7 @@ TEST_F(ShmPeaks, NoPeakIsLostOrSeenTwiceBetweenThreads)
     EXPECT_TRUE(_DkpfShmTerminate(&dwErr));
 }
 
-/* ---- Samples: against the model ------------------------------------------------------------------------------------
- */
+/* ---- Samples: against the model ---- */
 
 class ShmModel : public RegionAccess, public testing::WithParamInterface<unsigned> {};
 
@@ -833,8 +828,7 @@ TEST_P(ShmDamage, NeverCrashesAReader)
     ExpectNothingLeft();
 }
 
-/* ---- Dumps ---------------------------------------------------------------------------------------------------------
- */
+/* ---- Dumps ---- */
 
 class ShmDump : public RegionAccess {
   protected:

@@ -22,8 +22,7 @@ class RegionLayout : public RegionTest {
     }
 };
 
-/* ---- Sizes and offsets ---------------------------------------------------------------------------------------------
- */
+/* ---- Sizes and offsets ---- */
 
 TEST_F(RegionLayout, SizesAndCounts)
 {
@@ -107,8 +106,7 @@ TEST_F(RegionLayout, OffsetsOfTheRegion)
     EXPECT_EQ(RegionReserved + RegionReservedSize, RegionMax);
 }
 
-/* ---- The bytes that the routines really touch ----------------------------------------------------------------------
- */
+/* ---- The bytes that the routines really touch ---- */
 
 TEST_F(RegionLayout, AStoreWritesTheBytesOfTheFormatAndNoOthers)
 {
@@ -213,8 +211,7 @@ TEST_P(ConfBit, AllOthersTogetherLeaveIt)
     EXPECT_EQ(mine, expected);
 }
 
-/* ---- The whole life of the bytes -----------------------------------------------------------------------------------
- */
+/* ---- The whole life of the bytes ---- */
 
 TEST_F(RegionLayout, AProcessStartsWithNothingOfTheRegion)
 {

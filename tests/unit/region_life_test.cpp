@@ -57,8 +57,7 @@ static const char CreateCall[] = "CreateFileMappingA(page file, null DACL, 0x4, 
 static const char OpenCall[] = "OpenFileMappingA(0xf001f, FALSE, Global\\TNW_DKPF_SHM_INFO)";
 static const char MapCall[] = "MapViewOfFile(mapping Global\\TNW_DKPF_SHM_INFO, 0xf001f, 0, 0, 216784)";
 
-/* ---- Creating ------------------------------------------------------------------------------------------------------
- */
+/* ---- Creating ---- */
 
 class ShmCreate : public RegionLife {};
 
@@ -139,8 +138,7 @@ TEST_F(ShmCreate, TheMappingStepAloneSetsBothGlobals)
     EXPECT_EQ(g_dwShmInitCount, 0u);
 }
 
-/* ---- Opening -------------------------------------------------------------------------------------------------------
- */
+/* ---- Opening ---- */
 
 class ShmOpen : public RegionLife {
   protected:
@@ -299,8 +297,7 @@ TEST_F(ShmOpen, TheMappingStepAloneSetsBothGlobalsAndClearsNothing)
     EXPECT_EQ(os.Leaks(), Strings({ MappingLeft, ViewLeft }));
 }
 
-/* ---- The sweep -----------------------------------------------------------------------------------------------------
- */
+/* ---- The sweep ---- */
 
 /* What becomes of the row of process 900 and which lines tell. %i stands for the row's number. */
 struct SweepCase {
@@ -524,8 +521,7 @@ TEST_F(RegionLife, ASweepOfNothingIsRefused)
     EXPECT_EQ(Story(), Strings({ Ch(8, "ENTER :"), Ch(1, " lpDkpfParam is NULL."), Ch(8, Exit(false, BadPointer)) }));
 }
 
-/* ---- Counting and letting go ---------------------------------------------------------------------------------------
- */
+/* ---- Counting and letting go ---- */
 
 class ShmNesting : public ShmOpen, public testing::WithParamInterface<BOOL> {
   protected:

@@ -41,8 +41,7 @@ void Put64(uint8_t* bytes, size_t offset, uint64_t value)
     Put32(bytes, offset + 4, static_cast<uint32_t>(value >> 32));
 }
 
-/* ---- Store and read ------------------------------------------------------------------------------------------------
- */
+/* ---- Store and read ---- */
 
 void RegionModel::Store(const uint8_t* sample)
 {
@@ -92,8 +91,7 @@ void RegionModel::GiveRow(size_t r, uint32_t owner)
     memset(bytes.data() + MaxAt(r, 0), 0, 7 * 520);
 }
 
-/* ---- Dumps ---------------------------------------------------------------------------------------------------------
- */
+/* ---- Dumps ---- */
 
 /* A 32-bit field printed with %d, a 64-bit one with %I64d: what lies in the upper half comes out negative. */
 static std::string Signed(uint32_t value)
@@ -175,8 +173,7 @@ std::vector<std::string> DumpOfSample(const uint8_t* sample)
     return lines;
 }
 
-/* ---- Random data ---------------------------------------------------------------------------------------------------
- */
+/* ---- Random data ---- */
 
 Bytes RandomBytes(std::mt19937_64& random, size_t size)
 {
@@ -212,8 +209,7 @@ Bytes RandomSample(std::mt19937_64& random)
     return sample;
 }
 
-/* ---- Comparing -----------------------------------------------------------------------------------------------------
- */
+/* ---- Comparing ---- */
 
 std::string FirstDifference(const void* actual, const void* expected, size_t size)
 {

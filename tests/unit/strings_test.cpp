@@ -7,8 +7,7 @@
 
 static const char WorkKey[] = "HKLM\\Software\\OSK\\TARNWELL\\work";
 
-/* ---- Debug switch --------------------------------------------------------------------------------------------------
- */
+/* ---- Debug switch ---- */
 
 class DebugFlag : public LinesTest {
 protected:
@@ -116,8 +115,7 @@ TEST_F(DebugFlag, AKeyThatMayNotBeOpenedIsReportedWithItsError)
     EXPECT_EQ(log.Errors(), Strings({ " RegOpenKeyEx(Software\\OSK\\TARNWELL\\work) failed.<W32Err=5>" }));
 }
 
-/* ---- Message strings -----------------------------------------------------------------------------------------------
- */
+/* ---- Message strings ---- */
 
 class LoadStrings : public LinesTest {
 protected:

@@ -8,8 +8,7 @@
 
 static const DWORD NoneYet = 0x5A5A;  // a last-error value that no call of these cases leaves
 
-/* ---- Mutexes and events --------------------------------------------------------------------------------------------
- */
+/* ---- Mutexes and events ---- */
 
 /* The two creating routines, the event once per reset mode. */
 struct CreateKind {
@@ -161,8 +160,7 @@ TEST_F(CreateMutexAndEvent, AnEventStartsNotSignalledAndResetsAsAsked)
     }
 }
 
-/* ---- Locks ---------------------------------------------------------------------------------------------------------
- */
+/* ---- Locks ---- */
 
 class MutexLock : public TracedTest {
   protected:
@@ -338,8 +336,7 @@ TEST_F(MutexUnlock, AnyThreadMayLockAndTheCountIsRight)
     CloseHandle(hReal);
 }
 
-/* ---- Module banner -------------------------------------------------------------------------------------------------
- */
+/* ---- Module banner ---- */
 
 static const SYSTEMTIME March5 = { 2024, 3, 0, 5, 9, 7, 3, 0 };
 
@@ -496,8 +493,7 @@ TEST_F(FileStampAndVersion, AResourceWithAnEmptyTranslationHasNoVersion)
     ExpectNothingLeft();
 }
 
-/* ---- Trace logs ----------------------------------------------------------------------------------------------------
- */
+/* ---- Trace logs ---- */
 
 class TraceLogs : public TracedTest {
   protected:

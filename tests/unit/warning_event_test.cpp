@@ -44,8 +44,7 @@ protected:
     DWORD code = 1;
 };
 
-/* ---- Raising and clearing ------------------------------------------------------------------------------------------
- */
+/* ---- Raising and clearing ---- */
 
 TEST_F(WarningEvent, TwoSetsOfOneSourceWriteOneEventAndItsResetTheAllClear)
 {
@@ -136,8 +135,7 @@ TEST_F(WarningEvent, TheTickOfTheLastEventIsKeptAndForgottenWithTheAllClear)
     EXPECT_EQ(g_WarnEvent[1].dwLastTick, 0u);
 }
 
-/* ---- Lines and order -----------------------------------------------------------------------------------------------
- */
+/* ---- Lines and order ---- */
 
 TEST_F(WarningEvent, ASetTracesTheKindIndexTheNewCountAndTheSource)
 {
@@ -264,8 +262,7 @@ TEST_F(WarningEvent, AResetWithoutTheLockChangesNothingAndReleasesNothing)
                        }));
 }
 
-/* ---- Once a day ----------------------------------------------------------------------------------------------------
- */
+/* ---- Once a day ---- */
 
 TEST_F(WarningEvent, AKindRaisedForExactly24HoursIsNotWrittenAgain)
 {
@@ -378,8 +375,7 @@ TEST_F(WarningEvent, ANewRaiseStartsItsDayAnew)
     EXPECT_EQ(log.Events(), Events({ CollectFailed, CollectWell, CollectFailed }));
 }
 
-/* ---- Begin and end -------------------------------------------------------------------------------------------------
- */
+/* ---- Begin and end ---- */
 
 class WarningEventTable : public LinesTest {
 protected:
