@@ -339,6 +339,18 @@ TEST_F(PerfmonBlock, NoPlaceForTheInstances)
                                      "diskperf_trace 8 EXIT<FALSE> err<0xb0000004>" }));
 }
 
+TEST_F(PerfmonBlock, TheFirstMissingOneIsNamed)
+{
+    void* end = nullptr;
+    BYTE body[1] = { 1 };
+    EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, NULL, NULL, &err));
+    EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, NULL, &end, &err));
+    EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, body, NULL, &err));
+    EXPECT_FALSE(_DkpfPfmSetCollectBody(&values, NULL, NULL, &err));
+    EXPECT_EQ(log.Errors(), Strings({ " lpDispCounter is NULL.", " lpDispCounter is NULL.", " lpDispCounter is NULL.",
+                                      " lpPerfBody is NULL." }));
+}
+
 TEST_F(PerfmonBlock, NoPlaceForTheEndAddress)
 {
     GuardedBuffer buffer(BlockSize - HeaderSize);

@@ -416,6 +416,17 @@ TEST_F(PerfmonCollect, NoRoomAtAllIsMoreData)
     EXPECT_EQ(CollectLines(1), Strings({ "diskperf_trace 1  Buffer size is too small. pcbData<0>" }));
 }
 
+TEST_F(PerfmonCollect, TheSizeIsUnsigned)
+{
+    std::wstring query = L"Global";
+    Opened();
+    buffer = std::make_unique<GuardedBuffer>(BlockSize);
+    data = buffer->Data();
+    size = 0xFFFFFFFF;  // room enough as far as collect can know
+    EXPECT_EQ(DkpfCollectForPerfmon(query.data(), &data, &size, &objects), 0u);
+    ExpectData();
+}
+
 TEST_F(PerfmonCollect, TheNextCollectShowsTheIntervalSinceTheLast)
 {
     Opened();
@@ -495,6 +506,17 @@ TEST_F(PerfmonCollect, AnInvalidCurrentSampleClearsTheBaseline)
     EXPECT_EQ(Collect(), 0u);
     ExpectData();
     EXPECT_EQ(Value(1, 11), 20u) << "since the sample that came first after the gap";
+}
+
+TEST_F(PerfmonCollect, WhileThereIsNoSampleTheCurrentOneIsNamedEachTime)
+{
+    Opened();
+    Erase();
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(Collect(), 0u);
+        ExpectNoData();
+    }
+    EXPECT_EQ(CollectLines(1), Strings(2, "diskperf_trace 1  Current-RAW parameter is invalid."));
 }
 
 TEST_F(PerfmonCollect, TheDayAloneTellsWhetherThereIsASample)
@@ -864,6 +886,26 @@ TEST_F(PerfmonClose, DetachesBeforeItFrees)
     ASSERT_GE(names.size(), 6u);
     EXPECT_EQ(Strings(names.end() - 5, names.end()), Strings(5, "GlobalFree"));
     EXPECT_EQ(std::count(names.begin(), names.end(), "UnmapViewOfFile"), 1);
+}
+
+static BOOL RefusingTerminate(DWORD* err)
+{
+    *err = 0xB0000005;
+    return FALSE;
+}
+
+TEST_F(PerfmonClose, ADetachThatIsRefusedStillFreesTheBuffers)
+{
+    Opened();
+    {
+        Detour detour(DkpfTerminate, RefusingTerminate);
+        EXPECT_EQ(DkpfCloseForPerfmon(), 0u);
+    }
+    EXPECT_EQ(CloseLines(), Strings({ "diskperf_trace 8 ENTER :", "diskperf_trace 8  DkpfTerminate() start ...",
+                                      "diskperf_trace 8 EXIT :" }));
+    EXPECT_EQ(Freed(), Strings({ "152 bytes", "744 bytes", "8840 bytes", "10168 bytes", "10168 bytes" }));
+    EXPECT_EQ(Buffers(), NoBuffers);
+    EXPECT_EQ(g_dwPfmOpenCount, 0u);
 }
 
 TEST_F(PerfmonClose, TwoOpensNeedTwoCloses)

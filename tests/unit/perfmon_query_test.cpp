@@ -95,6 +95,20 @@ TEST_F(PerfmonIndex, AKeyThatMayNotBeRead)
         Strings({ " RegOpenKeyEx(SYSTEM\\CurrentControlSet\\Services\\tnwdiskperf\\performance) failed. (W32Err=5)" }));
 }
 
+static LSTATUS WINAPI FailsAndLeavesAHandle(HKEY, LPCSTR, DWORD, REGSAM, PHKEY key)
+{
+    *key = reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0x4444));
+    return ERROR_BADKEY;
+}
+
+TEST_F(PerfmonIndex, WhatAFailedOpenLeavesInTheHandleIsNotClosed)
+{
+    ASSERT_TRUE(hooks.Replace("advapi32.dll", "RegOpenKeyExA", Address(FailsAndLeavesAHandle)));
+    EXPECT_FALSE(Get());
+    EXPECT_EQ(err, 0xB0000012u);
+    EXPECT_EQ(journal.Number("RegCloseKey"), 0u);
+}
+
 TEST_F(PerfmonIndex, AMissingFirstCounter)
 {
     os.failValue["First Counter"] = 2;
