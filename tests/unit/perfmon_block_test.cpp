@@ -191,6 +191,31 @@ TEST_F(PerfmonBlock, ANameThatNeedsMoreThanThirtyTwoCharactersHasLengthZeroAndSt
     EXPECT_EQ(log.Errors(), Strings()) << "not a failure of the block";
 }
 
+TEST_F(PerfmonBlock, TheLongestMessageStringsCostTheNamesAlone)
+{
+    Names(std::string(127, 'P'), std::string(127, 'T'));
+    std::vector<BYTE> body = Body();
+    ExpectedBlock expected(BlockSize - HeaderSize);
+    expected.Instances(0, values);
+    for (size_t i = 0; i < 65; i++) {
+        expected.Put32(232 * i + 20, 0);
+        memset(&expected.bytes[232 * i + 24], 0, 64);
+        memset(&body[232 * i + 24], 0, 64);
+    }
+    EXPECT_TRUE(SameBytes(body, expected.bytes));
+}
+
+TEST_F(PerfmonBlock, APercentSignInAMessageStringIsACharacter)
+{
+    Names("N%d", "%s%n");
+    std::vector<BYTE> body = Body();
+    ExpectedBlock expected(BlockSize - HeaderSize);
+    for (size_t i = 0; i < 65; i++) {
+        expected.Instance(0, i, i == 0 ? L"%s%n" : L"N%d" + std::to_wstring(i), values.value[i]);
+    }
+    EXPECT_TRUE(SameBytes(body, expected.bytes));
+}
+
 TEST_F(PerfmonBlock, ANameThatCannotBeConvertedIsNotReadForTheDump)
 {
     os.Fail("MultiByteToWideChar", 3, ERROR_NO_UNICODE_TRANSLATION);
@@ -312,6 +337,18 @@ TEST_F(PerfmonBlock, NoPlaceForTheInstances)
     EXPECT_EQ(end, this);
     EXPECT_EQ(BodyLines(), Strings({ "diskperf_trace 8 ENTER :", "diskperf_trace 1  lpPerfBody is NULL.",
                                      "diskperf_trace 8 EXIT<FALSE> err<0xb0000004>" }));
+}
+
+TEST_F(PerfmonBlock, TheFirstMissingOneIsNamed)
+{
+    void* end = nullptr;
+    BYTE body[1] = { 1 };
+    EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, NULL, NULL, &err));
+    EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, NULL, &end, &err));
+    EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, body, NULL, &err));
+    EXPECT_FALSE(_DkpfPfmSetCollectBody(&values, NULL, NULL, &err));
+    EXPECT_EQ(log.Errors(), Strings({ " lpDispCounter is NULL.", " lpDispCounter is NULL.", " lpDispCounter is NULL.",
+                                      " lpPerfBody is NULL." }));
 }
 
 TEST_F(PerfmonBlock, NoPlaceForTheEndAddress)

@@ -8,6 +8,25 @@
 #include "support/display_value_stubs.h"
 #include "support/perfmon_fixture.h"
 
+/* The provider's buffers, which no header shows. */
+struct _DKPF_PERF_HEADER;
+extern DKPF_PARAM* g_lpPfmPrevParam;
+extern DKPF_PARAM* g_lpPfmCurParam;
+extern DKPF_DISP* g_lpPfmDisp;
+extern _DKPF_PERF_HEADER* g_lpPfmHeader;
+extern DKPF_RAWTOTAL* g_lpPfmRawTotal;
+
+/* In the order in which they are freed. */
+static std::vector<const void*> Buffers()
+{
+    return { g_lpPfmRawTotal, g_lpPfmHeader, g_lpPfmDisp, g_lpPfmCurParam, g_lpPfmPrevParam };
+}
+static const std::vector<const void*> NoBuffers(5, nullptr);
+
+/* All of a time stamp but the day, and the day alone. */
+static const SYSTEMTIME WithoutADay = { 2026, 11, 6, 0, 10, 20, 30, 400 };
+static const SYSTEMTIME TheDayAlone = { 0, 0, 0, 1, 0, 0, 0, 0 };
+
 class PerfmonOpen : public PerfmonTest {};
 class PerfmonClose : public PerfmonTest {};
 
@@ -200,6 +219,52 @@ TEST_F(PerfmonOpen, NoSampleYetIsOneAndFreesWhatWasTaken)
     EXPECT_EQ(os.misuse, Strings());
 }
 
+TEST_F(PerfmonOpen, TheDayAloneTellsWhetherThereIsASample)
+{
+    region->local_time = WithoutADay;
+    EXPECT_EQ(Open(), 1u);
+    EXPECT_EQ(OpenLines(1), Strings({ "diskperf_trace 1  Previous-RAW parameter is invalid." }));
+    region->local_time = TheDayAlone;
+    EXPECT_EQ(Open(), 0u);
+    DkpfCloseForPerfmon();
+}
+
+TEST_F(PerfmonOpen, OnlyZeroSwitchesCollectionOff)
+{
+    for (DWORD enable : { 2u, 0x80000000u }) {
+        region->conf.perf_enable = enable;
+        EXPECT_EQ(Open(), 0u) << enable;
+        DkpfCloseForPerfmon();
+    }
+}
+
+// Freed after a failure is what this open has allocated, whatever the pointers held before it.
+TEST_F(PerfmonOpen, PointersFromBeforeAreForgottenNotFreed)
+{
+    static DKPF_PARAM previous, current;
+    static DKPF_DISP values;
+    static DKPF_RAWTOTAL total;
+    static BYTE definitions[HeaderSize];
+    const unsigned before = Rehearse("GlobalAlloc", "DkpfOpenForPerfmon");
+    g_lpPfmPrevParam = &previous;
+    g_lpPfmCurParam = &current;
+    g_lpPfmDisp = &values;
+    g_lpPfmHeader = reinterpret_cast<_DKPF_PERF_HEADER*>(definitions);
+    g_lpPfmRawTotal = &total;
+    os.Fail("GlobalAlloc", before + 1, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(Open(), 14u);
+    EXPECT_EQ(os.misuse, Strings());
+    EXPECT_EQ(Buffers(), NoBuffers);
+}
+
+TEST_F(PerfmonOpen, NoPointerOutlivesAFailure)
+{
+    const unsigned before = Rehearse("GlobalAlloc", "DkpfOpenForPerfmon");
+    os.Fail("GlobalAlloc", before + 5, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(Open(), 14u);
+    EXPECT_EQ(Buffers(), NoBuffers);
+}
+
 static BOOL NoDefinitions(void*, DWORD* err)
 {
     *err = 0xB0000004;
@@ -351,6 +416,17 @@ TEST_F(PerfmonCollect, NoRoomAtAllIsMoreData)
     EXPECT_EQ(CollectLines(1), Strings({ "diskperf_trace 1  Buffer size is too small. pcbData<0>" }));
 }
 
+TEST_F(PerfmonCollect, TheSizeIsUnsigned)
+{
+    std::wstring query = L"Global";
+    Opened();
+    buffer = std::make_unique<GuardedBuffer>(BlockSize);
+    data = buffer->Data();
+    size = 0xFFFFFFFF;  // room enough as far as collect can know
+    EXPECT_EQ(DkpfCollectForPerfmon(query.data(), &data, &size, &objects), 0u);
+    ExpectData();
+}
+
 TEST_F(PerfmonCollect, TheNextCollectShowsTheIntervalSinceTheLast)
 {
     Opened();
@@ -430,6 +506,50 @@ TEST_F(PerfmonCollect, AnInvalidCurrentSampleClearsTheBaseline)
     EXPECT_EQ(Collect(), 0u);
     ExpectData();
     EXPECT_EQ(Value(1, 11), 20u) << "since the sample that came first after the gap";
+}
+
+TEST_F(PerfmonCollect, WhileThereIsNoSampleTheCurrentOneIsNamedEachTime)
+{
+    Opened();
+    Erase();
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(Collect(), 0u);
+        ExpectNoData();
+    }
+    EXPECT_EQ(CollectLines(1), Strings(2, "diskperf_trace 1  Current-RAW parameter is invalid."));
+}
+
+TEST_F(PerfmonCollect, TheDayAloneTellsWhetherThereIsASample)
+{
+    Opened();
+    region->local_time = WithoutADay;
+    EXPECT_EQ(Collect(), 0u);
+    ExpectNoData();
+    EXPECT_EQ(CollectLines(1), Strings({ "diskperf_trace 1  Current-RAW parameter is invalid." }));
+    region->local_time = TheDayAlone;
+    EXPECT_EQ(Collect(), 0u);
+    ExpectNoData();
+    EXPECT_EQ(Collect(), 0u);
+    ExpectData();
+}
+
+static BOOL TornSample(DKPF_PARAM* sample, DWORD* err)
+{
+    memset(sample, 0xEE, sizeof *sample);
+    *err = 0xB0000010;
+    return FALSE;
+}
+
+TEST_F(PerfmonCollect, ASampleThatCouldNotBeReadReplacesNothing)
+{
+    Opened();
+    Collect();
+    const DKPF_PARAM previous = *g_lpPfmPrevParam, current = *g_lpPfmCurParam;
+    Detour detour(_DkpfShmGetPerf, TornSample);
+    EXPECT_EQ(Collect(), 0u);
+    ExpectNoData();
+    EXPECT_EQ(memcmp(g_lpPfmPrevParam, &previous, sizeof previous), 0);
+    EXPECT_EQ(memcmp(g_lpPfmCurParam, &current, sizeof current), 0);
 }
 
 TEST_F(PerfmonCollect, TheDefinitionsAreCopiedBeforeTheSampleIsRead)
@@ -688,6 +808,27 @@ TEST_F(PerfmonCollect, CollectionSwitchedOffIsNoDataAndNoError)
                                         "diskperf_trace 8 EXIT<0> err<0xb0000000>" }));
 }
 
+TEST_F(PerfmonCollect, CollectionSwitchedOffIsSaidBeforeTheQueryIsLookedAt)
+{
+    Opened();
+    region->conf.perf_enable = 0;
+    EXPECT_EQ(Collect(L"Foreign", 16), 0u);
+    ExpectNoData();
+    EXPECT_EQ(CollectLines(), Strings({ "diskperf_trace 8 ENTER :", "diskperf_trace 8  DKPF function is set disenable.",
+                                        "diskperf_trace 8 EXIT<0> err<0xb0000000>" }));
+    EXPECT_EQ(LinesOf("_DkpfPfmGetPMQueryType"), Strings());
+}
+
+TEST_F(PerfmonCollect, OnlyZeroSwitchesCollectionOff)
+{
+    Opened();
+    for (DWORD enable : { 2u, 0x80000000u }) {
+        region->conf.perf_enable = enable;
+        EXPECT_EQ(Collect(), 0u) << enable;
+        ExpectData();
+    }
+}
+
 TEST_F(PerfmonCollect, ARegionThatIsGoneIsNoData)
 {
     Opened();
@@ -717,6 +858,25 @@ TEST_F(PerfmonClose, TheLastCloseDetachesAndFreesAll)
     ExpectNothingLeft();
 }
 
+static std::vector<const void*> g_freed;
+static HGLOBAL WINAPI NoteFree(HGLOBAL memory)
+{
+    g_freed.push_back(memory);
+    return NULL;
+}
+
+// The two samples have one size: only their addresses tell them apart.
+TEST_F(PerfmonClose, EachBufferIsFreedInItsTurnAndItsPointerCleared)
+{
+    Opened();
+    const std::vector<const void*> buffers = Buffers();
+    g_freed.clear();
+    ASSERT_TRUE(hooks.Replace("kernel32.dll", "GlobalFree", Address(NoteFree)));
+    DkpfCloseForPerfmon();
+    EXPECT_EQ(g_freed, buffers);
+    EXPECT_EQ(Buffers(), NoBuffers);
+}
+
 TEST_F(PerfmonClose, DetachesBeforeItFrees)
 {
     Opened();
@@ -726,6 +886,26 @@ TEST_F(PerfmonClose, DetachesBeforeItFrees)
     ASSERT_GE(names.size(), 6u);
     EXPECT_EQ(Strings(names.end() - 5, names.end()), Strings(5, "GlobalFree"));
     EXPECT_EQ(std::count(names.begin(), names.end(), "UnmapViewOfFile"), 1);
+}
+
+static BOOL RefusingTerminate(DWORD* err)
+{
+    *err = 0xB0000005;
+    return FALSE;
+}
+
+TEST_F(PerfmonClose, ADetachThatIsRefusedStillFreesTheBuffers)
+{
+    Opened();
+    {
+        Detour detour(DkpfTerminate, RefusingTerminate);
+        EXPECT_EQ(DkpfCloseForPerfmon(), 0u);
+    }
+    EXPECT_EQ(CloseLines(), Strings({ "diskperf_trace 8 ENTER :", "diskperf_trace 8  DkpfTerminate() start ...",
+                                      "diskperf_trace 8 EXIT :" }));
+    EXPECT_EQ(Freed(), Strings({ "152 bytes", "744 bytes", "8840 bytes", "10168 bytes", "10168 bytes" }));
+    EXPECT_EQ(Buffers(), NoBuffers);
+    EXPECT_EQ(g_dwPfmOpenCount, 0u);
 }
 
 TEST_F(PerfmonClose, TwoOpensNeedTwoCloses)
@@ -810,6 +990,38 @@ TEST_F(PerfmonCollect, TheDebugStopIsTheFirstStep)
     journal.Clear();
     Open();
     EXPECT_EQ(journal.Number("MessageBoxA"), 1u) << "also in an open that only counts";
+}
+
+TEST_F(PerfmonCollect, TheDebugStopComesBeforeTheFirstLine)
+{
+    Opened();
+    os.SetValue("HKLM\\Software\\OSK\\TARNWELL\\work", "dkpf_debug", 7);
+    Open();
+    EXPECT_EQ(CallsBefore("MessageBoxA", "DkpfOpenForPerfmon"), 1u);
+    journal.Clear();
+    Collect();
+    EXPECT_EQ(CallsBefore("MessageBoxA", "DkpfCollectForPerfmon"), 1u);
+    journal.Clear();
+    DkpfCloseForPerfmon();
+    EXPECT_EQ(CallsBefore("MessageBoxA", "DkpfCloseForPerfmon"), 1u);
+}
+
+static std::vector<HWND> g_owners;
+static int WINAPI NoteOwner(HWND owner, LPCSTR, LPCSTR, UINT)
+{
+    g_owners.push_back(owner);
+    return IDOK;
+}
+
+TEST_F(PerfmonCollect, TheMessageBoxesHaveNoOwner)
+{
+    os.SetValue("HKLM\\Software\\OSK\\TARNWELL\\work", "dkpf_debug", 7);
+    g_owners.clear();
+    ASSERT_TRUE(hooks.Replace("user32.dll", "MessageBoxA", Address(NoteOwner)));
+    Open();
+    Collect();
+    DkpfCloseForPerfmon();
+    EXPECT_EQ(g_owners, std::vector<HWND>(3, nullptr));
 }
 
 TEST_F(PerfmonCollect, ASwitchThatCannotBeReadStopsNobody)

@@ -95,6 +95,20 @@ TEST_F(PerfmonIndex, AKeyThatMayNotBeRead)
         Strings({ " RegOpenKeyEx(SYSTEM\\CurrentControlSet\\Services\\tnwdiskperf\\performance) failed. (W32Err=5)" }));
 }
 
+static LSTATUS WINAPI FailsAndLeavesAHandle(HKEY, LPCSTR, DWORD, REGSAM, PHKEY key)
+{
+    *key = reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0x4444));
+    return ERROR_BADKEY;
+}
+
+TEST_F(PerfmonIndex, WhatAFailedOpenLeavesInTheHandleIsNotClosed)
+{
+    ASSERT_TRUE(hooks.Replace("advapi32.dll", "RegOpenKeyExA", Address(FailsAndLeavesAHandle)));
+    EXPECT_FALSE(Get());
+    EXPECT_EQ(err, 0xB0000012u);
+    EXPECT_EQ(journal.Number("RegCloseKey"), 0u);
+}
+
 TEST_F(PerfmonIndex, AMissingFirstCounter)
 {
     os.failValue["First Counter"] = 2;
@@ -120,6 +134,33 @@ TEST_F(PerfmonIndex, AMissingFirstHelpLeavesTheCounterReadStraightIntoItsPlace)
     EXPECT_EQ(counter, 2000u);
     EXPECT_EQ(help, 22u);
     EXPECT_EQ(journal.Number("RegCloseKey"), 1u);
+}
+
+/* A value of two bytes and another type, as no loader writes it. */
+static Strings g_asked;
+static LSTATUS WINAPI TwoBytes(HKEY, LPCSTR name, LPDWORD, LPDWORD type, LPBYTE data, LPDWORD size)
+{
+    const WORD value = 2000;
+    g_asked.push_back(std::string(name) + ", size " + std::to_string(*size));
+    if (type != nullptr) {
+        *type = REG_BINARY;
+    }
+    memcpy(data, &value, sizeof value);
+    *size = sizeof value;
+    return ERROR_SUCCESS;
+}
+
+TEST_F(PerfmonIndex, NeitherTypeNorLengthIsTestedAndEachValueHasFourBytesOfRoom)
+{
+    counter = 0x00010000;
+    help = 0x00020000;
+    g_asked.clear();
+    ASSERT_TRUE(hooks.Replace("advapi32.dll", "RegQueryValueExA", Address(TwoBytes)));
+    EXPECT_TRUE(Get());
+    EXPECT_EQ(err, 0xB0000000u);
+    EXPECT_EQ(g_asked, Strings({ "First Counter, size 4", "First Help, size 4" }));
+    EXPECT_EQ(counter, 0x000107D0u);
+    EXPECT_EQ(help, 0x000207D0u);
 }
 
 /* ---- Query type -------------------------------------------------------------------------------------------------- */
@@ -293,6 +334,14 @@ TEST_F(PerfmonQuery, TheListIsTracedWhole)
     EXPECT_EQ(PerfmonLines(log, "_DkpfPfmIsNumberInUnicodeList"),
               Strings({ "diskperf_trace 16  [IN] Number<34>", "diskperf_trace 16  [IN] UnicodeList<12a 34>",
                         "diskperf_trace 8 EXIT<TRUE>" }));
+}
+
+TEST_F(PerfmonQuery, NoListIsTracedAsTheFormatPrintsNone)
+{
+    _DkpfPfmIsNumberInUnicodeList(34, NULL);
+    EXPECT_EQ(PerfmonLines(log, "_DkpfPfmIsNumberInUnicodeList"),
+              Strings({ "diskperf_trace 16  [IN] Number<34>", "diskperf_trace 16  [IN] UnicodeList<(null)>",
+                        "diskperf_trace 8 EXIT<FALSE>" }));
 }
 
 TEST_F(PerfmonQuery, AWideDigitIsNoDigit)
