@@ -47,6 +47,8 @@ constexpr DWORD DKPF_PERF_BLOCK_SIZE = 15824;  // whole block
 static_assert(sizeof(DKPF_PERF_HEADER) + DKPF_ROW_NUM * sizeof(DKPF_PERF_INSTANCE) == DKPF_PERF_BLOCK_SIZE,
               "readers size their buffers by it");
 constexpr DWORD DKPF_PERF_COUNTER_BLOCK_SIZE = 144;  // from the counter block's start to behind the last value
+static_assert(sizeof(DKPF_PERF_INSTANCE) - offsetof(DKPF_PERF_INSTANCE, block) == DKPF_PERF_COUNTER_BLOCK_SIZE,
+              "readers step over it");
 
 DWORD g_dwPfmOpenCount = 0;  // opens not yet closed
 DWORD g_dwFirstCounter = 0;  // title index of the object's name
@@ -59,8 +61,7 @@ DKPF_DISP*        g_lpPfmDisp = NULL;
 DKPF_PERF_HEADER* g_lpPfmHeader = NULL;
 DKPF_RAWTOTAL*    g_lpPfmRawTotal = NULL;
 
-/* Bits of the debug switch that stop an entry point in a message box, so that a debugger can be attached to the host.
- */
+/* Bits of the debug switch that stop an entry point in a message box, to attach a debugger to the host. */
 constexpr DWORD DKPF_DEBUG_OPEN = 1;
 constexpr DWORD DKPF_DEBUG_COLLECT = 2;
 constexpr DWORD DKPF_DEBUG_CLOSE = 4;
@@ -420,7 +421,7 @@ static void _DkpfPfmDebugStop(DWORD dwBit, const char* lpText, const char* lpCap
     }
 }
 
-static void _DkpfPfmFree(void** lplpBuffer)
+template <class T> static void _DkpfPfmFree(T** lplpBuffer)
 {
     if (*lplpBuffer != NULL) {
         GlobalFree(*lplpBuffer);
@@ -431,11 +432,11 @@ static void _DkpfPfmFree(void** lplpBuffer)
 /* Frees the five buffers, in the reverse order of their allocation. */
 static void _DkpfPfmFreeBuffers(void)
 {
-    _DkpfPfmFree(reinterpret_cast<void**>(&g_lpPfmRawTotal));
-    _DkpfPfmFree(reinterpret_cast<void**>(&g_lpPfmHeader));
-    _DkpfPfmFree(reinterpret_cast<void**>(&g_lpPfmDisp));
-    _DkpfPfmFree(reinterpret_cast<void**>(&g_lpPfmCurParam));
-    _DkpfPfmFree(reinterpret_cast<void**>(&g_lpPfmPrevParam));
+    _DkpfPfmFree(&g_lpPfmRawTotal);
+    _DkpfPfmFree(&g_lpPfmHeader);
+    _DkpfPfmFree(&g_lpPfmDisp);
+    _DkpfPfmFree(&g_lpPfmCurParam);
+    _DkpfPfmFree(&g_lpPfmPrevParam);
 }
 
 /* A zero-filled buffer; NULL with the code, traced in the caller's name. */
@@ -501,7 +502,7 @@ static DWORD _DkpfPfmPrepare(const char* lpRoutine, DWORD* lpdwErr)
     return ERROR_SUCCESS;
 }
 
-/* Forgets the buffers of an open that failed before; frees nothing. */
+/* Frees nothing: what the pointers held before this open is no buffer of its own. */
 static void _DkpfPfmClearBuffers(void)
 {
     g_lpPfmPrevParam = NULL;
