@@ -31,11 +31,11 @@ static std::string Lower(std::string_view text)
     return lower;
 }
 
-/* How many letters must be put in, left out or replaced to make one of the other. */
-static size_t Distance(const std::string& one, const std::string& other)
+/* How many letters must be put in, left out or replaced to make one of the other, or, within, of any part of it. */
+static size_t Distance(const std::string& one, const std::string& other, bool within = false)
 {
     std::vector<size_t> row(other.size() + 1);
-    for (size_t i = 0; i < row.size(); i++)
+    for (size_t i = 0; i < row.size() && !within; i++)
         row[i] = i;
     for (size_t i = 1; i <= one.size(); i++) {
         size_t diagonal = row[0];
@@ -46,7 +46,7 @@ static size_t Distance(const std::string& one, const std::string& other)
             row[j] = std::min({ replaced, row[j] + 1, row[j - 1] + 1 });
         }
     }
-    return row.back();
+    return within ? *std::min_element(row.begin(), row.end()) : row.back();
 }
 
 static constexpr size_t FAR_AWAY = 1000;
@@ -59,7 +59,7 @@ static size_t HowFar(std::string_view key, const std::string& word)
     const size_t      distance = std::min(Distance(shortName, word), Distance(name, word));
     if (distance <= 1 + word.size() / 4 && distance < word.size())
         return distance;
-    return word.size() > 2 && name.find(word) != std::string::npos ? word.size() : FAR_AWAY;
+    return word.size() > 2 && Distance(word, name, true) <= word.size() / 4 ? word.size() : FAR_AWAY;
 }
 
 static std::string Or(const std::vector<std::string>& names)

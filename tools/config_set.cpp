@@ -22,7 +22,7 @@ static SetOutcome StepFailed(const std::string& step, DWORD error)
 {
     std::string words = step + ": " + SystemErrorText(error);
     if (error == ERROR_ACCESS_DENIED)
-        words += "; run this as an administrator, and see that the file is not read-only";
+        words += "; run this as an administrator";
     return Failed(words);
 }
 
@@ -79,12 +79,12 @@ static bool IsAsWanted(const XMLLIB_REPORT& report, const std::vector<ConfigChan
     return true;
 }
 
-static std::string NamesLine(const char* words, const std::vector<std::string>& names)
+static std::string NamesText(const char* words, const std::vector<std::string>& names)
 {
-    std::string text;
+    std::string text = names.empty() ? "" : words;
     for (const std::string& name : names)
-        text += (text.empty() ? "" : ", ") + name;
-    return text.empty() ? "" : words + text + "\n";
+        text += "  " + name + "\n";
+    return text;
 }
 
 /* What the running agent does with the new values. */
@@ -101,10 +101,10 @@ static std::string WhenText(const XMLLIB_REPORT& after, const std::vector<Config
         const std::optional<DWORD> now = InForceOf(setting, &*running);
         (now == setting.dwValue ? inForce : setting.bRestart ? restart : reload).emplace_back(KeyName(setting.szKey));
     }
-    std::string text = NamesLine("in force already: ", inForce);
+    std::string text = NamesText("in force already:\n", inForce);
     if (!asksReload) {
-        text += NamesLine("taken over by dkpfctl config reload: ", reload);
-        text += NamesLine("waiting for a restart of the agent: ", restart);
+        text += NamesText("taken over by dkpfctl config reload:\n", reload);
+        text += NamesText("waiting for a restart of the agent:\n", restart);
     }
     return text;
 }
@@ -121,8 +121,8 @@ static std::string MaskText(const XMLLIB_REPORT& before, const XMLLIB_REPORT& af
     const bool writes = ValueOf(after, PERF_ENABLE) == 1 && ValueOf(after, PERF_LOG_SAVE) == 1;
     if (writes || ValueOf(before, COLLECT_PARAM) == ValueOf(after, COLLECT_PARAM))
         return "";
-    return fmt::format("note: {} is 0. A reload now takes the new columns over without new\n"
-                       "  CSV files: those that are open go on under their old header when they are\n"
+    return fmt::format("note: {} is 0. A reload now takes the columns over without\n"
+                       "  new CSV files: those that are open go on under their old header when they are\n"
                        "  written again. Set it to 1 before the next reload, or restart the agent.\n",
                        SettingAt(ValueOf(after, PERF_LOG_SAVE) == 1 ? PERF_ENABLE : PERF_LOG_SAVE).name);
 }
@@ -185,8 +185,10 @@ SetOutcome SetConfiguration(ConfigSetPorts& ports, const std::vector<KeyValue>& 
     if (error != ERROR_SUCCESS)
         return StepFailed("the new file cannot be given the rights of " + ports.File(), error);
     error = ports.Put();
-    if (error == ERROR_SHARING_VIOLATION)
-        return Failed(ports.File() + " cannot be replaced: another program holds it");
+    // The folder could be written to, so a denied access is the old file's: it is held by a reader, or read-only.
+    if (error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED)
+        return Failed(ports.File() + " cannot be replaced: another program holds it, or it is read-only (" +
+                      SystemErrorText(error) + ")");
     if (error != ERROR_SUCCESS)
         return StepFailed(ports.File() + " cannot be replaced", error);
 

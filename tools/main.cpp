@@ -181,6 +181,7 @@ int wmain(int argc, wchar_t** argv)
     Choice   choice;
     app.set_version_flag("--version", "dkpfctl " DKPF_VERSION);
     app.require_subcommand(1);
+    app.allow_windows_style_options(false);  // a key path begins with '/'; the subcommands inherit this
     DescribeStatus(app, &choice);
     DescribeDoctor(app, &choice);
     DescribeDump(app, &choice);
