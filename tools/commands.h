@@ -6,6 +6,7 @@
 
 #include <windows.h>
 #include <string>
+#include <vector>
 
 namespace dkpf {
 
@@ -33,6 +34,21 @@ struct DumpOptions {
 
 struct ConfigCheckOptions {
     std::string file;  // empty: the installation's own
+    bool        json = false;
+};
+
+struct ConfigGetOptions {
+    std::string key;  // empty: all
+    bool        json = false;
+};
+
+struct ConfigSetOptions {
+    std::vector<std::string> words;  // key, value, key, value
+    bool                     reload = false;
+};
+
+struct ConfigSchemaOptions {
+    bool json = false;
 };
 
 struct TopOptions {
@@ -63,6 +79,9 @@ ToolExit RunDump(const DumpOptions& options);
 ToolExit RunTop(const TopOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
+ToolExit RunConfigGet(const ConfigGetOptions& options);
+ToolExit RunConfigSet(const ConfigSetOptions& options);
+ToolExit RunConfigSchema(const ConfigSchemaOptions& options);
 ToolExit RunQuery(const QueryOptions& options);
 ToolExit RunInstall(const InstallCommandOptions& options);
 ToolExit RunUninstall(const UninstallCommandOptions& options);

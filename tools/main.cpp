@@ -24,6 +24,15 @@ static constexpr char CHECK_EXIT[] = "exit: 0 the file is accepted; 1 it is refu
 static constexpr char RELOAD_EXIT[] = "exit: 0 the running agent has read the configuration; 1 the file is refused, no "
                                       "agent runs, or it did not answer; 2 "
                                       "wrong usage";
+static constexpr char GET_EXIT[] = "exit: 0 printed; 1 the file is refused, or there is no such key; 2 wrong usage";
+static constexpr char SET_EXIT[] =
+    "A key is given as collectinterval, parameters/collectinterval or by its whole\n"
+    "path, a value in decimal or behind 0x. All values go in, or none; comments and\n"
+    "layout of the file stay. A second reload within one collect interval stops\n"
+    "collecting until the next one: set what belongs together in one call.\n"
+    "exit: 0 the file holds the values; 1 refused, and the file is as it was, or the\n"
+    "agent did not reload; 2 wrong usage";
+static constexpr char SCHEMA_EXIT[] = "exit: 0 printed; 1 the policy cannot be read; 2 wrong usage";
 static constexpr char INSTALL_EXIT[] = "exit: 0 installed, or it was there already; 1 a step failed: the reason is "
                                        "said, the steps before are taken back; 2 wrong usage";
 static constexpr char UNINSTALL_EXIT[] =
@@ -40,6 +49,9 @@ struct Choice {
     DumpOptions               dump;
     TopOptions                top;
     ConfigCheckOptions        check;
+    ConfigGetOptions          get;
+    ConfigSetOptions          set;
+    ConfigSchemaOptions       schema;
     QueryOptions              query;
     InstallCommandOptions     install;
     UninstallCommandOptions   uninstall;
@@ -98,6 +110,7 @@ static void DescribeConfig(CLI::App& app, Choice* choice)
 
     CLI::App* check = config->add_subcommand("check", "Checks a configuration file as the agent would.");
     check->add_option("FILE", choice->check.file, "file to check; without it the installation's etc\\cluster.xml");
+    check->add_flag("--json", choice->check.json, "finding, unknown keys and values as one JSON object");
     check->footer(CHECK_EXIT);
     check->callback([choice] { choice->run = [choice] { return RunConfigCheck(choice->check); }; });
 
@@ -105,6 +118,23 @@ static void DescribeConfig(CLI::App& app, Choice* choice)
                                                         "what it took over and what waits for its restart.");
     reload->footer(RELOAD_EXIT);
     reload->callback([choice] { choice->run = [] { return RunConfigReload(); }; });
+
+    CLI::App* get = config->add_subcommand("get", "Shows settings: in the file, in force, default.");
+    get->add_option("KEY", choice->get.key, "one key; without it all");
+    get->add_flag("--json", choice->get.json, "the same with range and help as one JSON object");
+    get->footer(GET_EXIT);
+    get->callback([choice] { choice->run = [choice] { return RunConfigGet(choice->get); }; });
+
+    CLI::App* set = config->add_subcommand("set", "Puts values into the configuration file, checked and in one step.");
+    set->add_option("KEY VALUE", choice->set.words, "keys, each with its value behind it")->required();
+    set->add_flag("--reload", choice->set.reload, "then has the running agent read the file, once");
+    set->footer(SET_EXIT);
+    set->callback([choice] { choice->run = [choice] { return RunConfigSet(choice->set); }; });
+
+    CLI::App* schema = config->add_subcommand("schema", "Lists the keys: type, range, default, unit and meaning.");
+    schema->add_flag("--json", choice->schema.json, "the same as one JSON object");
+    schema->footer(SCHEMA_EXIT);
+    schema->callback([choice] { choice->run = [choice] { return RunConfigSchema(choice->schema); }; });
 }
 
 static void DescribeQuery(CLI::App& app, Choice* choice)
@@ -151,6 +181,7 @@ int wmain(int argc, wchar_t** argv)
     Choice   choice;
     app.set_version_flag("--version", "dkpfctl " DKPF_VERSION);
     app.require_subcommand(1);
+    app.allow_windows_style_options(false);  // a key path begins with '/'; the subcommands inherit this
     DescribeStatus(app, &choice);
     DescribeDoctor(app, &choice);
     DescribeDump(app, &choice);

@@ -1,9 +1,10 @@
 /*
- * tnwxml: the cluster configuration and its policies, read from XML files, as numbers by key path.
+ * tnwxml: the cluster configuration and its policies, read from XML files, as numbers by key path; and new values in a
+ * configuration's text.
  *
  * Calls come in the order init, load policy, load configuration, get values, unload configuration, unload policy, term.
  * The state between init and term belongs to the process; the routines lock it, so calls from several threads do not
- * corrupt it, but one init-to-term sequence is meant for one thread. xmllib_check keeps no state and may run at any time.
+ * corrupt it, but one init-to-term sequence is meant for one thread. xmllib_check and xmllib_edit keep no state and may run at any time.
  * Results are 64 bits wide; success is a value whose low 32 bits are 0. Binding is by ordinal (import/tnwxml.def).
  * Arguments are judged before the order of calls. A call that fails changes nothing. No routine may be called from DllMain.
  *
@@ -35,6 +36,7 @@ typedef unsigned long long XMLLIB_STATUS; /* low 32 bits: a status below */
 
 #define XMLLIB_CONFIG_CLUSTER 1u /* HOME/etc/cluster.xml */
 #define XMLLIB_TYPE_DWORD 1u     /* a 32-bit number, 4 bytes */
+#define XMLLIB_FILE_MAX 1048576u /* bytes of the largest file */
 
 /**
  * Ordinal 1. Starts the sequence.
@@ -151,6 +153,37 @@ typedef struct XMLLIB_REPORT {
  * May block 100 ms for each of the two files that is being saved.
  */
 XMLLIB_STATUS xmllib_check(const char* lpComponent, const WCHAR* lpwcFile, XMLLIB_REPORT* lpReport);
+
+/* One new value. */
+typedef struct XMLLIB_CHANGE {
+    const char* lpKey;   /* whole key path, one of the policy's */
+    const char* lpValue; /* the number as it is to stand in the file: decimal digits, or hexadecimal digits behind 0x */
+} XMLLIB_CHANGE;
+
+/**
+ * Ordinal 15. The bytes of a configuration file with new values in it; writes no file and keeps nothing. A value that is
+ * there is replaced in its place; a key that is missing is put in front of the closing tag of its section, sections that
+ * are missing are made around it, indented and with line ends as what stands beside it. All other bytes stay: comments,
+ * blanks, line ends, byte order mark, keys that nobody knows.
+ * Other values are not judged, so that a wrong one can be mended: whoever writes the bytes to a file checks that file
+ * with xmllib_check before it takes the old one's place.
+ * @param lpComponent  policy that knows the keys; name as for xmllib_init
+ * @param lpwcFile     configuration file to read; NULL: HOME/etc/cluster.xml
+ * @param lpChanges    the new values, put in one after the other; must not be NULL
+ * @param dwChanges    how many, 0 too: then the bytes are those of the file
+ * @param lpText       receives the bytes, no NUL behind them; untouched on failure
+ * @param lpdwSize     in: size of the destination, at least XMLLIB_FILE_MAX; out: bytes written; untouched on failure
+ * @param lpFinding    receives the reason, whatever the result; szFile is empty where a change is wrong and not a file.
+ *                     Must not be NULL
+ * @return the finding's status: XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_NO_MEMORY; XMLLIB_NO_FILE;
+ *         XMLLIB_NOT_WELL_FORMED (also: the new text would be larger than XMLLIB_FILE_MAX); XMLLIB_BAD_POLICY;
+ *         XMLLIB_NO_SUCH_KEY (the policy does not know the key of a change); XMLLIB_NO_NUMBER, XMLLIB_OUT_OF_RANGE (the
+ *         value of a change; XMLLIB_NO_NUMBER with a line: what stands there is no single piece of text and cannot be
+ *         replaced); XMLLIB_KEY_TWICE
+ * May block 100 ms for each of the two files that is being saved.
+ */
+XMLLIB_STATUS xmllib_edit(const char* lpComponent, const WCHAR* lpwcFile, const XMLLIB_CHANGE* lpChanges,
+                          DWORD dwChanges, char* lpText, DWORD* lpdwSize, XMLLIB_FINDING* lpFinding);
 
 #ifdef __cplusplus
 }

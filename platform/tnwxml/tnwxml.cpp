@@ -178,12 +178,11 @@ XMLLIB_STATUS xmllib_unload_config(void)
 
 XMLLIB_STATUS xmllib_get_value(const char* lpKey, DWORD dwType, void* lpValue, DWORD* lpdwSize)
 {
-    LOCKED                locked;
-    const XMLLIB_SETTING* lpSetting = NULL;
-    XMLLIB_FINDING        finding = {};
-    const char*           lpPlace = NULL;
-    DWORD                 dwValue = 0;
-    DWORD                 dwStatus = XMLLIB_OK;
+    LOCKED         locked;
+    XMLLIB_FINDING finding = {};
+    const char*    lpPlace = NULL;
+    DWORD          dwValue = 0;
+    DWORD          dwStatus = XMLLIB_OK;
 
     if (lpKey == NULL || lpValue == NULL || lpdwSize == NULL || dwType != XMLLIB_TYPE_DWORD ||
         *lpdwSize < sizeof(dwValue)) {
@@ -192,12 +191,8 @@ XMLLIB_STATUS xmllib_get_value(const char* lpKey, DWORD dwType, void* lpValue, D
     if (g_state.configuration == nullptr) {
         return XMLLIB_WRONG_ORDER;
     }
-    for (DWORD n = 0; n < g_state.policy->dwSettings && lpSetting == NULL; n++) {
-        if (strcmp(g_state.policy->setting[n].szKey, lpKey) == 0) {
-            lpSetting = &g_state.policy->setting[n];
-        }
-    }
-    dwStatus = XmlReadValue(g_state.configuration.get(), lpKey, lpSetting, &dwValue, &lpPlace, &finding);
+    dwStatus = XmlReadValue(g_state.configuration.get(), lpKey, XmlSetting(g_state.policy.get(), lpKey), &dwValue,
+                            &lpPlace, &finding);
     if (dwStatus == XMLLIB_OK) {
         memcpy(lpValue, &dwValue, sizeof(dwValue));  // nobody promised that the destination is aligned
         *lpdwSize = sizeof(dwValue);
@@ -240,6 +235,92 @@ XMLLIB_STATUS xmllib_check(const char* lpComponent, const WCHAR* lpwcFile, XMLLI
     if (status == XMLLIB_NO_MEMORY) {
         *lpReport = {};
         XmlRefuse(&lpReport->finding, XMLLIB_NO_MEMORY, "There is not enough memory to read the files.");
+    }
+    return status;
+}
+
+/* The keys and values of an edit, before any file is read but the policy. */
+static DWORD JudgeChanges(const XML_POLICY* lpPolicy, const XMLLIB_CHANGE* lpChanges, DWORD dwChanges,
+                          XMLLIB_FINDING* lpFinding)
+{
+    for (DWORD n = 0; n < dwChanges; n++) {
+        const XMLLIB_SETTING* lpSetting = XmlSetting(lpPolicy, lpChanges[n].lpKey);
+        DWORD                 dwValue = 0;
+        DWORD                 dwStatus = XMLLIB_OK;
+
+        if (lpSetting == NULL) {
+            dwStatus = XmlRefuse(lpFinding, XMLLIB_NO_SUCH_KEY, "The policy does not know this key.");
+        } else {
+            dwStatus = XmlJudgeNumber(lpChanges[n].lpValue, lpSetting, &dwValue, lpFinding);
+        }
+        if (dwStatus != XMLLIB_OK) {
+            XmlCopy(lpFinding->szKey, sizeof(lpFinding->szKey), lpChanges[n].lpKey);
+            lpFinding->dwMin = lpSetting == NULL ? 0 : lpSetting->dwMin;
+            lpFinding->dwMax = lpSetting == NULL ? 0 : lpSetting->dwMax;
+            return dwStatus;
+        }
+    }
+    return XMLLIB_OK;
+}
+
+/* The body of xmllib_edit. */
+static DWORD Edit(const char* lpComponent, const WCHAR* lpwcFile, const XMLLIB_CHANGE* lpChanges, DWORD dwChanges,
+                  char* lpText, DWORD* lpdwSize, XMLLIB_FINDING* lpFinding)
+{
+    auto             policy = std::make_unique<XML_POLICY>();
+    XML_DOCUMENT_PTR configuration;
+    std::string      text;
+    DWORD            dwStatus = XmlReadPolicy(PolicyFile(lpComponent), lpComponent, policy.get(), lpFinding);
+
+    if (dwStatus == XMLLIB_OK) {
+        *lpFinding = {};
+        dwStatus = JudgeChanges(policy.get(), lpChanges, dwChanges, lpFinding);
+    }
+    if (dwStatus == XMLLIB_OK) {
+        dwStatus = XmlReadConfiguration(lpwcFile == NULL ? ConfigurationFile() : lpwcFile, policy.get(), &configuration,
+                                        lpFinding);
+    }
+    if (dwStatus != XMLLIB_OK) {
+        return dwStatus;
+    }
+    text = XmlText(configuration.get());
+    configuration.reset();
+    for (DWORD n = 0; n < dwChanges; n++) {
+        dwStatus = XmlEditValue(&text, lpChanges[n].lpKey, lpChanges[n].lpValue, lpFinding);
+        if (dwStatus != XMLLIB_OK) {
+            XmlCopy(lpFinding->szKey, sizeof(lpFinding->szKey), lpChanges[n].lpKey);
+            return dwStatus;
+        }
+    }
+    memcpy(lpText, text.data(), text.size());
+    *lpdwSize = static_cast<DWORD>(text.size());
+    return XMLLIB_OK;
+}
+
+XMLLIB_STATUS xmllib_edit(const char* lpComponent, const WCHAR* lpwcFile, const XMLLIB_CHANGE* lpChanges,
+                          DWORD dwChanges, char* lpText, DWORD* lpdwSize, XMLLIB_FINDING* lpFinding)
+{
+    XMLLIB_STATUS status = XMLLIB_OK;
+
+    if (lpFinding == NULL) {
+        return XMLLIB_INVALID_ARGUMENT;
+    }
+    *lpFinding = {};
+    if (!XmlIsComponent(lpComponent) || lpChanges == NULL || lpText == NULL || lpdwSize == NULL ||
+        *lpdwSize < XMLLIB_FILE_MAX) {
+        return XmlRefuse(lpFinding, XMLLIB_INVALID_ARGUMENT, "An argument is missing or too small.");
+    }
+    for (DWORD n = 0; n < dwChanges; n++) {
+        if (lpChanges[n].lpKey == NULL || lpChanges[n].lpValue == NULL) {
+            return XmlRefuse(lpFinding, XMLLIB_INVALID_ARGUMENT, "A change has no key or no value.");
+        }
+    }
+    status = Guarded([=]() -> XMLLIB_STATUS {
+        return Edit(lpComponent, lpwcFile, lpChanges, dwChanges, lpText, lpdwSize, lpFinding);
+    });
+    if (status == XMLLIB_NO_MEMORY) {
+        *lpFinding = {};
+        XmlRefuse(lpFinding, XMLLIB_NO_MEMORY, "There is not enough memory to read the files.");
     }
     return status;
 }

@@ -58,8 +58,11 @@ static DWORD ReadBytes(HANDLE hFile, std::string* lpText, XMLLIB_FINDING* lpFind
         return RefuseSize(lpFinding);
     }
     // One byte more than the size said, so that a file that grows meanwhile is noticed, and read on.
+    lpText->resize(static_cast<size_t>(size.QuadPart) + 1);
     do {
-        lpText->resize(nUsed + (nUsed == 0 ? static_cast<size_t>(size.QuadPart) + 1 : 4096));
+        if (nUsed == lpText->size()) {
+            lpText->resize(nUsed + 4096);
+        }
         if (!ReadFile(hFile, &(*lpText)[nUsed], static_cast<DWORD>(lpText->size() - nUsed), &dwRead, NULL)) {
             return RefuseFile(lpFinding, "read");
         }
@@ -128,19 +131,16 @@ static DWORD CheckRoot(const XML_DOCUMENT* lpDocument, const char* lpRoot, XMLLI
     return XMLLIB_NOT_WELL_FORMED;
 }
 
-static DWORD ReadOnce(const std::wstring& file, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument,
-                      XMLLIB_FINDING* lpFinding)
+DWORD XmlReadText(std::string content, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument, XMLLIB_FINDING* lpFinding)
 {
-    XML_DOCUMENT_PTR document(new XML_DOCUMENT);
-    std::string&     text = document->text;
-    DWORD            dwStatus = ReadText(file, &text, lpFinding);
+    DWORD dwStatus = XmlCheckText(content, lpFinding);
 
-    if (dwStatus == XMLLIB_OK) {
-        dwStatus = XmlCheckText(text, lpFinding);
-    }
     if (dwStatus != XMLLIB_OK) {
         return dwStatus;
     }
+    XML_DOCUMENT_PTR document(new XML_DOCUMENT);
+    std::string&     text = document->text;
+    text = std::move(content);
     try {
         document->tree.parse<rapidxml::parse_non_destructive | rapidxml::parse_validate_closing_tags>(&text[0]);
     } catch (const rapidxml::parse_error& error) {
@@ -152,6 +152,15 @@ static DWORD ReadOnce(const std::wstring& file, const char* lpRoot, XML_DOCUMENT
         *lplpDocument = std::move(document);
     }
     return dwStatus;
+}
+
+static DWORD ReadOnce(const std::wstring& file, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument,
+                      XMLLIB_FINDING* lpFinding)
+{
+    std::string text;
+    DWORD       dwStatus = ReadText(file, &text, lpFinding);
+
+    return dwStatus == XMLLIB_OK ? XmlReadText(std::move(text), lpRoot, lplpDocument, lpFinding) : dwStatus;
 }
 
 DWORD XmlReadFile(const std::wstring& file, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument,

@@ -3,6 +3,7 @@
  *
  *   tnwxml.cpp           the exports, their order, the state of the process
  *   tnwxml_policy.cpp    policies, values, what a configuration must fulfil
+ *   tnwxml_edit.cpp      new values in a configuration's text
  *   tnwxml_document.cpp  files into trees; the only unit that knows the parser
  *   tnwxml_text.cpp      judges the bytes before the parser sees them; places and sentences of findings
  *
@@ -19,7 +20,7 @@
 
 /* Bounds of a file. The parser recurses once per level, so the depth bounds its stack; the size bounds time and memory.
  */
-constexpr size_t   XML_MAX_BYTES = 1048576;
+constexpr size_t   XML_MAX_BYTES = XMLLIB_FILE_MAX;
 constexpr unsigned XML_MAX_DEPTH = 64;
 constexpr unsigned XML_MAX_ATTRIBUTES = 64; // per element
 
@@ -37,6 +38,17 @@ void XmlPlace(std::string_view text, const char* lpPlace, DWORD* lpdwLine, DWORD
 void XmlCopy(char* lpField, size_t nField, std::string_view text);
 /* XMLLIB_OK or XMLLIB_NOT_WELL_FORMED: bounds, encoding, and the form of each tag, taken alone. */
 DWORD XmlCheckText(std::string_view text, XMLLIB_FINDING* lpFinding);
+
+/* Where an element's tags stand: offsets into the text. */
+struct XML_TAGS {
+    size_t nOpen;    // '<' of the opening tag
+    size_t nContent; // behind the opening tag; of an empty tag (<a/>) its "/>"
+    size_t nClose;   // '<' of the closing tag; of an empty tag its "/>"
+    bool   bEmpty;   // there is one tag only
+};
+
+/* nOpen: '<' of an element of a text that XmlCheckText and the parser accepted. */
+XML_TAGS XmlTags(std::string_view text, size_t nOpen);
 
 /* ---- tnwxml_document.cpp ---- */
 
@@ -61,6 +73,8 @@ struct XML_VALUE {
  * *lplpDocument on XMLLIB_OK alone; otherwise XMLLIB_NO_FILE or XMLLIB_NOT_WELL_FORMED. */
 DWORD              XmlReadFile(const std::wstring& file, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument,
                                XMLLIB_FINDING* lpFinding);
+/* The same for a text that is at hand; the document takes it over. XMLLIB_OK or XMLLIB_NOT_WELL_FORMED. */
+DWORD XmlReadText(std::string text, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument, XMLLIB_FINDING* lpFinding);
 std::string_view   XmlText(const XML_DOCUMENT* lpDocument);
 const XML_ELEMENT* XmlRoot(const XML_DOCUMENT* lpDocument);
 /* First child and next sibling of that name, an empty name standing for any; NULL where there is none. */
@@ -81,6 +95,17 @@ struct XML_POLICY {
 };
 
 bool XmlIsComponent(const char* lpComponent);
+/* The setting of this key, NULL where the policy has none. */
+const XMLLIB_SETTING* XmlSetting(const XML_POLICY* lpPolicy, std::string_view key);
+/* Cuts the first name off a key path ("/root/a/b"): false at its end, an empty name for a path of another form. */
+bool XmlCutName(std::string_view* lpPath, std::string_view* lpName);
+/* Follows the key path from the root on as far as there are elements, of several with one name the first; *lpRest
+ * receives the part of the path that is left. NULL where not even the root has its name. */
+const XML_ELEMENT* XmlFollow(const XML_DOCUMENT* lpDocument, std::string_view key, std::string_view* lpRest);
+/* A number as it stands in a configuration. lpSetting NULL: any of 32 bits. XMLLIB_OK, XMLLIB_NO_NUMBER or
+ * XMLLIB_OUT_OF_RANGE, with the value in the finding; *lpdwValue is set on XMLLIB_OK alone. */
+DWORD XmlJudgeNumber(std::string_view text, const XMLLIB_SETTING* lpSetting, DWORD* lpdwValue,
+                     XMLLIB_FINDING* lpFinding);
 /* XMLLIB_OK, XMLLIB_NO_FILE, XMLLIB_NOT_WELL_FORMED or XMLLIB_BAD_POLICY. */
 DWORD XmlReadPolicy(const std::wstring& file, const char* lpComponent, XML_POLICY* lpPolicy, XMLLIB_FINDING* lpFinding);
 /* XMLLIB_OK, XMLLIB_NO_FILE, XMLLIB_NOT_WELL_FORMED or XMLLIB_KEY_TWICE. */
@@ -93,5 +118,12 @@ DWORD XmlReadValue(const XML_DOCUMENT* lpDocument, const char* lpKey, const XMLL
                    const char** lplpPlace, XMLLIB_FINDING* lpFinding);
 /* Fills settings, unknown keys and, for the wrong value that stands first in the file, the finding. */
 DWORD XmlReadSettings(const XML_DOCUMENT* lpDocument, const XML_POLICY* lpPolicy, XMLLIB_REPORT* lpReport);
+
+/* ---- tnwxml_edit.cpp ---- */
+
+/* Puts one value into a configuration's text. The key is one of the policy's, the value a number that it allows.
+ * XMLLIB_OK; otherwise XMLLIB_NOT_WELL_FORMED (also: over the bound of size) or XMLLIB_NO_NUMBER (what stands there is
+ * not in one piece), and the text is as it was. */
+DWORD XmlEditValue(std::string* lpText, std::string_view key, std::string_view value, XMLLIB_FINDING* lpFinding);
 
 #endif

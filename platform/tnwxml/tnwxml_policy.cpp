@@ -61,8 +61,7 @@ bool XmlIsComponent(const char* lpComponent)
     return nLength > 0 && nLength < 32 && lpComponent[nLength] == '\0';
 }
 
-/* Cuts the first name off a key path ("/root/a/b"): false at its end, an empty name for a path of another form. */
-static bool CutName(std::string_view* lpPath, std::string_view* lpName)
+bool XmlCutName(std::string_view* lpPath, std::string_view* lpName)
 {
     size_t nEnd = 0;
 
@@ -191,7 +190,7 @@ static bool IsUsablePath(std::string_view path, const std::string& component)
     if (path.size() <= section.size() || !IsWithin(path, section) || path.back() == '/') {
         return false;
     }
-    while (CutName(&path, &name)) {
+    while (XmlCutName(&path, &name)) {
         if (name.empty()) {
             return false;
         }
@@ -242,6 +241,16 @@ static DWORD TakeSetting(XML_POLICY* lpPolicy, const XML_ELEMENT* lpElement, XML
     return XMLLIB_OK;
 }
 
+const XMLLIB_SETTING* XmlSetting(const XML_POLICY* lpPolicy, std::string_view key)
+{
+    for (DWORD n = 0; n < lpPolicy->dwSettings; n++) {
+        if (key == lpPolicy->setting[n].szKey) {
+            return &lpPolicy->setting[n];
+        }
+    }
+    return NULL;
+}
+
 DWORD XmlReadPolicy(const std::wstring& file, const char* lpComponent, XML_POLICY* lpPolicy, XMLLIB_FINDING* lpFinding)
 {
     XML_DOCUMENT_PTR   document;
@@ -277,19 +286,32 @@ DWORD XmlReadPolicy(const std::wstring& file, const char* lpComponent, XML_POLIC
 
 /* ---- Configuration ---- */
 
-/* Follows the key path from the root on; of several elements with one name the first. NULL: not there. */
-static const XML_ELEMENT* Find(const XML_DOCUMENT* lpDocument, std::string_view key)
+const XML_ELEMENT* XmlFollow(const XML_DOCUMENT* lpDocument, std::string_view key, std::string_view* lpRest)
 {
     const XML_ELEMENT* lpElement = XmlRoot(lpDocument);
+    const XML_ELEMENT* lpNext = lpElement;
     std::string_view   name;
 
-    if (!CutName(&key, &name) || name != XmlName(lpElement)) {
+    if (!XmlCutName(&key, &name) || name != XmlName(lpElement)) {
         return NULL;
     }
-    while (lpElement != NULL && CutName(&key, &name)) {
-        lpElement = name.empty() ? NULL : XmlChild(lpElement, name);
+    for (*lpRest = key; lpNext != NULL && XmlCutName(&key, &name);) {
+        lpNext = name.empty() ? NULL : XmlChild(lpElement, name);
+        if (lpNext != NULL) {
+            lpElement = lpNext;
+            *lpRest = key;
+        }
     }
     return lpElement;
+}
+
+/* The element of a key path; NULL: not there. */
+static const XML_ELEMENT* Find(const XML_DOCUMENT* lpDocument, std::string_view key)
+{
+    std::string_view   rest;
+    const XML_ELEMENT* lpElement = XmlFollow(lpDocument, key, &rest);
+
+    return rest.empty() ? lpElement : NULL;
 }
 
 /* The second of two elements that stand for the same part of a policy's key; *lpPart receives that part. NULL: none. */
@@ -299,8 +321,8 @@ static const XML_ELEMENT* FindSecond(const XML_DOCUMENT* lpDocument, std::string
     std::string_view   rest = key;
     std::string_view   name;
 
-    CutName(&rest, &name);
-    while (lpElement != NULL && CutName(&rest, &name)) {
+    XmlCutName(&rest, &name);
+    while (lpElement != NULL && XmlCutName(&rest, &name)) {
         const XML_ELEMENT* lpSecond = NULL;
 
         lpElement = XmlChild(lpElement, name);
@@ -345,6 +367,26 @@ static DWORD RefuseRange(const XMLLIB_SETTING* lpSetting, XMLLIB_FINDING* lpFind
                      lpSetting->dwMin, lpSetting->dwMax, lpSetting->szUnit[0] == '\0' ? "" : " ", lpSetting->szUnit);
 }
 
+DWORD XmlJudgeNumber(std::string_view text, const XMLLIB_SETTING* lpSetting, DWORD* lpdwValue,
+                     XMLLIB_FINDING* lpFinding)
+{
+    DWORD dwValue = 0;
+    DWORD dwStatus = XMLLIB_OK;
+
+    XmlCopy(lpFinding->szValue, sizeof(lpFinding->szValue), text);
+    if (!ParseNumber(text, &dwValue)) {
+        dwStatus = XmlRefuse(lpFinding, XMLLIB_NO_NUMBER,
+                             "The value \"%s\" is no 32-bit number in decimal digits, or hexadecimal digits behind 0x.",
+                             lpFinding->szValue);
+    } else if (lpSetting != NULL && (dwValue < lpSetting->dwMin || dwValue > lpSetting->dwMax)) {
+        dwStatus = RefuseRange(lpSetting, lpFinding);
+    } else {
+        lpFinding->szValue[0] = '\0';
+        *lpdwValue = dwValue;
+    }
+    return dwStatus;
+}
+
 DWORD XmlReadValue(const XML_DOCUMENT* lpDocument, const char* lpKey, const XMLLIB_SETTING* lpSetting, DWORD* lpdwValue,
                    const char** lplpPlace, XMLLIB_FINDING* lpFinding)
 {
@@ -361,24 +403,18 @@ DWORD XmlReadValue(const XML_DOCUMENT* lpDocument, const char* lpKey, const XMLL
         *lpdwValue = lpSetting->dwDefault;
         return XMLLIB_OK;
     }
+    lpFinding->szValue[0] = '\0';
     value = XmlValue(lpElement);
     *lplpPlace = value.text.empty() ? XmlName(lpElement).data() : value.text.data();
-    XmlCopy(lpFinding->szValue, sizeof(lpFinding->szValue), value.text);
     if (!value.bOnePiece) {
-        lpFinding->szValue[0] = '\0';
         *lplpPlace = XmlName(lpElement).data();
         dwStatus = XmlRefuse(lpFinding, XMLLIB_NO_NUMBER, "One number must stand between the tags, in one piece.");
     } else if (value.text.empty()) {
         dwStatus = XmlRefuse(lpFinding, XMLLIB_NO_NUMBER, "There is no value between the tags.");
-    } else if (!ParseNumber(value.text, &dwValue)) {
-        dwStatus = XmlRefuse(lpFinding, XMLLIB_NO_NUMBER,
-                             "The value \"%s\" is no 32-bit number in decimal digits, or hexadecimal digits behind 0x.",
-                             lpFinding->szValue);
-    } else if (lpSetting != NULL && (dwValue < lpSetting->dwMin || dwValue > lpSetting->dwMax)) {
-        dwStatus = RefuseRange(lpSetting, lpFinding);
+    } else {
+        dwStatus = XmlJudgeNumber(value.text, lpSetting, &dwValue, lpFinding);
     }
     if (dwStatus == XMLLIB_OK) {
-        lpFinding->szValue[0] = '\0';
         *lpdwValue = dwValue;
     }
     return dwStatus;

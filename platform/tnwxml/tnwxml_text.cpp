@@ -8,7 +8,7 @@
  *
  *   Findings     sentence, place
  *   Encoding     empty files, UTF-16, bytes that are no UTF-8 or no characters of a document
- *   Markup       names, references, attributes, declaration, comments, tags
+ *   Markup       names, references, attributes, declaration, comments, tags; where an element's tags stand
  */
 #include "tnwxml_internal.h"
 #include <stdarg.h>
@@ -401,26 +401,31 @@ static bool ScanTag(SCAN* lpScan)
     return true;
 }
 
+/* One piece of markup, or one character of text. There is one: the end of the text is not reached. */
+static bool ScanPiece(SCAN* lpScan)
+{
+    std::string_view rest = lpScan->text.substr(lpScan->nAt);
+
+    if (rest[0] == '&') {
+        return ScanReference(lpScan);
+    }
+    if (StartsWith(rest, "]]>")) {
+        return Refuse(lpScan, lpScan->nAt, "The characters ]]> may only close a CDATA section.");
+    }
+    if (rest[0] != '<') {
+        lpScan->nAt++;
+        return true;
+    }
+    if (StartsWith(rest, "<?")) {
+        return ScanInstruction(lpScan);
+    }
+    return StartsWith(rest, "<!") ? ScanDeclaration(lpScan) : ScanTag(lpScan);
+}
+
 static bool CheckMarkup(SCAN* lpScan)
 {
     while (lpScan->nAt < lpScan->text.size()) {
-        std::string_view rest = lpScan->text.substr(lpScan->nAt);
-        bool             bGood = true;
-
-        if (rest[0] == '&') {
-            bGood = ScanReference(lpScan);
-        } else if (StartsWith(rest, "]]>")) {
-            bGood = Refuse(lpScan, lpScan->nAt, "The characters ]]> may only close a CDATA section.");
-        } else if (rest[0] != '<') {
-            lpScan->nAt++;
-        } else if (StartsWith(rest, "<?")) {
-            bGood = ScanInstruction(lpScan);
-        } else if (StartsWith(rest, "<!")) {
-            bGood = ScanDeclaration(lpScan);
-        } else {
-            bGood = ScanTag(lpScan);
-        }
-        if (!bGood) {
+        if (!ScanPiece(lpScan)) {
             return false;
         }
     }
@@ -432,4 +437,22 @@ DWORD XmlCheckText(std::string_view text, XMLLIB_FINDING* lpFinding)
     SCAN scan = { text, 0, 0, lpFinding };
 
     return CheckEncoding(&scan) && CheckMarkup(&scan) ? XMLLIB_OK : XMLLIB_NOT_WELL_FORMED;
+}
+
+XML_TAGS XmlTags(std::string_view text, size_t nOpen)
+{
+    XMLLIB_FINDING finding = {};
+    SCAN           scan = { text, nOpen, 0, &finding };
+    XML_TAGS       tags = {};
+
+    ScanTag(&scan);
+    tags.nOpen = nOpen;
+    tags.bEmpty = scan.nDepth == 0;
+    tags.nContent = tags.bEmpty ? scan.nAt - 2 : scan.nAt;
+    tags.nClose = tags.nContent;
+    while (scan.nDepth > 0) {
+        tags.nClose = scan.nAt;
+        ScanPiece(&scan);
+    }
+    return tags;
 }

@@ -10,6 +10,8 @@ const char* const MINIMAL_POLICY =
 std::vector<DWORD> TnwXml::waits;
 std::function<void(size_t)> TnwXml::during_wait;
 
+static const XMLLIB_CHANGE NO_CHANGE = { "", "" };
+
 template <class Routine> static void Bind(HMODULE module, WORD ordinal, Routine* routine)
 {
     void* address = reinterpret_cast<void*>(GetProcAddress(module, MAKEINTRESOURCEA(ordinal)));
@@ -51,6 +53,7 @@ TnwXml::TnwXml()
     Bind(module, 7, &unload_config);
     Bind(module, 13, &get_value);
     Bind(module, 14, &check);
+    Bind(module, 15, &edit);
 }
 
 TnwXml::~TnwXml()
@@ -113,6 +116,28 @@ const XMLLIB_FINDING& TnwXml::Finding(std::string_view bytes)
 {
     Config(bytes);
     return Check().finding;
+}
+
+DWORD TnwXml::Edit(const std::vector<std::pair<std::string, std::string>>& values, std::string* lpText)
+{
+    std::vector<XMLLIB_CHANGE> changes;
+    std::string text(XMLLIB_FILE_MAX, '\xCC');
+    DWORD size = XMLLIB_FILE_MAX;
+
+    for (const auto& [key, value] : values) {
+        changes.push_back({ key.c_str(), value.c_str() });
+    }
+    memset(&edit_finding, 0xCC, sizeof(edit_finding));
+    const XMLLIB_STATUS status = edit("diskperf", nullptr, changes.empty() ? &NO_CHANGE : changes.data(),
+                                      static_cast<DWORD>(changes.size()), &text[0], &size, &edit_finding);
+    EXPECT_EQ(status, edit_finding.dwStatus);
+    if (status == XMLLIB_OK) {
+        *lpText = text.substr(0, size);
+    } else {
+        EXPECT_EQ(size, XMLLIB_FILE_MAX);
+        EXPECT_EQ(text.find_first_not_of('\xCC'), std::string::npos) << "a refused edit wrote into the caller's buffer";
+    }
+    return static_cast<DWORD>(status);
 }
 
 std::string DefaultConfiguration(const TestHome& home)

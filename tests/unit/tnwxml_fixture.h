@@ -34,6 +34,10 @@ protected:
     // The same for a configuration that consists of these bytes.
     const XMLLIB_FINDING& Finding(std::string_view bytes);
 
+    // xmllib_edit of etc/cluster.xml with these keys and values; *lpText is set on XMLLIB_OK alone.
+    DWORD Edit(const std::vector<std::pair<std::string, std::string>>& values, std::string* lpText);
+    XMLLIB_FINDING edit_finding = {}; // of the last Edit
+
     decltype(&xmllib_init) init = nullptr;
     decltype(&xmllib_term) term = nullptr;
     decltype(&xmllib_load_policy) load_policy = nullptr;
@@ -42,6 +46,7 @@ protected:
     decltype(&xmllib_unload_config) unload_config = nullptr;
     decltype(&xmllib_get_value) get_value = nullptr;
     decltype(&xmllib_check) check = nullptr;
+    decltype(&xmllib_edit) edit = nullptr;
 
     TestHome home;
     HMODULE module = nullptr;

@@ -4,9 +4,9 @@
 
 static const char LEVEL[] = "/root/diskperf/log/level";
 
-TEST_F(TnwXml, ExportsEightOrdinalsAndNoNames)
+TEST_F(TnwXml, ExportsNineOrdinalsAndNoNames)
 {
-    const WORD bound[] = { 1, 2, 4, 5, 6, 7, 13, 14 };
+    const WORD bound[] = { 1, 2, 4, 5, 6, 7, 13, 14, 15 };
     int found = 0;
 
     for (WORD ordinal = 1; ordinal <= 40; ordinal++) {

@@ -18,11 +18,24 @@ static std::string KeyOf(size_t index)
     return std::string(SETTING_ROOT) + SettingAt(index).name;
 }
 
-/* "1 to 3600", "0 to 0x1ffff": as the library writes a range in its own sentences. */
-static std::string RangeText(const XMLLIB_FINDING& finding, bool hex)
+std::string NumberText(const XMLLIB_SETTING& setting, DWORD value)
 {
-    const auto number = [hex](DWORD value) { return fmt::format(hex && value != 0 ? "{:#x}" : "{}", value); };
-    return number(finding.dwMin) + " to " + number(finding.dwMax);
+    return fmt::format(setting.bHex && value > 9 ? "{:#x}" : "{}", value);
+}
+
+static std::string WithUnit(const XMLLIB_SETTING& setting, const std::string& text)
+{
+    return setting.szUnit[0] == '\0' ? text : text + " " + setting.szUnit;
+}
+
+std::string ValueText(const XMLLIB_SETTING& setting, DWORD value)
+{
+    return WithUnit(setting, NumberText(setting, value));
+}
+
+std::string RangeText(const XMLLIB_SETTING& setting)
+{
+    return WithUnit(setting, NumberText(setting, setting.dwMin) + " to " + NumberText(setting, setting.dwMax));
 }
 
 std::string RefusalText(const XMLLIB_REPORT& report)
@@ -46,12 +59,13 @@ std::string RefusalText(const XMLLIB_REPORT& report)
     text += ": " + (reason.empty() ? fmt::format("status {} of the configuration library", finding.dwStatus) : reason);
 
     if (aboutValue && finding.dwMax != 0) {
-        const XMLLIB_SETTING* setting = Find(report, finding.szKey);
-        const std::string     range = RangeText(finding, setting != nullptr && setting->bHex);
-        const std::string     unit =
-            setting != nullptr && setting->szUnit[0] != '\0' ? " " + std::string(setting->szUnit) : "";
-        if (reason.find(range) == std::string::npos)  // some reasons name it already
-            text += " (allowed: " + range + unit + ")";
+        XMLLIB_SETTING allowed{};
+        if (const XMLLIB_SETTING* setting = Find(report, finding.szKey))
+            allowed = *setting;
+        allowed.dwMin = finding.dwMin;
+        allowed.dwMax = finding.dwMax;
+        if (reason.find(RangeText(allowed)) == std::string::npos)  // some reasons name it already
+            text += " (allowed: " + RangeText(allowed) + ")";
     }
     return text;
 }

@@ -4,6 +4,7 @@
 #ifndef DKPF_TOOLS_CONFIG_CHECK_H
 #define DKPF_TOOLS_CONFIG_CHECK_H
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,15 @@ struct ConfigVerdict {
     DWORD logSize = 2048;
 };
 
+/* A number as people write this setting's: "60", "0x1ffff". */
+std::string NumberText(const XMLLIB_SETTING& setting, DWORD value);
+
+/* The same with its unit: "60 s". */
+std::string ValueText(const XMLLIB_SETTING& setting, DWORD value);
+
+/* "1 to 3600 s" */
+std::string RangeText(const XMLLIB_SETTING& setting);
+
 /* Why a file is refused, in one sentence without a closing period: file, line, column, key, value, reason, range. */
 std::string RefusalText(const XMLLIB_REPORT& report);
 
@@ -30,6 +40,21 @@ ConfigVerdict JudgeReport(const XMLLIB_REPORT& report);
 /* Reads and judges a configuration file; nullptr: HOME/etc/cluster.xml. May block 100 ms for a file that is being
  * saved. */
 ConfigVerdict CheckConfiguration(const wchar_t* file);
+
+/* The library's whole report; otherwise the same. */
+std::unique_ptr<XMLLIB_REPORT> ReadConfiguration(const wchar_t* file);
+
+/* One new value: whole key path, and the number as it is to stand in the file. */
+struct ConfigChange {
+    std::string key;
+    std::string value;
+};
+
+/**
+ * The bytes of HOME/etc/cluster.xml with new values in them; none: as they are. Writes nothing. May block as above.
+ * @return XMLLIB_OK, or the finding's status; *text is then untouched
+ */
+DWORD EditConfiguration(const std::vector<ConfigChange>& changes, std::string* text, XMLLIB_FINDING* finding);
 
 }  // namespace dkpf
 
