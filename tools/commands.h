@@ -6,6 +6,7 @@
 
 #include <windows.h>
 #include <string>
+#include <vector>
 
 namespace dkpf {
 
@@ -47,6 +48,19 @@ struct QueryOptions {
     std::string format = "table";
 };
 
+struct LogsOptions {
+    std::vector<std::string> logs;  // names; empty: the module log
+    bool                     all = false;
+    std::string              lines = "50";  // a number, or "all"
+    std::string              level;         // "error,warning" or a mask
+    std::string              routine;
+    DWORD                    process = 0;
+    std::string              since, until;
+    std::string              text;
+    bool                     follow = false;
+    bool                     json = false;
+};
+
 struct InstallCommandOptions {
     std::string home;  // empty: the product's folder below the system's program files
     bool        noDriver = false;
@@ -64,6 +78,7 @@ ToolExit RunTop(const TopOptions& options);
 ToolExit RunConfigCheck(const ConfigCheckOptions& options);
 ToolExit RunConfigReload();
 ToolExit RunQuery(const QueryOptions& options);
+ToolExit RunLogs(const LogsOptions& options);
 ToolExit RunInstall(const InstallCommandOptions& options);
 ToolExit RunUninstall(const UninstallCommandOptions& options);
 
