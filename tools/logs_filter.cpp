@@ -67,17 +67,20 @@ static bool ParseBack(std::string_view text, ULONGLONG* seconds)
     }
 }
 
+/* There is such a day and such a time of day. */
 static bool IsCalendarTime(const std::string& time)
 {
-    SYSTEMTIME parts{};
-    FILETIME   unused{};
     const auto number = [&time](size_t at, size_t size) {
         WORD value = 0;
         std::from_chars(time.data() + at, time.data() + at + size, value);
         return value;
     };
-    parts = { number(0, 4), number(5, 2), 0, number(8, 2), number(11, 2), number(14, 2), number(17, 2), number(20, 3) };
-    return SystemTimeToFileTime(&parts, &unused) != FALSE;
+    const SYSTEMTIME parts = { number(0, 4),  number(5, 2), 0, number(8, 2), number(11, 2), number(14, 2),
+                               number(17, 2), number(20, 3) };
+    SYSTEMTIME       back{};
+    FILETIME         file{};
+    // Some systems take a day too many for the first of the next month.
+    return SystemTimeToFileTime(&parts, &file) && FileTimeToSystemTime(&file, &back) && back.wDay == parts.wDay;
 }
 
 std::string ParseMoment(std::string_view text, Edge edge, const LocalClock& clock)

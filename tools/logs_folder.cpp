@@ -9,7 +9,7 @@ namespace {
 
 class OpenLogFile : public LogFile {
 public:
-    OpenLogFile(HANDLE file, const LogFileId& id) : m_file(file), m_id(id)
+    OpenLogFile(HANDLE file, LogFileId id) : m_file(file), m_id(id)
     {
     }
     ~OpenLogFile() override
@@ -62,8 +62,7 @@ DWORD InstalledLogs::Open(const std::string& log, int generation, std::unique_pt
         CloseHandle(handle);
         return error;
     }
-    const LogFileId id = { info.dwVolumeSerialNumber,
-                           static_cast<ULONGLONG>(info.nFileIndexHigh) << 32 | info.nFileIndexLow };
+    const LogFileId id = static_cast<ULONGLONG>(info.nFileIndexHigh) << 32 | info.nFileIndexLow;
     *file = std::make_unique<OpenLogFile>(handle, id);
     return ERROR_SUCCESS;
 }

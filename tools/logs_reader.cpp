@@ -11,7 +11,7 @@ namespace dkpf {
 
 struct LogReader::Generation {
     std::unique_ptr<LogFile> file;
-    LogFileId                id;
+    LogFileId                id = 0;
     ULONGLONG                at = 0;            // where the next line begins
     ULONGLONG                end = 0;           // at the last look
     bool                     skipping = false;  // at lies in a long line of which enough was shown
@@ -67,10 +67,10 @@ static bool IsMissing(DWORD error)
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
 
-bool LogReader::Holds(const LogFileId& id) const
+bool LogReader::Holds(LogFileId id) const
 {
     return std::any_of(m_generations.begin(), m_generations.end(),
-                       [&id](const std::unique_ptr<Generation>& held) { return held->id == id; });
+                       [id](const std::unique_ptr<Generation>& held) { return held->id == id; });
 }
 
 /* Files that are newer than those that are held, oldest first; at the first look all there are. */
@@ -79,7 +79,7 @@ std::vector<std::unique_ptr<LogReader::Generation>> LogReader::OpenNewer(bool fi
     std::vector<std::unique_ptr<Generation>> newer;  // newest first
     bool                                     reached = false;
     m_error = ERROR_SUCCESS;
-    for (int number = 0; number <= LOG_GENERATIONS && !reached; number++) {
+    for (int number = 0; number <= LOG_GENERATIONS; number++) {
         auto        opened = std::make_unique<Generation>();
         const DWORD error = m_folder->Open(m_source.file, number, &opened->file);
         if (number == 0)
@@ -98,11 +98,14 @@ std::vector<std::unique_ptr<LogReader::Generation>> LogReader::OpenNewer(bool fi
         }
         opened->id = opened->file->Id();
         reached = Holds(opened->id);
-        const bool twice = std::any_of(newer.begin(), newer.end(), [&opened](const std::unique_ptr<Generation>& seen) {
-            return seen->id == opened->id;
+        if (reached)
+            break;
+        const auto seen = std::find_if(newer.begin(), newer.end(), [&opened](const std::unique_ptr<Generation>& one) {
+            return one->id == opened->id;
         });
-        if (!reached && !twice)
-            newer.push_back(std::move(opened));
+        if (seen != newer.end())
+            newer.erase(seen);  // what was seen since is newer than it
+        newer.push_back(std::move(opened));
     }
     if (!newer.empty() && !reached && !m_generations.empty())
         m_note(fmt::format("{}: the file read last is gone, by hand or because it was rotated more than {} times "

@@ -3,9 +3,9 @@
  * matter, and knows each file by its id, so that a rename does not matter.
  *
  * A rotation moves each file to the next higher number, in an order that leaves gaps, and never moves one down. So a
- * look at the numbers from 0 upward sees every file at least once, newest first, whatever is renamed meanwhile; what it
- * sees twice has the same id. The files stay open as long as they have a name: an id can thus not be given to another
- * file.
+ * look at the numbers from 0 upward sees every file at least once, whatever is renamed meanwhile, but those made since.
+ * What it sees twice has the same id, and in the order in which the files were seen for the last time they stand newest
+ * first. The files stay open as long as they have a name: an id can thus not be given to another file.
  */
 #ifndef DKPF_TOOLS_LOGS_READER_H
 #define DKPF_TOOLS_LOGS_READER_H
@@ -22,14 +22,9 @@
 
 namespace dkpf {
 
-struct LogFileId {
-    DWORD     volume = 0;
-    ULONGLONG number = 0;
-    bool      operator==(const LogFileId& other) const
-    {
-        return volume == other.volume && number == other.number;
-    }
-};
+/* Unique in the folder for as long as the file is held open or has a name. Without the volume: it is the same for all,
+ * and asking for it while the file is being renamed may fail. */
+using LogFileId = ULONGLONG;
 
 /* An open file. Stays the same one, whatever it is renamed to. */
 class LogFile {
@@ -96,7 +91,7 @@ private:
     struct Generation;
 
     std::vector<std::unique_ptr<Generation>> OpenNewer(bool first);
-    bool                                     Holds(const LogFileId& id) const;
+    bool                                     Holds(LogFileId id) const;
     void                                     DropNameless();
     void                                     SeeEnd(Generation* generation);
     bool                                     NextText(std::string* text);

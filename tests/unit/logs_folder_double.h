@@ -110,7 +110,7 @@ private:
         }
         LogFileId Id() const override
         {
-            return { 1, file->id };
+            return file->id;
         }
         ULONGLONG Size() override
         {
@@ -123,7 +123,7 @@ private:
                 return file->readError;
             }
             if (at < file->content.size()) {
-                *got = static_cast<DWORD>(file->content.copy(to, size, static_cast<size_t>(at)));
+                *got = static_cast<DWORD>(file->content.copy(to, size, at));
             }
             file->read += *got;
             return ERROR_SUCCESS;
