@@ -63,6 +63,19 @@ struct QueryOptions {
     std::string format = "table";
 };
 
+struct LogsOptions {
+    std::vector<std::string> logs;  // names; empty: the module log
+    bool                     all = false;
+    std::string              lines = "50";  // a number, or "all"
+    std::string              level;         // "error,warning" or a mask
+    std::string              routine;
+    DWORD                    process = 0;
+    std::string              since, until;
+    std::string              text;
+    bool                     follow = false;
+    bool                     json = false;
+};
+
 struct InstallCommandOptions {
     std::string home;  // empty: the product's folder below the system's program files
     bool        noDriver = false;
@@ -83,6 +96,7 @@ ToolExit RunConfigGet(const ConfigGetOptions& options);
 ToolExit RunConfigSet(const ConfigSetOptions& options);
 ToolExit RunConfigSchema(const ConfigSchemaOptions& options);
 ToolExit RunQuery(const QueryOptions& options);
+ToolExit RunLogs(const LogsOptions& options);
 ToolExit RunInstall(const InstallCommandOptions& options);
 ToolExit RunUninstall(const UninstallCommandOptions& options);
 

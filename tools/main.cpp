@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "console_out.h"
+#include "logs_filter.h"
 #include "query_text.h"
 #include "text.h"
 
@@ -42,6 +43,9 @@ static constexpr char UNINSTALL_EXIT[] =
 static constexpr char QUERY_EXIT[] =
     "exit: 0 printed; 1 no data, said why (also: the disk is not present); 2 wrong usage";
 
+static constexpr char LOGS_EXIT[] = "exit: 0 shown, also where nothing matches, or following was ended; 1 a log or a "
+                                    "part of one could not be read, said which and why; 2 wrong usage";
+
 /* Chosen by the command line; called once it is known to be right. */
 struct Choice {
     StatusOptions             status;
@@ -53,6 +57,7 @@ struct Choice {
     ConfigSetOptions          set;
     ConfigSchemaOptions       schema;
     QueryOptions              query;
+    LogsOptions               logs;
     InstallCommandOptions     install;
     UninstallCommandOptions   uninstall;
     std::function<ToolExit()> run;
@@ -156,6 +161,66 @@ static void DescribeQuery(CLI::App& app, Choice* choice)
     command->callback([choice] { choice->run = [choice] { return RunQuery(choice->query); }; });
 }
 
+static std::string WordsUnless(bool right, const char* words)
+{
+    return right ? std::string() : words;
+}
+
+static std::string CheckMoment(const std::string& text)
+{
+    const LocalClock anyTime = [](ULONGLONG) { return SYSTEMTIME{ 2026, 1, 4, 1, 0, 0, 0, 0 }; };
+    return WordsUnless(!ParseMoment(text, Edge::Since, anyTime).empty(),
+                       "neither a local time (2026-03-07 14:05:09, from the right as short as 2026-03-07) nor a time "
+                       "back from now (90s, 10m, 2h, 7d)");
+}
+
+static std::string CheckLines(const std::string& text)
+{
+    const bool number = !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == std::string::npos;
+    return WordsUnless(number || text == "all", "neither a number of lines nor all");
+}
+
+static std::string CheckLevel(const std::string& text)
+{
+    DWORD mask = 0;
+    return WordsUnless(ParseLevels(text, &mask),
+                       "neither of error, warning, notice, entry, detail, dump, event nor a mask such as 0x3");
+}
+
+static std::string CheckLog(const std::string& text)
+{
+    return WordsUnless(FindLogSource(text) != nullptr, "none of diskperf, trace, conf, events");
+}
+
+static void DescribeLogs(CLI::App& app, Choice* choice)
+{
+    LogsOptions& options = choice->logs;
+    CLI::App*    command =
+        app.add_subcommand("logs", "Lines of the trace logs, or the event entries, over all generations, oldest first; "
+                                   "several logs in the order of their times.");
+    command->add_option("LOG", options.logs, "diskperf (default), trace, conf; or events")->check(CheckLog);
+    command->add_flag("--all", options.all, "all three trace logs");
+    command->add_option("--lines", options.lines, "the last so many that match, or all [50]")->check(CheckLines);
+    command
+        ->add_option("--level", options.level,
+                     "error, warning, notice, entry, detail, dump, event, several with commas between them, or a mask "
+                     "such as 0x3; of an event entry's severity the first three")
+        ->check(CheckLevel);
+    command->add_option("--routine", options.routine, "a routine, or with * at the end all that begin so");
+    command->add_option("--process", options.process, "lines of one process")->check(CLI::PositiveNumber);
+    command
+        ->add_option("--since", options.since,
+                     "not before: local time, 2026-03-07 14:05:09 or shorter, or back from now, 90s, 10m, 2h, 7d")
+        ->check(CheckMoment);
+    command->add_option("--until", options.until, "not after: the same, up to the end of what is left out")
+        ->check(CheckMoment);
+    command->add_option("--text", options.text, "lines with this text");
+    command->add_flag("--follow", options.follow, "go on with what is written, until Ctrl+C");
+    command->add_flag("--json", options.json, "one JSON object a line");
+    command->footer(LOGS_EXIT);
+    command->callback([choice] { choice->run = [choice] { return RunLogs(choice->logs); }; });
+}
+
 static void DescribeSetup(CLI::App& app, Choice* choice)
 {
     CLI::App* install = app.add_subcommand("install", "Puts the product that this program belongs to in place and "
@@ -188,6 +253,7 @@ int wmain(int argc, wchar_t** argv)
     DescribeTop(app, &choice);
     DescribeConfig(app, &choice);
     DescribeQuery(app, &choice);
+    DescribeLogs(app, &choice);
     DescribeSetup(app, &choice);
 
     std::vector<std::string> arguments;  // last first, as the parser takes them

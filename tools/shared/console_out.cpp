@@ -20,17 +20,18 @@ std::string WithCrLf(std::string_view text)
     return lines;
 }
 
-static void WriteBytes(HANDLE out, std::string_view bytes)
+static bool WriteBytes(HANDLE out, std::string_view bytes)
 {
     while (!bytes.empty()) {
         DWORD written = 0;
         if (!WriteFile(out, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) || written == 0)
-            return;
+            return false;
         bytes.remove_prefix(written);
     }
+    return true;
 }
 
-static void WriteLetters(HANDLE out, std::wstring_view letters)
+static bool WriteLetters(HANDLE out, std::wstring_view letters)
 {
     static constexpr size_t chunk = 8000;  // older consoles refuse more than 64 KiB in one call
     while (!letters.empty()) {
@@ -38,30 +39,28 @@ static void WriteLetters(HANDLE out, std::wstring_view letters)
         if (!WriteConsoleW(out, letters.data(), static_cast<DWORD>(std::min(chunk, letters.size())), &written,
                            nullptr) ||
             written == 0)
-            return;
+            return false;
         letters.remove_prefix(written);
     }
+    return true;
 }
 
-static void Write(DWORD handle, std::string_view utf8)
+static bool Write(DWORD handle, std::string_view utf8)
 {
     const HANDLE      out = GetStdHandle(handle);
     const std::string lines = WithCrLf(utf8);
     DWORD             mode = 0;
-    if (GetConsoleMode(out, &mode))
-        WriteLetters(out, Wide(lines));
-    else
-        WriteBytes(out, lines);
+    return GetConsoleMode(out, &mode) ? WriteLetters(out, Wide(lines)) : WriteBytes(out, lines);
 }
 
-void Print(std::string_view utf8)
+bool Print(std::string_view utf8)
 {
-    Write(STD_OUTPUT_HANDLE, utf8);
+    return Write(STD_OUTPUT_HANDLE, utf8);
 }
 
-void PrintError(std::string_view utf8)
+bool PrintError(std::string_view utf8)
 {
-    Write(STD_ERROR_HANDLE, utf8);
+    return Write(STD_ERROR_HANDLE, utf8);
 }
 
 }  // namespace dkpf

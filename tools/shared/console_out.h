@@ -10,8 +10,10 @@
 
 namespace dkpf {
 
-void Print(std::string_view utf8);
-void PrintError(std::string_view utf8);
+/* Standard output, standard error. FALSE: it could not be written, since the reader of a pipe is gone or the disk is
+ * full. */
+bool Print(std::string_view utf8);
+bool PrintError(std::string_view utf8);
 
 /* Each LF that has no CR in front of it gets one. */
 std::string WithCrLf(std::string_view text);

@@ -10,9 +10,8 @@ namespace dkpf {
 
 static constexpr size_t EVENT_FILE_BOUND = 8u << 20;  // bytes of one generation that are looked at
 static constexpr int    EVENT_GENERATIONS = 15;
-static constexpr size_t TIME_LENGTH = 23;  // "2026/03/07 14:05:09.042"
 
-static bool IsTime(std::string_view text)
+bool IsLogTime(std::string_view text)
 {
     static constexpr std::string_view pattern = "0000/00/00 00:00:00.000";
     if (text.size() != pattern.size())
@@ -41,19 +40,28 @@ static bool ParseEventId(std::string_view word, DWORD* id)
     return parsed.ec == std::errc() && parsed.ptr == word.data() + word.size();
 }
 
-bool ParseEventLine(std::string_view line, EventEntry* entry)
+bool SplitEventLine(std::string_view line, EventParts* parts)
 {
-    if (line.size() <= TIME_LENGTH || line[TIME_LENGTH] != ' ' || !IsTime(line.substr(0, TIME_LENGTH)))
+    if (line.size() <= LOG_TIME_LENGTH || line[LOG_TIME_LENGTH] != ' ' || !IsLogTime(line.substr(0, LOG_TIME_LENGTH)))
         return false;
-    EventEntry       parsed;
-    std::string_view rest = line.substr(TIME_LENGTH);
-    parsed.time = line.substr(0, TIME_LENGTH);
+    EventParts       parsed;
+    std::string_view rest = line.substr(LOG_TIME_LENGTH);
+    parsed.time = line.substr(0, LOG_TIME_LENGTH);
     parsed.severity = NextWord(&rest);
     if (!ParseEventId(NextWord(&rest), &parsed.id))
         return false;
     rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
     parsed.text = rest;
-    *entry = std::move(parsed);
+    *parts = parsed;
+    return true;
+}
+
+bool ParseEventLine(std::string_view line, EventEntry* entry)
+{
+    EventParts parts;
+    if (!SplitEventLine(line, &parts))
+        return false;
+    *entry = { std::string(parts.time), std::string(parts.severity), parts.id, std::string(parts.text) };
     return true;
 }
 
@@ -73,8 +81,7 @@ void ParseEvents(std::string_view content, EventHistory* history)
     }
 }
 
-/* diskperf_event.log, diskperf_event.1.log (newest older one), ... */
-static std::wstring Generation(const std::wstring& path, int number)
+std::wstring GenerationPath(const std::wstring& path, int number)
 {
     const size_t dot = path.find_last_of(L'.');
     if (number == 0 || dot == std::wstring::npos)
@@ -87,7 +94,7 @@ EventHistory ReadEventsSince(const std::wstring& path, const std::string& since)
     EventHistory all;
     for (int number = 0; number <= EVENT_GENERATIONS; number++) {
         std::string content;
-        const DWORD error = ReadWholeFile(Generation(path, number), EVENT_FILE_BOUND, &content);
+        const DWORD error = ReadWholeFile(GenerationPath(path, number), EVENT_FILE_BOUND, &content);
         // A writer that died while it rotated leaves a gap in the numbers, which the next rotation fills.
         if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
             continue;
@@ -111,14 +118,14 @@ EventHistory ReadEventsSince(const std::wstring& path, const std::string& since)
 
 std::string EventTimeOf(const std::string& isoTime)
 {
-    std::string time = isoTime.substr(0, TIME_LENGTH);
+    std::string time = isoTime.substr(0, LOG_TIME_LENGTH);
     for (size_t i = 0; i < time.size(); i++) {
         if (time[i] == '-')
             time[i] = '/';
         else if (time[i] == 'T')
             time[i] = ' ';
     }
-    return IsTime(time) ? time : std::string();
+    return IsLogTime(time) ? time : std::string();
 }
 
 }  // namespace dkpf

@@ -24,7 +24,17 @@ struct EventHistory {
     DWORD                   error = 0;   // why the newest file could not be read; a missing one is none
 };
 
-/* One line without its line end: "2026/03/07 14:05:09.042 WARNING 0x800012C1 <text>". FALSE where it is no entry. */
+/* One line without its line end: "2026/03/07 14:05:09.042 WARNING 0x800012C1 <text>". FALSE where it is no entry. The
+ * parts lie in the line. */
+struct EventParts {
+    std::string_view time;
+    std::string_view severity;
+    DWORD            id = 0;
+    std::string_view text;
+};
+bool SplitEventLine(std::string_view line, EventParts* parts);
+
+/* The same into an entry of its own. */
 bool ParseEventLine(std::string_view line, EventEntry* entry);
 
 /* Entries of one file's content, appended to history. A cut-off last line counts as unread. */
@@ -36,6 +46,14 @@ void ParseEvents(std::string_view content, EventHistory* history);
  * @param since  local time in the file's form
  */
 EventHistory ReadEventsSince(const std::wstring& path, const std::string& since);
+
+/* "2026/03/07 14:05:09.042", which all files of HOME/log begin their lines with, and its letters. */
+bool                    IsLogTime(std::string_view text);
+inline constexpr size_t LOG_TIME_LENGTH = 23;
+
+/* A log's current file (0) or one of its older generations: diskperf_event.log, diskperf_event.1.log (the newest), ...
+ */
+std::wstring GenerationPath(const std::wstring& path, int number);
 
 /* "2026-03-07T14:05:09.042+09:00" to the file's form; empty where it is no time. */
 std::string EventTimeOf(const std::string& isoTime);

@@ -5,12 +5,17 @@
 
 namespace dkpf {
 
+static std::wstring FromCodePage(UINT codePage, std::string_view narrow)
+{
+    const int    length = static_cast<int>(narrow.size());
+    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(codePage, 0, narrow.data(), length, nullptr, 0)), L'\0');
+    MultiByteToWideChar(codePage, 0, narrow.data(), length, wide.data(), static_cast<int>(wide.size()));
+    return wide;
+}
+
 std::wstring Wide(std::string_view utf8)
 {
-    const int    length = static_cast<int>(utf8.size());
-    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0)), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, wide.data(), static_cast<int>(wide.size()));
-    return wide;
+    return FromCodePage(CP_UTF8, utf8);
 }
 
 static std::string ToCodePage(UINT codePage, std::wstring_view wide)
@@ -31,6 +36,11 @@ std::string Narrow(std::wstring_view wide)
 std::string ToAnsi(std::string_view utf8)
 {
     return ToCodePage(CP_ACP, Wide(utf8));
+}
+
+std::string FromAnsi(std::string_view ansi)
+{
+    return Narrow(FromCodePage(CP_ACP, ansi));
 }
 
 std::string SystemErrorText(DWORD error)

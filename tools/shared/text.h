@@ -16,6 +16,9 @@ std::string  Narrow(std::wstring_view wide);
 /* UTF-8 to the ANSI code page, which the logging library takes; letters that it lacks become '?'. */
 std::string ToAnsi(std::string_view utf8);
 
+/* The way back, of what the logging library wrote. */
+std::string FromAnsi(std::string_view ansi);
+
 /* "error 5, Access is denied": the system's words for an error number, without line end. */
 std::string SystemErrorText(DWORD error);
 

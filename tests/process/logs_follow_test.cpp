@@ -1,0 +1,123 @@
+// dkpfctl logs beside real writers: the files are renamed while it reads, and each line is shown once and in order.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/patience.h"
+#include "support/program.h"
+#include "support/test_home.h"
+
+namespace {
+
+class LogsBesideWriters : public testing::Test {
+protected:
+    LogsBesideWriters() : go(CreateEventA(nullptr, TRUE, TRUE, "Local\\dkpf_writers_go"))
+    {
+        home.Install(L"tnwmsg.dll");
+        home.Install(L"tnwlog.dll");
+        home.Install(L"tnwxml.dll");
+        control = home.Install(L"dkpfctl.exe");
+        writer = home.Install(L"tnwlog_writer.exe");
+    }
+    ~LogsBesideWriters() override
+    {
+        CloseHandle(go);
+    }
+
+    /* The text of a writer's line, "TAG NUMBER". */
+    static std::string Written(const std::string& line)
+    {
+        static const std::string mark = " 0x0004 w(1) Writer:";
+        const size_t             at = line.find(mark);
+        return at != std::string::npos ? line.substr(at + mark.size()) : "no record: " + line;
+    }
+
+    TestHome     home;
+    std::wstring control, writer;
+    HANDLE       go;
+};
+
+// A line takes some 70 bytes and the bound is 8 KiB: five rotations for 600 lines, so that none of a round is deleted
+// before it was shown, and more than 30 in all, so that the oldest are deleted all the time.
+TEST_F(LogsBesideWriters, FollowLosesAndRepeatsNothingOverManyRotations)
+{
+    const int                rounds = 6, lines = 600;
+    std::unique_ptr<Program> follower;
+    EXPECT_EQ(0u, RunToEnd(writer, "first 1 8").code);
+    follower = std::make_unique<Program>(control, "logs --follow");
+    ASSERT_EQ("first 1", Written(follower->Line()));
+    for (int round = 0; round < rounds; round++) {
+        const std::string tag = "r" + std::to_string(round);
+        Program           running(writer, tag + " " + std::to_string(lines) + " 8");
+        for (int n = 1; n <= lines; n++) {
+            ASSERT_EQ(tag + " " + std::to_string(n), Written(follower->Line()));
+        }
+        EXPECT_EQ(0u, running.End());
+    }
+    EXPECT_TRUE(home.Exists(L"log\\diskperf.15.log"));  // else too little was rotated to show anything
+}
+
+// Two writers at once: each one's lines are in their order.
+TEST_F(LogsBesideWriters, FollowShowsEachOfTwoWritersInItsOrder)
+{
+    const int   lines = 300;
+    std::string tags[] = { "a", "b" };
+    int         next[] = { 1, 1 };
+    EXPECT_EQ(0u, RunToEnd(writer, "first 1 8").code);
+    Program follower(control, "logs --follow --lines 0 --text \" \"");
+    Program one(writer, "a 300 8"), other(writer, "b 300 8");
+    // The follower may have begun behind the first of them: what counts starts at the first line that it shows.
+    bool begun[] = { false, false };
+    while (next[0] <= lines || next[1] <= lines) {
+        const std::string text = Written(follower.Line());
+        const int         which = text.compare(0, 2, "b ") == 0;
+        ASSERT_EQ(tags[which] + " ", text.substr(0, 2)) << text;
+        const int shown = std::stoi(text.substr(2));
+        if (!begun[which]) {
+            begun[which] = true;
+            next[which] = shown;
+        }
+        ASSERT_EQ(next[which], shown) << text;
+        next[which]++;
+    }
+    EXPECT_EQ(0u, one.End());
+    EXPECT_EQ(0u, other.End());
+}
+
+// Read again and again while it is rotated: what is shown is always a run without a hole.
+TEST_F(LogsBesideWriters, AllLinesReadInTheMiddleOfRotationsHaveNoHole)
+{
+    const int lines = 900;  // some 64 KiB, with 8 KiB a file: nothing is deleted
+    Program   running(writer, "w " + std::to_string(lines) + " 8");
+    for (int shown = 0; shown < lines;) {
+        const Ran ran = RunToEnd(control, "logs --lines all");
+        size_t    from = 0;
+        int       n = 0;
+        if (ran.code != 0 && ran.output.find("there is no ") != std::string::npos) {
+            continue;  // not even the first line yet
+        }
+        ASSERT_EQ(0u, ran.code) << ran.output;
+        for (size_t end = 0; (end = ran.output.find("\r\n", from)) != std::string::npos; from = end + 2) {
+            ASSERT_EQ("w " + std::to_string(++n), Written(ran.output.substr(from, end - from)));
+        }
+        ASSERT_GE(n, shown);
+        shown = n;
+    }
+    EXPECT_EQ(0u, running.End());
+}
+
+// What a reader holds open, the writers rename all the same.
+TEST_F(LogsBesideWriters, AFollowerHoldsUpNoRotation)
+{
+    EXPECT_EQ(0u, RunToEnd(writer, "first 1 8").code);
+    Program follower(control, "logs --follow");
+    EXPECT_EQ("first 1", Written(follower.Line()));
+    EXPECT_EQ(0u, RunToEnd(writer, "w 900 8").code);
+    for (const std::wstring& name : home.List(L"log")) {
+        EXPECT_LT(home.Read((L"log\\" + name).c_str()).size(), 8u * 1024 + 100);
+    }
+}
+
+}  // namespace
