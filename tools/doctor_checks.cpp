@@ -16,18 +16,28 @@
 #include <set>
 
 #include "names.h"
+#include "product_files.h"
 #include "registration.h"
 #include "status_troubles.h"
 #include "text.h"
 
 namespace dkpf {
 
-static constexpr char INSTALL[] = "dkpfctl install";
-static constexpr char INSTALL_BINARIES[] = "dkpfctl install, out of the package of the version that is wanted";
-
 static void Say(Findings* findings, const char* code, Level level, std::string text, std::string cure)
 {
     findings->push_back({ "", code, level, std::move(text), std::move(cure) });
+}
+
+/* What lacks in this installation, or is of the wrong version, only the package can give back. */
+static std::string InstallPackage(const DoctorFacts& facts)
+{
+    return "out of the package of the version that is wanted: " + InstallCommand(facts.status);
+}
+
+/* Set-up takes its files from where its program lies, and does nothing unless all are there. */
+static std::string Install(const DoctorFacts& facts)
+{
+    return facts.whole ? InstallCommand(facts.status) : InstallPackage(facts);
 }
 
 /* For a check whose subject is not there; the check that says so stands before it. */
@@ -160,7 +170,7 @@ static Findings CheckRegionSize(const DoctorFacts& facts)
         Say(&findings, "region_size", Level::Wrong,
             fmt::format("the shared region has {} bytes in whole pages, {} are expected: another version made it",
                         facts.regionBytes, expected),
-            "stop the disk agent and every reader, dkpfctl install, net start dkpfagent");
+            "stop the disk agent and every reader, " + Install(facts) + ", net start dkpfagent");
     return findings;
 }
 
@@ -325,30 +335,31 @@ static Findings CheckLibraryValue(const DoctorFacts& facts)
 {
     Findings                 findings;
     const RegistrationFacts& registration = facts.registration;
-    const std::string        ours = facts.home + "\\bin\\" + Narrow(PRODUCT_DLL);
+    const std::string        ours = facts.status.home + "\\bin\\" + Narrow(PRODUCT_DLL);
     if (registration.error == ERROR_FILE_NOT_FOUND)
         Say(&findings, "not_registered", Level::Wrong, "the provider is not registered: it has no performance key",
-            INSTALL);
+            Install(facts));
     else if (registration.error != ERROR_SUCCESS)
         Say(&findings, "registration_not_asked", Level::Wrong,
             "the provider's performance key cannot be read: " + SystemErrorText(registration.error),
             "run this as an administrator");
     else if (!registration.library)
-        Say(&findings, "library_value_missing", Level::Wrong, "the value Library of the provider is missing", INSTALL);
+        Say(&findings, "library_value_missing", Level::Wrong, "the value Library of the provider is missing",
+            Install(facts));
     else if (registration.library->find_first_of("\\/") == std::string::npos)
         Say(&findings, "library_no_full_path", Level::Wrong,
             "the value Library is no full path, " + *registration.library +
                 ": services find it only after a restart of the machine, or find another",
-            INSTALL);
+            Install(facts));
     else if (registration.libraryError != ERROR_SUCCESS)
         Say(&findings, "library_file_missing", Level::Wrong,
             fmt::format("the registered library {} cannot be read: {}", *registration.library,
                         SystemErrorText(registration.libraryError)),
-            INSTALL);
+            Install(facts));
     else if (!registration.libraryOurs)
         Say(&findings, "library_elsewhere", Level::Wrong,
             fmt::format("the registered library is {}, this installation's is {}", *registration.library, ours),
-            INSTALL);
+            Install(facts));
     return findings;
 }
 
@@ -372,12 +383,12 @@ static Findings CheckExportNames(const DoctorFacts& facts)
         const std::string name = Narrow(one.name);
         if (!registered)
             Say(&findings, "export_value_missing", Level::Wrong,
-                fmt::format("the value {} of the provider is missing", Narrow(one.value)), INSTALL);
+                fmt::format("the value {} of the provider is missing", Narrow(one.value)), Install(facts));
         else if (*registered != name)
             Say(&findings, "export_value_wrong", Level::Wrong,
                 fmt::format("the value {} of the provider is {} and has to be {}", Narrow(one.value), *registered,
                             name),
-                INSTALL);
+                Install(facts));
     }
     return findings;
 }
@@ -390,16 +401,17 @@ static Findings CheckExports(const DoctorFacts& facts)
         NotLookedAt(&findings, "the library's exports were not looked at: there is no library that can be read");
         return findings;
     }
+    const std::string cure = registration.libraryOurs ? InstallPackage(facts) : Install(facts);
     if (!registration.libraryReadable) {
         Say(&findings, "library_damaged", Level::Wrong,
-            "the registered library is no whole 64-bit image: " + *registration.library, INSTALL);
+            "the registered library is no whole 64-bit image: " + *registration.library, cure);
         return findings;
     }
     for (const ExportName& one : EXPORT_NAMES) {
         const std::string name = Narrow(one.name);
         if (std::find(registration.exports.begin(), registration.exports.end(), name) == registration.exports.end())
             Say(&findings, "export_missing", Level::Wrong,
-                fmt::format("the registered library does not export {}", name), INSTALL);
+                fmt::format("the registered library does not export {}", name), cure);
     }
     return findings;
 }
@@ -423,12 +435,12 @@ static Findings CheckIndexRange(const DoctorFacts& facts)
         if (!range.firstValue || !range.lastValue)
             Say(&findings, "index_missing", Level::Wrong,
                 fmt::format("the value {} of the provider is missing", range.firstValue ? range.last : range.first),
-                INSTALL);
+                Install(facts));
         else if (*range.lastValue - *range.firstValue != TITLE_SPAN)
             Say(&findings, "index_range", Level::Wrong,
                 fmt::format("{} is {} and {} is {}: {} titles need a difference of {}", range.first, *range.firstValue,
                             range.last, *range.lastValue, TITLE_NUM, TITLE_SPAN),
-                INSTALL);
+                Install(facts));
     }
     return findings;
 }
@@ -447,12 +459,12 @@ static Findings CheckObjectList(const DoctorFacts& facts)
     const RegistrationFacts& registration = facts.registration;
     if (!registration.objectList)
         Say(&findings, "object_list_missing", Level::Warning,
-            "the value Object List of the provider is missing: it is called for objects of others", INSTALL);
+            "the value Object List of the provider is missing: it is called for objects of others", Install(facts));
     else if (registration.firstCounter && !ListHas(*registration.objectList, *registration.firstCounter))
         Say(&findings, "object_list_wrong", Level::Wrong,
             fmt::format("the value Object List is \"{}\" and lacks our object, {}: queries for it never reach us",
                         *registration.objectList, *registration.firstCounter),
-            INSTALL);
+            Install(facts));
     return findings;
 }
 
@@ -471,7 +483,7 @@ static Findings CheckNames(const DoctorFacts& facts)
         Say(&findings, "name_table_bad", known == TITLE_NUM ? Level::Warning : Level::Wrong,
             fmt::format("the installed table {} has {} names, {} are expected", names.tablePath, names.table.size(),
                         TITLE_NUM),
-            INSTALL);
+            InstallPackage(facts));
         return findings;
     }
     if (known == 0) {
@@ -480,7 +492,7 @@ static Findings CheckNames(const DoctorFacts& facts)
         if (facts.wine)
             Say(&findings, "names", Level::Ok, text, "");
         else
-            Say(&findings, "names_not_in_system", Level::Wrong, text, INSTALL);
+            Say(&findings, "names_not_in_system", Level::Wrong, text, Install(facts));
         return findings;
     }
     for (size_t i = 0; i < names.system.size(); i++) {
@@ -489,7 +501,7 @@ static Findings CheckNames(const DoctorFacts& facts)
             Say(&findings, "names_differ", Level::Wrong,
                 fmt::format("the system's table calls title index {} \"{}\", which is no name of ours", *first + 2 * i,
                             name),
-                INSTALL);
+                Install(facts));
     }
     return findings;
 }
@@ -542,13 +554,13 @@ static Findings CheckEventSource(const DoctorFacts& facts)
     if (source.keyError != ERROR_SUCCESS)
         Say(&findings, "event_source_missing", Level::Warning,
             "the event source tnwdiskperf is not registered: the event log shows its entries without their texts",
-            INSTALL);
+            Install(facts));
     else if (source.messageFiles.empty())
         Say(&findings, "event_file_missing", Level::Warning, "the event source tnwdiskperf names no message file",
-            INSTALL);
+            Install(facts));
     for (const std::string& file : source.messageFilesMissing)
         Say(&findings, "event_file_missing", Level::Warning,
-            "the message file of the event source is not there: " + file, INSTALL);
+            "the message file of the event source is not there: " + file, Install(facts));
     return findings;
 }
 
@@ -561,14 +573,14 @@ static Findings CheckFolder(const DoctorFacts& facts, const FolderFact& folder, 
         return findings;
     if (folder.error == ERROR_PATH_NOT_FOUND || folder.error == ERROR_FILE_NOT_FOUND)
         Say(&findings, "folder_missing", Level::Wrong, "the folder is missing: " + folder.path,
-            "mkdir \"" + folder.path + "\", then " + INSTALL);
+            "mkdir \"" + folder.path + "\", then " + Install(facts));
     else if (folder.error == ERROR_ACCESS_DENIED && !usersWrite && !facts.administrator)
         Say(&findings, "folder_not_tried", Level::Note, "only administrators may write to " + folder.path,
             "run this as an administrator");
     else
         Say(&findings, "folder_not_writable", Level::Wrong,
             fmt::format("no file can be made in {}: {}", folder.path, SystemErrorText(folder.error)),
-            folder.error == ERROR_DISK_FULL ? "free space on its volume" : INSTALL);
+            folder.error == ERROR_DISK_FULL ? "free space on its volume" : Install(facts));
     return findings;
 }
 
@@ -607,10 +619,9 @@ static Findings CheckSpace(const DoctorFacts& facts)
 
 static bool IsOurs(const std::string& file)
 {
-    static constexpr const char* ours[] = { "tnwdiskperf.dll", "tnwlog.dll",    "tnwxml.dll",  "tnwdiskfltr.dll",
-                                            "tnwmsg.dll",      "dkpfagent.exe", "dkpfctl.exe", "velcorfeed.exe" };
-    return std::any_of(std::begin(ours), std::end(ours),
-                       [&](const char* name) { return _stricmp(name, file.c_str()) == 0; });
+    return std::any_of(std::begin(PRODUCT_FILES), std::end(PRODUCT_FILES), [&](const ProductFile& ours) {
+        return _stricmp(Narrow(ours.path).c_str(), ("bin\\" + file).c_str()) == 0;
+    });
 }
 
 static Findings CheckVersions(const DoctorFacts& facts)
@@ -618,16 +629,17 @@ static Findings CheckVersions(const DoctorFacts& facts)
     Findings findings;
     for (const BinaryFact& binary : facts.binaries) {
         if (!binary.there)
-            Say(&findings, "binary_missing", Level::Wrong, "bin\\" + binary.file + " is missing", INSTALL_BINARIES);
+            Say(&findings, "binary_missing", Level::Wrong, "bin\\" + binary.file + " is missing",
+                InstallPackage(facts));
         else if (!IsOurs(binary.file))
             Say(&findings, "foreign_binary", Level::Warning,
                 fmt::format("bin\\{} is no part of the product", binary.file),
-                fmt::format("del \"{}\\bin\\{}\"", facts.home, binary.file));
+                fmt::format("del \"{}\\bin\\{}\"", facts.status.home, binary.file));
         else if (binary.version != facts.version)
             Say(&findings, "version_differs", Level::Wrong,
                 fmt::format("bin\\{} has {}, dkpfctl has {}", binary.file,
                             binary.version.empty() ? "no version" : "version " + binary.version, facts.version),
-                INSTALL_BINARIES);
+                InstallPackage(facts));
     }
     return findings;
 }

@@ -90,8 +90,6 @@ struct DoctorFacts {
     int         utcOffsetMinutes = 0;
     bool        administrator = false;
     bool        wine = false;
-    std::string home;
-
     StatusFacts status;
 
     DWORD     deviceError = ERROR_SUCCESS;  // of opening the driver's control device
@@ -108,6 +106,7 @@ struct DoctorFacts {
     DWORD                    spaceError = ERROR_SUCCESS;
     ULONGLONG                freeBytes = 0;  // of the volume with the CSV files, for this account
     ULONGLONG                usedBytes = 0;  // by the files that are in log and perf
+    bool                     whole = true;   // all files of the product are in this installation
     std::vector<BinaryFact>  binaries;       // ours, and whatever else lies in bin
     std::string              version;        // of this program, in the same form
 };

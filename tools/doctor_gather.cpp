@@ -17,6 +17,7 @@
 #include "names.h"
 #include "perf_names.h"
 #include "pe_exports.h"
+#include "product_files.h"
 #include "registration.h"
 #include "text.h"
 #include "velcor.h"
@@ -437,19 +438,30 @@ static std::string VersionOf(const std::wstring& path)
                        HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
 }
 
+static bool IsThere(const Home& home, const ProductFile& file)
+{
+    return GetFileAttributesW((home.root + L"\\" + file.path).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+/* Whether set-up can run from here. Where it left a real driver alone there is no file of the simulated one. */
+static bool IsWhole(const Home& home, const StatusFacts& status)
+{
+    return std::all_of(std::begin(PRODUCT_FILES), std::end(PRODUCT_FILES), [&](const ProductFile& file) {
+        return (file.rule == FileRule::Driver && !status.feeder.info.installed) || IsThere(home, file);
+    });
+}
+
 static std::vector<BinaryFact> LookAtBinaries(const Home& home)
 {
-    static constexpr const char* needed[] = { "dkpfagent.exe", "dkpfctl.exe", "tnwdiskfltr.dll", "tnwdiskperf.dll",
-                                              "tnwlog.dll",    "tnwmsg.dll",  "tnwxml.dll" };
-    std::vector<BinaryFact>      facts;
+    std::vector<BinaryFact> facts;
     for (const wchar_t* pattern : { L"*.dll", L"*.exe" }) {
         for (const FileEntry& file : FilesIn(home.Bin(), pattern))
             facts.push_back({ Narrow(file.name), true, VersionOf(home.Bin() + L"\\" + file.name) });
     }
-    for (const char* name : needed) {
-        if (std::none_of(facts.begin(), facts.end(),
-                         [&](const BinaryFact& fact) { return _stricmp(fact.file.c_str(), name) == 0; }))
-            facts.push_back({ name, false, "" });
+    for (const ProductFile& file : PRODUCT_FILES) {
+        const std::wstring path = file.path;
+        if (path == BIN_FOLDER + (L"\\" + Leaf(path)) && !IsThere(home, file))
+            facts.push_back({ Narrow(Leaf(path)), false, "" });
     }
     std::sort(facts.begin(), facts.end(), [](const BinaryFact& a, const BinaryFact& b) { return a.file < b.file; });
     return facts;
@@ -468,7 +480,6 @@ DoctorFacts GatherDoctor()
     facts.time = IsoTime(now, facts.utcOffsetMinutes);
     facts.administrator = IsAdministrator();
     facts.wine = IsWine();
-    facts.home = Narrow(home.root);
     facts.status = GatherStatus();
     facts.deviceError = TryDevice();
     facts.regionBytes = MappedRegionBytes();
@@ -481,6 +492,7 @@ DoctorFacts GatherDoctor()
     facts.log = TryFolder(home.Log());
     facts.perf = TryFolder(home.Perf());
     LookAtSpace(home, &facts);
+    facts.whole = IsWhole(home, facts.status);
     facts.binaries = LookAtBinaries(home);
     facts.version = VersionOf(home.Bin() + L"\\dkpfctl.exe");
     return facts;

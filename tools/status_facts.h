@@ -38,6 +38,8 @@ struct DoctorSummary {
 };
 
 struct StatusFacts {
+    std::string home;
+
     ServiceFact driver;
     ServiceFact feeder;
     ServiceFact agentService;

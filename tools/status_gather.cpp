@@ -29,6 +29,7 @@ StatusFacts GatherStatus()
 {
     const Home  home = HomeOfThisProgram();
     StatusFacts facts;
+    facts.home = Narrow(home.root);
     facts.driver = LookAtService(DRIVER_SERVICE);
     facts.feeder = LookAtService(FEEDER_SERVICE);
     facts.agentService = LookAtService(AGENT_SERVICE);

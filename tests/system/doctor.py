@@ -13,6 +13,8 @@ SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\tnwdiskpe
 ROLE = ROOT / "build/win/tests/diskperf_role.exe"
 QUERIES = ROOT / "build/win/tests/bin/perf_queries.exe"
 STAGE = ROOT / "build/stage"
+# Parts of cures that are for people.
+SAID_ONLY = ("the order of starting is velcor", "velcorfeed", "dkpfagent")
 
 
 class Helper:
@@ -69,27 +71,8 @@ class Case:
 
     # ---- Registration ----
 
-    def installs(self):
-        """Whether dkpfctl can put the product in place by itself."""
-        return re.search(r"(?m)^  install\b", self.product.ctl("--help")[1])
-
     def add(self, key, value, kind, data):
         self.wine("reg", "add", key, "/v", value, "/t", kind, "/d", str(data), "/f")
-
-    def register(self):
-        """What set-up writes into registry and etc."""
-        for value, data in (("Library", self.windows(self.dll)), ("Open", "DkpfOpenForPerfmon"),
-                            ("Collect", "DkpfCollectForPerfmon"), ("Close", "DkpfCloseForPerfmon"),
-                            ("Object List", "2000")):
-            self.add(PERFORMANCE, value, "REG_SZ", data)
-        for value, data in (("First Counter", 2000), ("Last Counter", 2034), ("First Help", 2001),
-                            ("Last Help", 2035)):
-            self.add(PERFORMANCE, value, "REG_DWORD", data)
-        self.add(SOURCE, "EventMessageFile", "REG_EXPAND_SZ", self.windows(self.bin / "tnwmsg.dll"))
-        table = STAGE / "etc/tnwdiskperf.ini"
-        names = "".join(f"TITLE_{i}_009_NAME=Title {i}\r\n" for i in range(18))
-        (self.product.home / "etc/tnwdiskperf.ini").write_text(
-            table.read_text() if table.exists() else f"[text]\r\n{names}", newline="")
 
     # ---- Doctor ----
 
@@ -123,20 +106,22 @@ class Case:
 
     def cure(self, code, level, *more):
         """Finds it, follows its words, and it is gone; so are those that came with it."""
-        for command in re.split(r"; |, then |, ", self.find(code, level)["cure"]):
-            self.follow(command)
+        self.follow(self.find(code, level)["cure"])
         self.gone(code, *more)
 
-    def follow(self, command):
-        if command == "dkpfctl install" and not self.installs():
-            self.register()
-        elif command.startswith("dkpfctl "):
+    def follow(self, cure):
+        """Does what the words say, command by command."""
+        package = "out of the package of the version that is wanted: "
+        for command in re.split(r"; |, then |, ", cure):
+            program = (STAGE if command.startswith(package) else self.product.home) / "bin/dkpfctl.exe"
+            self.do(program, command.removeprefix(package))
+
+    def do(self, program, command):
+        if command.startswith("dkpfctl "):
             if command == "dkpfctl config reload":
                 time.sleep(1.5)  # more than an interval: several reloads in one may stop the collecting
-            words = command.split()[1:]
-            if words == ["install"]:  # this home is not the default one
-                words += ["--home", self.windows(self.product.home)]
-            code, text = self.product.ctl(*words)
+            words = [word.strip('"') for word in re.findall(r'"[^"]*"|\S+', command)]
+            code, text = self.product.run([WINE, str(program), *words[1:]])
             expect(code == 0, f"{command}: exit code {code}\n{text}")
         elif command == "restart the disk agent":
             self.product.must("product_stop")
@@ -150,6 +135,8 @@ class Case:
             local = path.strip('"').replace("\\", "/")[2:]  # every path here is one of Z:
             expect(str(self.product.home) in local, command)
             self.wine("cmd", "/c", verb, path.strip('"'))
+        else:
+            expect(command in SAID_ONLY, f"nobody knows how to do this: {command}")
 
     # ---- The cases ----
 
@@ -354,7 +341,6 @@ class Case:
 def check(product):
     product.install("disk 1 on async\nstep 1000\n")
     case = Case(product)
-    case.register()
     product.start()
     code, text = product.ctl("doctor")
     expect(wait_for("nothing", lambda: product.ctl("doctor")[0] == 0), text)

@@ -31,3 +31,5 @@ dkpf_system_test(killed_agent)
 dkpf_system_test(disk_full)
 dkpf_system_test(performance_library)
 dkpf_system_test(install_cycle)
+dkpf_system_test(doctor)
+set_tests_properties(system.doctor PROPERTIES TIMEOUT 900)  # 40 findings, a minute or three

@@ -87,7 +87,7 @@ std::string OpenErrorText(DWORD error)
         return "collection is switched off: perfenable is 0 in the configuration";
     case ERROR_CANTOPEN:
     case ERROR_CANTREAD:
-        return "the provider is not registered: dkpfctl install";
+        return "the provider is not registered: dkpfctl doctor says what to do";
     case ERROR_INVALID_FUNCTION:
         return "there is no sample yet: is the driver running (dkpfctl status)";
     case ERROR_OUTOFMEMORY:
@@ -114,7 +114,7 @@ bool ProviderHold::Load(ProviderOpen* result)
     m_values = m_ports.values();
     if (m_values.error != ERROR_SUCCESS) {
         result->words =
-            fmt::format("the provider is not registered ({}): dkpfctl install", SystemErrorText(m_values.error));
+            fmt::format("the provider is not registered ({}): dkpfctl doctor says what to do", SystemErrorText(m_values.error));
         return false;
     }
     const HMODULE module = m_ports.load(m_values.library);
@@ -126,7 +126,7 @@ bool ProviderHold::Load(ProviderOpen* result)
     m_open = m_ports.find(module, Narrow(m_values.open));
     m_close = m_ports.find(module, Narrow(m_values.close));
     if (m_open == nullptr || m_close == nullptr) {
-        result->words = fmt::format("{} does not export {}: dkpfctl install", Narrow(m_values.library),
+        result->words = fmt::format("{} does not export {}: dkpfctl doctor says what to do", Narrow(m_values.library),
                                     Narrow(m_open == nullptr ? m_values.open : m_values.close));
         return false;
     }
