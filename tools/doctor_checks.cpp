@@ -564,6 +564,22 @@ static Findings CheckEventSource(const DoctorFacts& facts)
     return findings;
 }
 
+/* The system loads the library by its whole path, and the libraries that it needs as the host finds them. */
+static Findings CheckSearchPath(const DoctorFacts& facts)
+{
+    Findings              findings;
+    const SearchPathFact& path = facts.searchPath;
+    if (path.error == ERROR_ACCESS_DENIED)
+        Say(&findings, "path_not_asked", Level::Note,
+            "the system's PATH cannot be read: " + SystemErrorText(path.error), "run this as an administrator");
+    else if (!path.holdsBin)
+        Say(&findings, "path_lacks_bin", Level::Warning,
+            fmt::format("the system's PATH lacks {}\\bin: programs may not find the libraries that the provider needs",
+                        facts.status.home),
+            Install(facts) + "; programs see it when they are started again, services after a restart of the machine");
+    return findings;
+}
+
 /* ---- Installation ---- */
 
 static Findings CheckFolder(const DoctorFacts& facts, const FolderFact& folder, bool usersWrite)
@@ -683,6 +699,7 @@ static constexpr Check CHECKS[] = {
     { "provider", "the system has not switched the provider off", CheckProvider },
     { "debug_switch", "no debug switch is set", CheckDebugSwitch },
     { "event_source", "the event source is registered with its texts", CheckEventSource },
+    { "search_path", "the system's PATH leads to the provider's libraries", CheckSearchPath },
     { "log_folder", "this account can write to the log folder", CheckLogFolder },
     { "perf_folder", "this account can write to the folder of the CSV files", CheckPerfFolder },
     { "space", "the volume has room for all that CSV files and logs may come to", CheckSpace },

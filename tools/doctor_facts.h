@@ -51,6 +51,12 @@ struct EventSourceFacts {
     std::vector<std::string> messageFilesMissing;  // those that are not there
 };
 
+/* The folders in which each program of the machine looks for libraries, as the registry has them. */
+struct SearchPathFact {
+    DWORD error = ERROR_SUCCESS;  // of reading the value
+    bool  holdsBin = false;
+};
+
 /* The library as one process holds it. */
 struct LoadedLibrary {
     std::string path;
@@ -99,6 +105,7 @@ struct DoctorFacts {
     NameFacts                names;
     DebugFacts               debug;
     EventSourceFacts         eventSource;
+    SearchPathFact           searchPath;
     std::vector<ProcessFact> processes;
     std::vector<AsideFact>   aside;
     FolderFact               log;

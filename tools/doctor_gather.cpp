@@ -19,6 +19,7 @@
 #include "pe_exports.h"
 #include "product_files.h"
 #include "registration.h"
+#include "search_path.h"
 #include "text.h"
 #include "velcor.h"
 
@@ -272,6 +273,16 @@ static EventSourceFacts LookAtEventSource()
     return facts;
 }
 
+/* The value, not this process's environment: a host that a service starts has no other. */
+static SearchPathFact LookAtSearchPath(const Home& home)
+{
+    const RegistryKey key(ENVIRONMENT_KEY);
+    const auto        path = key.Text(L"Path");
+    if (!path)
+        return { key.Error() != ERROR_SUCCESS ? key.Error() : ERROR_FILE_NOT_FOUND, false };
+    return { ERROR_SUCCESS, HoldsFolder(Expanded(*path), home.Bin()) };
+}
+
 /* ---- Processes ---- */
 
 static bool IsLibraryName(const std::wstring& leaf)
@@ -487,6 +498,7 @@ DoctorFacts GatherDoctor()
     facts.names = LookAtNames(home, facts.registration.firstCounter);
     facts.debug = LookAtDebugSwitch();
     facts.eventSource = LookAtEventSource();
+    facts.searchPath = LookAtSearchPath(home);
     facts.processes = LookAtProcesses(home);
     facts.aside = LookAtAside(home);
     facts.log = TryFolder(home.Log());

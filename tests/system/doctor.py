@@ -10,11 +10,13 @@ from product import ROOT, WINE, Failed, expect, main, wait_for
 PERFORMANCE = r"HKLM\SYSTEM\CurrentControlSet\Services\tnwdiskperf\Performance"
 DEBUG = r"HKLM\Software\OSK\TARNWELL\work"
 SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\tnwdiskperf"
+ENVIRONMENT = r"HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment"
 ROLE = ROOT / "build/win/tests/diskperf_role.exe"
 QUERIES = ROOT / "build/win/tests/bin/perf_queries.exe"
 STAGE = ROOT / "build/stage"
 # Parts of cures that are for people.
-SAID_ONLY = ("the order of starting is velcor", "velcorfeed", "dkpfagent")
+SAID_ONLY = ("programs see it when they are started again", "services after a restart of the machine",
+             "the order of starting is velcor", "velcorfeed", "dkpfagent")
 
 
 class Helper:
@@ -220,6 +222,13 @@ class Case:
         self.cure("event_source_missing", "warning")
         self.add(SOURCE, "EventMessageFile", "REG_SZ", r"C:\gone\tnwmsg.dll")
         self.cure("event_file_missing", "warning")
+
+        code, text = self.product.run([WINE, "reg", "query", ENVIRONMENT, "/v", "Path"])
+        kind, path = re.search(r"(REG_\w+)\s+(.*)", text).groups()
+        ours = f";{self.windows(self.bin)}"
+        expect(path.endswith(ours), f"set-up left the PATH {path}")
+        self.add(ENVIRONMENT, "Path", kind, path.removesuffix(ours))
+        self.cure("path_lacks_bin", "warning")
 
         self.add(DEBUG, "dkpf_debug", "REG_DWORD", 2)
         self.cure("debug_stops", "wrong")

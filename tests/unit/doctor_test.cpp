@@ -14,6 +14,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -57,6 +58,7 @@ protected:
         facts.names.tableRead = true;
         facts.names.table = facts.names.system;
         facts.names.tablePath = "C:\\home\\etc\\tnwdiskperf.ini";
+        facts.searchPath.holdsBin = true;
         facts.eventSource.messageFiles = { "C:\\home\\bin\\tnwmsg.dll" };
         facts.processes = { Process(40, "dkpfagent.exe", 1000, true), Process(500, "reader.exe", 2000, true),
                             Process(600, "other.exe", 500, false) };
@@ -476,6 +478,19 @@ TEST_F(DoctorTest, TheEventSource)
     EXPECT_EQ(Of("event_file_missing").text, "the event source tnwdiskperf names no message file");
     facts.eventSource.keyError = ERROR_FILE_NOT_FOUND;
     EXPECT_THAT(Codes(), ElementsAre("event_source_missing warning"));
+}
+
+TEST_F(DoctorTest, ASearchPathWithoutOurFolder)
+{
+    facts.searchPath.holdsBin = false;
+    EXPECT_THAT(Codes(), ElementsAre("path_lacks_bin warning"));
+    EXPECT_EQ(Of("path_lacks_bin").text,
+              "the system's PATH lacks C:\\home\\bin: programs may not find the libraries that the provider needs");
+    EXPECT_THAT(Of("path_lacks_bin").cure, StartsWith(INSTALL));
+    facts.searchPath.error = ERROR_FILE_NOT_FOUND;  // no PATH at all
+    EXPECT_THAT(Codes(), ElementsAre("path_lacks_bin warning"));
+    facts.searchPath.error = ERROR_ACCESS_DENIED;
+    EXPECT_THAT(Codes(), ElementsAre("path_not_asked note"));
 }
 
 /* ---- Installation ---- */
