@@ -47,7 +47,7 @@ static void NotLookedAt(Findings* findings, const std::string& why)
 }
 
 /* What dkpfctl status calls wrong is wrong here in the same words. */
-static Findings Lift(const DoctorFacts& facts, void (*about)(const StatusFacts&, Troubles*))
+template <void (*about)(const StatusFacts&, Troubles*)> static Findings Lift(const DoctorFacts& facts)
 {
     Troubles troubles;
     about(facts.status, &troubles);
@@ -72,26 +72,6 @@ static bool DriverRuns(const DoctorFacts& facts)
 {
     const ServiceInfo& driver = facts.status.driver.info;
     return driver.installed && driver.error == ERROR_SUCCESS && driver.state == SERVICE_RUNNING;
-}
-
-static Findings CheckDriver(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutDriver);
-}
-
-static Findings CheckFeeder(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutFeeder);
-}
-
-static Findings CheckServiceProcesses(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutServiceProcesses);
-}
-
-static Findings CheckAgent(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutAgent);
 }
 
 static Findings CheckDevice(const DoctorFacts& facts)
@@ -130,11 +110,6 @@ static Findings CheckServiceOrder(const DoctorFacts& facts)
 
 /* ---- Configuration ---- */
 
-static Findings CheckConfigurationFile(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutConfiguration);
-}
-
 static Findings CheckUnknownKeys(const DoctorFacts& facts)
 {
     Findings findings;
@@ -156,11 +131,6 @@ static Findings CheckOldSettings(const DoctorFacts& facts)
 
 /* ---- Region ---- */
 
-static Findings CheckRegion(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutRegion);
-}
-
 static Findings CheckRegionSize(const DoctorFacts& facts)
 {
     static constexpr ULONGLONG page = 4096;
@@ -172,21 +142,6 @@ static Findings CheckRegionSize(const DoctorFacts& facts)
                         facts.regionBytes, expected),
             "stop the disk agent and every reader, " + Install(facts) + ", net start dkpfagent");
     return findings;
-}
-
-static Findings CheckLock(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutLock);
-}
-
-static Findings CheckSample(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutSamples);
-}
-
-static Findings CheckEvents(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutEvents);
 }
 
 /* ---- Readers ---- */
@@ -669,20 +624,20 @@ struct Check {
 };
 
 static constexpr Check CHECKS[] = {
-    { "driver", "the driver velcor runs", CheckDriver },
+    { "driver", "the driver velcor runs", Lift<AboutDriver> },
     { "device", "the driver's device can be opened", CheckDevice },
-    { "feeder", "the feeder runs, or is not needed", CheckFeeder },
-    { "service_processes", "services that run have their processes", CheckServiceProcesses },
-    { "configuration", "the configuration is accepted and in force", CheckConfigurationFile },
+    { "feeder", "the feeder runs, or is not needed", Lift<AboutFeeder> },
+    { "service_processes", "services that run have their processes", Lift<AboutServiceProcesses> },
+    { "configuration", "the configuration is accepted and in force", Lift<AboutConfiguration> },
     { "unknown_keys", "the configuration has no unknown keys", CheckUnknownKeys },
     { "old_settings", "no reader fails on the configuration", CheckOldSettings },
-    { "agent", "the disk agent is alive", CheckAgent },
+    { "agent", "the disk agent is alive", Lift<AboutAgent> },
     { "service_order", "the driver was there when the disk agent started", CheckServiceOrder },
-    { "region", "the shared region can be read and is undamaged", CheckRegion },
+    { "region", "the shared region can be read and is undamaged", Lift<AboutRegion> },
     { "region_size", "the shared region has the right size", CheckRegionSize },
-    { "lock", "the region's lock was free within 2 s", CheckLock },
-    { "sample", "the last sample is not too old", CheckSample },
-    { "events", "no warning is open", CheckEvents },
+    { "lock", "the region's lock was free within 2 s", Lift<AboutLock> },
+    { "sample", "the last sample is not too old", Lift<AboutSamples> },
+    { "events", "no warning is open", Lift<AboutEvents> },
     { "free_rows", "there are free consumer rows", CheckFreeRows },
     { "dead_rows", "no consumer row belongs to a process that is gone", CheckDeadRows },
     { "repeated_rows", "no process has several consumer rows", CheckRepeatedRows },

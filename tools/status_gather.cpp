@@ -21,8 +21,7 @@ static ULONGLONG MsSince(ULONGLONG started)
 {
     FILETIME now{};
     GetSystemTimeAsFileTime(&now);
-    const ULONGLONG time = (static_cast<ULONGLONG>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
-    return time > started ? (time - started) / 10000 : 0;
+    return UnitsOf(now) > started ? (UnitsOf(now) - started) / 10000 : 0;
 }
 
 StatusFacts GatherStatus()

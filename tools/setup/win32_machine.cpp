@@ -2,81 +2,19 @@
 
 #include <aclapi.h>
 #include <sddl.h>
-#include <winsvc.h>
-#include <algorithm>
 #include <iterator>
 
+#include "file_io.h"
 #include "process_info.h"
 #include "registration.h"
+#include "registry_key.h"
 #include "service_control.h"
+#include "service_handle.h"
+#include "system_info.h"
 
 namespace dkpf {
 
 namespace {
-
-/* ---- Handles that close themselves ---- */
-
-class RegistryKey {
-public:
-    RegistryKey(const std::wstring& key, REGSAM access)
-    {
-        m_error =
-            static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, access | KEY_WOW64_64KEY, &m_key));
-    }
-    ~RegistryKey()
-    {
-        if (m_key != nullptr)
-            RegCloseKey(m_key);
-    }
-    RegistryKey(const RegistryKey&) = delete;
-    RegistryKey& operator=(const RegistryKey&) = delete;
-    HKEY         Handle() const
-    {
-        return m_key;
-    }
-    DWORD Error() const
-    {
-        return m_error;
-    }
-
-private:
-    HKEY  m_key = nullptr;
-    DWORD m_error = ERROR_SUCCESS;
-};
-
-class ServiceHandle {
-public:
-    ServiceHandle(const std::wstring& name, DWORD access)
-    {
-        m_manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-        if (m_manager != nullptr)
-            m_service = OpenServiceW(m_manager, name.c_str(), access);
-        if (m_service == nullptr)
-            m_error = GetLastError();
-    }
-    ~ServiceHandle()
-    {
-        if (m_service != nullptr)
-            CloseServiceHandle(m_service);
-        if (m_manager != nullptr)
-            CloseServiceHandle(m_manager);
-    }
-    ServiceHandle(const ServiceHandle&) = delete;
-    ServiceHandle& operator=(const ServiceHandle&) = delete;
-    SC_HANDLE      Handle() const
-    {
-        return m_service;
-    }
-    DWORD Error() const
-    {
-        return m_error;
-    }
-
-private:
-    SC_HANDLE m_manager = nullptr;
-    SC_HANDLE m_service = nullptr;
-    DWORD     m_error = ERROR_SUCCESS;
-};
 
 DWORD ErrorUnless(BOOL done)
 {
@@ -118,20 +56,12 @@ public:
 
     bool IsAdministrator() override
     {
-        SID_IDENTIFIER_AUTHORITY authority = { SECURITY_NT_AUTHORITY };
-        PSID                     group = nullptr;
-        BOOL                     member = FALSE;
-        if (!AllocateAndInitializeSid(&authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0,
-                                      0, 0, &group))
-            return false;
-        const bool known = CheckTokenMembership(nullptr, group, &member);
-        FreeSid(group);
-        return known && member;
+        return dkpf::IsAdministrator();
     }
 
     bool IsWine() override
     {
-        return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+        return dkpf::IsWine();
     }
 
     std::wstring ProgramFiles() override
@@ -216,30 +146,15 @@ public:
 
     DWORD ReadValue(const std::wstring& key, const std::wstring& name, RegistryValue* value) override
     {
-        const RegistryKey open(key, KEY_READ);
-        DWORD             size = 0;
-        DWORD             error = open.Error();
-        if (error == ERROR_SUCCESS)
-            error = static_cast<DWORD>(
-                RegQueryValueExW(open.Handle(), name.c_str(), nullptr, &value->type, nullptr, &size));
-        if (error != ERROR_SUCCESS)
-            return error;
-        std::vector<BYTE> bytes(size + sizeof(wchar_t));  // a text may lack its end
-        error = static_cast<DWORD>(
-            RegQueryValueExW(open.Handle(), name.c_str(), nullptr, &value->type, bytes.data(), &size));
-        if (error != ERROR_SUCCESS)
-            return error;
-        value->text.clear();
-        value->number = 0;
-        if (value->type == REG_DWORD && size == sizeof(DWORD)) {
-            memcpy(&value->number, bytes.data(), sizeof(DWORD));
-        } else if (value->type == REG_SZ || value->type == REG_EXPAND_SZ) {
-            value->text.resize(size / sizeof(wchar_t));
-            memcpy(value->text.data(), bytes.data(), value->text.size() * sizeof(wchar_t));
-            value->text.resize(wcslen(value->text.c_str()));
-        } else {
-            error = ERROR_UNSUPPORTED_TYPE;
+        const RegistryKey open(key);
+        RegistryValue     is;
+        DWORD             error = open.Text(name, &is.text, &is.type);
+        if (error == ERROR_UNSUPPORTED_TYPE) {
+            is.type = REG_DWORD;
+            error = open.Number(name, &is.number);
         }
+        if (error == ERROR_SUCCESS)
+            *value = is;
         return error;
     }
 
@@ -299,9 +214,7 @@ public:
 
     bool SameFile(const std::wstring& one, const std::wstring& other) override
     {
-        BY_HANDLE_FILE_INFORMATION a{}, b{};
-        return Identity(one, &a) && Identity(other, &b) && a.dwVolumeSerialNumber == b.dwVolumeSerialNumber &&
-               a.nFileIndexHigh == b.nFileIndexHigh && a.nFileIndexLow == b.nFileIndexLow;
+        return dkpf::SameFile(one, other);
     }
 
     bool SameContent(const std::wstring& one, const std::wstring& other) override
@@ -599,16 +512,6 @@ private:
     {
         return CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                            OPEN_EXISTING, 0, nullptr);
-    }
-
-    static bool Identity(const std::wstring& path, BY_HANDLE_FILE_INFORMATION* information)
-    {
-        const HANDLE file = OpenToRead(path);
-        if (file == INVALID_HANDLE_VALUE)
-            return false;
-        const bool known = GetFileInformationByHandle(file, information);
-        CloseHandle(file);
-        return known;
     }
 
     /* Found at run time: a system without it has no names to load either, and dkpfctl still starts. */

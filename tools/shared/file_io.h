@@ -21,6 +21,10 @@ using WaitFn = std::function<void(DWORD)>;
  */
 DWORD ReadWholeFile(const std::wstring& path, size_t bound, std::string* content);
 
+/* Whether two paths lead to one file, whatever drives, short names and links they go through. FALSE also where one of
+ * them cannot be opened. */
+bool SameFile(const std::wstring& one, const std::wstring& other);
+
 /**
  * Replaces a file in one step: written beside it as PATH.new, flushed, then renamed over it. A reader sees the old
  * content or the new one. A reader that holds the file delays the rename; it is tried REPLACE_TRIES times,
