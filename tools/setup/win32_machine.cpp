@@ -368,62 +368,64 @@ public:
         return service.Handle() == nullptr ? service.Error() : ErrorUnless(::DeleteService(service.Handle()));
     }
 
-    bool HasSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text) override
+    DWORD ReadSetting(const std::wstring& name, ServiceSetting setting, ServiceSettingValue* value) override
     {
         const ServiceHandle service(name, SERVICE_QUERY_CONFIG);
         if (service.Handle() == nullptr)
-            return false;
-        const std::vector<BYTE> answer = Answer([&service, setting](BYTE* buffer, DWORD size, DWORD* needed) {
+            return service.Error();
+        const std::vector<BYTE>           answer = Answer([&service, setting](BYTE* buffer, DWORD size, DWORD* needed) {
             return QueryServiceConfig2W(service.Handle(), Level(setting), buffer, size, needed);
         });
+        ServiceSettingValue               is;
+        SERVICE_DESCRIPTIONW              description{};
+        SERVICE_REQUIRED_PRIVILEGES_INFOW privileges{};
+        SERVICE_FAILURE_ACTIONSW          failure{};
         switch (setting) {
-        case ServiceSetting::Description: {
-            SERVICE_DESCRIPTIONW is{};
-            return Take(answer, &is) && is.lpDescription != nullptr && text == is.lpDescription;
+        case ServiceSetting::Description:
+            if (!Take(answer, &description))
+                return ERROR_INVALID_DATA;
+            if (description.lpDescription != nullptr)
+                is.text = description.lpDescription;
+            break;
+        case ServiceSetting::RequiredPrivileges:
+            if (!Take(answer, &privileges))
+                return ERROR_INVALID_DATA;
+            for (const wchar_t* each = privileges.pmszRequiredPrivileges; each != nullptr && *each != L'\0';
+                 each += wcslen(each) + 1)
+                is.text += std::wstring(each) + L'\0';
+            break;
+        case ServiceSetting::FailureActions:
+            if (!Take(answer, &failure))
+                return ERROR_INVALID_DATA;
+            is.resetS = failure.dwResetPeriod;
+            for (DWORD i = 0; failure.lpsaActions != nullptr && i < failure.cActions; i++)
+                is.actions.push_back({ failure.lpsaActions[i].Type, failure.lpsaActions[i].Delay });
+            break;
         }
-        case ServiceSetting::RequiredPrivileges: {
-            SERVICE_REQUIRED_PRIVILEGES_INFOW is{};
-            if (!Take(answer, &is) || is.pmszRequiredPrivileges == nullptr)
-                return false;
-            std::wstring names;
-            for (const wchar_t* each = is.pmszRequiredPrivileges; *each != L'\0'; each += wcslen(each) + 1)
-                names += std::wstring(each) + L'\0';
-            return names == text;
-        }
-        case ServiceSetting::Restart: {
-            SERVICE_FAILURE_ACTIONSW is{};
-            if (!Take(answer, &is) || is.dwResetPeriod != RESTART_RESET_S || is.lpsaActions == nullptr ||
-                is.cActions != std::size(RESTART_DELAYS_MS))
-                return false;
-            for (DWORD i = 0; i < is.cActions; i++) {
-                if (is.lpsaActions[i].Type != SC_ACTION_RESTART || is.lpsaActions[i].Delay != RESTART_DELAYS_MS[i])
-                    return false;
-            }
-            return true;
-        }
-        }
-        return false;
+        *value = is;
+        return ERROR_SUCCESS;
     }
 
-    DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text) override
+    DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const ServiceSettingValue& value) override
     {
         // SERVICE_START: a restart after a failure is a start.
         const ServiceHandle service(name, SERVICE_CHANGE_CONFIG | SERVICE_START);
         if (service.Handle() == nullptr)
             return service.Error();
-        std::wstring                      copy = text + L'\0';
+        std::wstring                      copy = value.text + L'\0';
         SERVICE_DESCRIPTIONW              description{ copy.data() };
         SERVICE_REQUIRED_PRIVILEGES_INFOW privileges{ copy.data() };
-        SC_ACTION                         actions[std::size(RESTART_DELAYS_MS)]{};
-        for (size_t i = 0; i < std::size(actions); i++)
-            actions[i] = { SC_ACTION_RESTART, RESTART_DELAYS_MS[i] };
-        SERVICE_FAILURE_ACTIONSW restart{ RESTART_RESET_S, nullptr, nullptr, static_cast<DWORD>(std::size(actions)),
-                                          actions };
+        std::vector<SC_ACTION>            actions;
+        for (const FailureAction& action : value.actions)
+            actions.push_back({ action.type, action.delayMs });
+        const DWORD count = static_cast<DWORD>(actions.size());
+        actions.resize(count + 1u);  // none are taken away by a list that is there and counts 0
+        SERVICE_FAILURE_ACTIONSW failure{ value.resetS, nullptr, nullptr, count, actions.data() };
         LPVOID                   info = &description;
         if (setting == ServiceSetting::RequiredPrivileges)
             info = &privileges;
-        else if (setting == ServiceSetting::Restart)
-            info = &restart;
+        else if (setting == ServiceSetting::FailureActions)
+            info = &failure;
         return ErrorUnless(ChangeServiceConfig2W(service.Handle(), Level(setting), info));
     }
 
@@ -490,7 +492,7 @@ private:
     static DWORD Level(ServiceSetting setting)
     {
         switch (setting) {
-        case ServiceSetting::Restart:
+        case ServiceSetting::FailureActions:
             return SERVICE_CONFIG_FAILURE_ACTIONS;
         case ServiceSetting::RequiredPrivileges:
             return SERVICE_CONFIG_REQUIRED_PRIVILEGES_INFO;
