@@ -44,6 +44,7 @@ StatusFacts GatherStatus()
 
     RegionCopy copy = ReadRegion();
     facts.region = copy.status;
+    facts.regionOpened = copy.opened;
     facts.regionWords = copy.words;
     if (copy.status == RegionStatus::Copied) {
         facts.view = ViewRegion(*copy.info, copy.tick);

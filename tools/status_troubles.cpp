@@ -99,7 +99,9 @@ void AboutRegion(const StatusFacts& facts, Troubles* troubles)
         return;
     }
     if (facts.region == RegionStatus::Refused)
-        troubles->push_back({ "region_refused", facts.regionWords, "run this as an administrator" });
+        troubles->push_back({ "region_refused", facts.regionWords,
+                              facts.regionOpened ? "stop the disk agent and every reader, net start dkpfagent"
+                                                 : "run this as an administrator" });
     if (facts.region != RegionStatus::Copied)
         return;
     for (const std::string& damage : facts.view.damage)

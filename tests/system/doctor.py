@@ -13,6 +13,7 @@ SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\tnwdiskpe
 ENVIRONMENT = r"HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment"
 ROLE = ROOT / "build/win/tests/diskperf_role.exe"
 QUERIES = ROOT / "build/win/tests/bin/perf_queries.exe"
+PROVOKE = ROOT / "build/win/tests/bin/provoke.exe"
 STAGE = ROOT / "build/stage"
 # Parts of cures that are for people.
 SAID_ONLY = ("programs see it when they are started again", "services after a restart of the machine",
@@ -54,6 +55,7 @@ class Case:
         self.bin = product.home / "bin"
         self.dll = self.bin / "tnwdiskperf.dll"
         self.config = product.home / "etc/cluster.xml"
+        self.holders = []  # programs that a cure ends
 
     # ---- Programs ----
 
@@ -70,6 +72,11 @@ class Case:
         expect(role.line == "READY", f"the role says {role.line}")
         expect(role.ask("init 0") == "1 b0000000", "the role could not attach")
         return role
+
+    def provoke(self, *arguments):
+        helper = Helper(self.product, PROVOKE, *arguments)
+        expect(helper.line == "done", f"provoke {arguments}: {helper.line}")
+        return helper
 
     # ---- Registration ----
 
@@ -125,9 +132,16 @@ class Case:
             words = [word.strip('"') for word in re.findall(r'"[^"]*"|\S+', command)]
             code, text = self.product.run([WINE, str(program), *words[1:]])
             expect(code == 0, f"{command}: exit code {code}\n{text}")
+        elif command == "free space on its volume":
+            (self.product.perf / "filler").unlink()
         elif command == "restart the disk agent":
             self.product.must("product_stop")
             self.product.start()
+        elif command == "stop the disk agent and every reader":
+            if self.product.state("dkpfagent") == "RUNNING":
+                self.wine("net", "stop", "dkpfagent")
+            while self.holders:
+                self.holders.pop().end()
         elif command.startswith("net start "):
             self.product.start(command.split()[2])
         elif command.startswith(("net ", "reg ")):
@@ -181,6 +195,14 @@ class Case:
         self.follow("dkpfctl config reload")
         self.gone("config_refused", "readers_fail_on_file")
 
+        # Refused by the agent, and corrected behind its back.
+        self.config.write_text(good.replace("<writeinterval>1<", "<writeinterval>often<"))
+        helper = self.provoke("reload")
+        wait_for("the agent's refusal", lambda: '"result": "refused"' in product.text("agent.state"))
+        helper.end()
+        self.config.write_text(good)
+        self.cure("reload_failed", "wrong")
+
         self.config.write_text(good.replace("<writeinterval>", "<writeintervall>5</writeintervall><writeinterval>"))
         expect("/root/diskperf/parameters/writeintervall" in self.find("unknown_key", "warning")["text"], "no key")
         self.config.write_text(good)
@@ -193,6 +215,22 @@ class Case:
         self.config.write_text(good)
         self.follow("dkpfctl config reload")
         self.gone("space_short")
+
+    def region(self):
+        """Damaged, and of the size of another version, kept alive by a reader of that version."""
+        helper = self.provoke("damage")
+        helper.end()
+        self.cure("region_damaged", "wrong")
+
+        self.wine("net", "stop", "dkpfagent")
+        self.holders.append(self.provoke("hold", "smaller"))
+        self.find("region_size", "wrong")
+        self.cure("region_refused", "wrong", "region_size", "agent_not_running")
+
+        self.wine("net", "stop", "dkpfagent")
+        self.holders.append(self.provoke("hold", "larger"))
+        self.follow("net start dkpfagent")
+        self.cure("region_size", "wrong")
 
     def registration(self):
         for value, code, level in (("Library", "library_value_missing", "wrong"),
@@ -337,6 +375,17 @@ class Case:
         self.gone("binary_missing", "version_differs")
 
         self.wine("net", "stop", "dkpfagent")
+        # Names of files may run out before the space does.
+        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "nr_inodes=2", "tmpfs", str(product.perf)],
+                               capture_output=True, text=True)
+        if mount.returncode == 0:
+            (product.perf / "filler").touch()
+            self.cure("folder_not_writable", "wrong")
+            subprocess.run(["umount", str(product.perf)], check=True)
+        else:
+            print(f"no small disk can be made here, mount says: {mount.stderr.strip()}")
+            expect("permission denied" in mount.stderr or "must be superuser" in mount.stderr, mount.stderr)
+
         aside = product.folder / "log"
         product.log.rename(aside)
         self.cure("folder_missing", "wrong")
@@ -359,8 +408,8 @@ def check(product):
     expect(f"they come from {case.windows(product.home / 'etc/tnwdiskperf.ini')}\n" in text, text)
     expect(product.ctl("doctor", "--fixx")[0] == 2, "a wrong option is accepted")
 
-    for part in (case.services, case.configuration, case.registration, case.provider, case.readers, case.rows,
-                 case.installation):
+    for part in (case.services, case.configuration, case.region, case.registration, case.provider, case.readers,
+                 case.rows, case.installation):
         part()
         case.well(part.__name__)
         print(f"{part.__name__}: cured", flush=True)

@@ -244,6 +244,16 @@ TEST_F(DoctorTest, ALockThatIsNotFree)
     EXPECT_THAT(Codes(), ElementsAre("region_busy wrong"));
 }
 
+TEST_F(DoctorTest, ARegionThatIsRefused)
+{
+    facts.status.region = RegionStatus::Refused;
+    facts.status.regionWords = "refused";
+    EXPECT_THAT(Codes(), ElementsAre("region_refused wrong"));
+    EXPECT_EQ(Of("region_refused").cure, "run this as an administrator");
+    facts.status.regionOpened = true;  // it has another size
+    EXPECT_EQ(Of("region_refused").cure, "stop the disk agent and every reader, net start dkpfagent");
+}
+
 TEST_F(DoctorTest, ARegionOfAnotherSize)
 {
     facts.regionBytes += 4096;
@@ -412,6 +422,7 @@ TEST_F(DoctorTest, NamesThatTheSystemDoesNotHaveComeFromTheInstalledTableUnderWi
 {
     facts.names.system.clear();
     EXPECT_THAT(Codes(), ElementsAre("names_not_in_system wrong"));
+    EXPECT_EQ(Of("names_not_in_system").cure, std::string("unlodctr tnwdiskperf, then ") + INSTALL);
     facts.wine = true;
     EXPECT_THAT(Codes(), IsEmpty());
     EXPECT_EQ(Of("names").text,
@@ -422,6 +433,7 @@ TEST_F(DoctorTest, NamesOfTheSystemThatAreNotOurs)
 {
     facts.names.system[2] = "Somebody else";
     EXPECT_THAT(Codes(), ElementsAre("names_differ wrong"));
+    EXPECT_EQ(Of("names_differ").cure, std::string("unlodctr tnwdiskperf, then ") + INSTALL);
     EXPECT_EQ(Of("names_differ").text,
               "the system's table calls title index 2004 \"Somebody else\", which is no name of ours");
 }
