@@ -16,18 +16,28 @@
 #include <set>
 
 #include "names.h"
+#include "product_files.h"
 #include "registration.h"
 #include "status_troubles.h"
 #include "text.h"
 
 namespace dkpf {
 
-static constexpr char INSTALL[] = "dkpfctl install";
-static constexpr char INSTALL_BINARIES[] = "dkpfctl install, out of the package of the version that is wanted";
-
 static void Say(Findings* findings, const char* code, Level level, std::string text, std::string cure)
 {
     findings->push_back({ "", code, level, std::move(text), std::move(cure) });
+}
+
+/* What lacks in this installation, or is of the wrong version, only the package can give back. */
+static std::string InstallPackage(const DoctorFacts& facts)
+{
+    return "out of the package of the version that is wanted: " + InstallCommand(facts.status);
+}
+
+/* Set-up takes its files from where its program lies, and does nothing unless all are there. */
+static std::string Install(const DoctorFacts& facts)
+{
+    return facts.whole ? InstallCommand(facts.status) : InstallPackage(facts);
 }
 
 /* For a check whose subject is not there; the check that says so stands before it. */
@@ -37,7 +47,7 @@ static void NotLookedAt(Findings* findings, const std::string& why)
 }
 
 /* What dkpfctl status calls wrong is wrong here in the same words. */
-static Findings Lift(const DoctorFacts& facts, void (*about)(const StatusFacts&, Troubles*))
+template <void (*about)(const StatusFacts&, Troubles*)> static Findings Lift(const DoctorFacts& facts)
 {
     Troubles troubles;
     about(facts.status, &troubles);
@@ -62,26 +72,6 @@ static bool DriverRuns(const DoctorFacts& facts)
 {
     const ServiceInfo& driver = facts.status.driver.info;
     return driver.installed && driver.error == ERROR_SUCCESS && driver.state == SERVICE_RUNNING;
-}
-
-static Findings CheckDriver(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutDriver);
-}
-
-static Findings CheckFeeder(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutFeeder);
-}
-
-static Findings CheckServiceProcesses(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutServiceProcesses);
-}
-
-static Findings CheckAgent(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutAgent);
 }
 
 static Findings CheckDevice(const DoctorFacts& facts)
@@ -120,11 +110,6 @@ static Findings CheckServiceOrder(const DoctorFacts& facts)
 
 /* ---- Configuration ---- */
 
-static Findings CheckConfigurationFile(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutConfiguration);
-}
-
 static Findings CheckUnknownKeys(const DoctorFacts& facts)
 {
     Findings findings;
@@ -146,11 +131,6 @@ static Findings CheckOldSettings(const DoctorFacts& facts)
 
 /* ---- Region ---- */
 
-static Findings CheckRegion(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutRegion);
-}
-
 static Findings CheckRegionSize(const DoctorFacts& facts)
 {
     static constexpr ULONGLONG page = 4096;
@@ -160,23 +140,8 @@ static Findings CheckRegionSize(const DoctorFacts& facts)
         Say(&findings, "region_size", Level::Wrong,
             fmt::format("the shared region has {} bytes in whole pages, {} are expected: another version made it",
                         facts.regionBytes, expected),
-            "stop the disk agent and every reader, dkpfctl install, net start dkpfagent");
+            "stop the disk agent and every reader, " + Install(facts) + ", net start dkpfagent");
     return findings;
-}
-
-static Findings CheckLock(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutLock);
-}
-
-static Findings CheckSample(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutSamples);
-}
-
-static Findings CheckEvents(const DoctorFacts& facts)
-{
-    return Lift(facts, AboutEvents);
 }
 
 /* ---- Readers ---- */
@@ -325,30 +290,31 @@ static Findings CheckLibraryValue(const DoctorFacts& facts)
 {
     Findings                 findings;
     const RegistrationFacts& registration = facts.registration;
-    const std::string        ours = facts.home + "\\bin\\" + Narrow(PRODUCT_DLL);
+    const std::string        ours = facts.status.home + "\\bin\\" + Narrow(PRODUCT_DLL);
     if (registration.error == ERROR_FILE_NOT_FOUND)
         Say(&findings, "not_registered", Level::Wrong, "the provider is not registered: it has no performance key",
-            INSTALL);
+            Install(facts));
     else if (registration.error != ERROR_SUCCESS)
         Say(&findings, "registration_not_asked", Level::Wrong,
             "the provider's performance key cannot be read: " + SystemErrorText(registration.error),
             "run this as an administrator");
     else if (!registration.library)
-        Say(&findings, "library_value_missing", Level::Wrong, "the value Library of the provider is missing", INSTALL);
+        Say(&findings, "library_value_missing", Level::Wrong, "the value Library of the provider is missing",
+            Install(facts));
     else if (registration.library->find_first_of("\\/") == std::string::npos)
         Say(&findings, "library_no_full_path", Level::Wrong,
             "the value Library is no full path, " + *registration.library +
                 ": services find it only after a restart of the machine, or find another",
-            INSTALL);
+            Install(facts));
     else if (registration.libraryError != ERROR_SUCCESS)
         Say(&findings, "library_file_missing", Level::Wrong,
             fmt::format("the registered library {} cannot be read: {}", *registration.library,
                         SystemErrorText(registration.libraryError)),
-            INSTALL);
+            Install(facts));
     else if (!registration.libraryOurs)
         Say(&findings, "library_elsewhere", Level::Wrong,
             fmt::format("the registered library is {}, this installation's is {}", *registration.library, ours),
-            INSTALL);
+            Install(facts));
     return findings;
 }
 
@@ -372,12 +338,12 @@ static Findings CheckExportNames(const DoctorFacts& facts)
         const std::string name = Narrow(one.name);
         if (!registered)
             Say(&findings, "export_value_missing", Level::Wrong,
-                fmt::format("the value {} of the provider is missing", Narrow(one.value)), INSTALL);
+                fmt::format("the value {} of the provider is missing", Narrow(one.value)), Install(facts));
         else if (*registered != name)
             Say(&findings, "export_value_wrong", Level::Wrong,
                 fmt::format("the value {} of the provider is {} and has to be {}", Narrow(one.value), *registered,
                             name),
-                INSTALL);
+                Install(facts));
     }
     return findings;
 }
@@ -390,16 +356,17 @@ static Findings CheckExports(const DoctorFacts& facts)
         NotLookedAt(&findings, "the library's exports were not looked at: there is no library that can be read");
         return findings;
     }
+    const std::string cure = registration.libraryOurs ? InstallPackage(facts) : Install(facts);
     if (!registration.libraryReadable) {
         Say(&findings, "library_damaged", Level::Wrong,
-            "the registered library is no whole 64-bit image: " + *registration.library, INSTALL);
+            "the registered library is no whole 64-bit image: " + *registration.library, cure);
         return findings;
     }
     for (const ExportName& one : EXPORT_NAMES) {
         const std::string name = Narrow(one.name);
         if (std::find(registration.exports.begin(), registration.exports.end(), name) == registration.exports.end())
             Say(&findings, "export_missing", Level::Wrong,
-                fmt::format("the registered library does not export {}", name), INSTALL);
+                fmt::format("the registered library does not export {}", name), cure);
     }
     return findings;
 }
@@ -423,12 +390,12 @@ static Findings CheckIndexRange(const DoctorFacts& facts)
         if (!range.firstValue || !range.lastValue)
             Say(&findings, "index_missing", Level::Wrong,
                 fmt::format("the value {} of the provider is missing", range.firstValue ? range.last : range.first),
-                INSTALL);
+                Install(facts));
         else if (*range.lastValue - *range.firstValue != TITLE_SPAN)
             Say(&findings, "index_range", Level::Wrong,
                 fmt::format("{} is {} and {} is {}: {} titles need a difference of {}", range.first, *range.firstValue,
                             range.last, *range.lastValue, TITLE_NUM, TITLE_SPAN),
-                INSTALL);
+                Install(facts));
     }
     return findings;
 }
@@ -447,13 +414,19 @@ static Findings CheckObjectList(const DoctorFacts& facts)
     const RegistrationFacts& registration = facts.registration;
     if (!registration.objectList)
         Say(&findings, "object_list_missing", Level::Warning,
-            "the value Object List of the provider is missing: it is called for objects of others", INSTALL);
+            "the value Object List of the provider is missing: it is called for objects of others", Install(facts));
     else if (registration.firstCounter && !ListHas(*registration.objectList, *registration.firstCounter))
         Say(&findings, "object_list_wrong", Level::Wrong,
             fmt::format("the value Object List is \"{}\" and lacks our object, {}: queries for it never reach us",
                         *registration.objectList, *registration.firstCounter),
-            INSTALL);
+            Install(facts));
     return findings;
+}
+
+/* Set-up leaves a range of title indexes as it is; the system's own program takes it back with the names. */
+static std::string NamesAnew(const DoctorFacts& facts)
+{
+    return "unlodctr tnwdiskperf, then " + Install(facts);
 }
 
 static Findings CheckNames(const DoctorFacts& facts)
@@ -471,7 +444,7 @@ static Findings CheckNames(const DoctorFacts& facts)
         Say(&findings, "name_table_bad", known == TITLE_NUM ? Level::Warning : Level::Wrong,
             fmt::format("the installed table {} has {} names, {} are expected", names.tablePath, names.table.size(),
                         TITLE_NUM),
-            INSTALL);
+            InstallPackage(facts));
         return findings;
     }
     if (known == 0) {
@@ -480,7 +453,7 @@ static Findings CheckNames(const DoctorFacts& facts)
         if (facts.wine)
             Say(&findings, "names", Level::Ok, text, "");
         else
-            Say(&findings, "names_not_in_system", Level::Wrong, text, INSTALL);
+            Say(&findings, "names_not_in_system", Level::Wrong, text, NamesAnew(facts));
         return findings;
     }
     for (size_t i = 0; i < names.system.size(); i++) {
@@ -489,7 +462,7 @@ static Findings CheckNames(const DoctorFacts& facts)
             Say(&findings, "names_differ", Level::Wrong,
                 fmt::format("the system's table calls title index {} \"{}\", which is no name of ours", *first + 2 * i,
                             name),
-                INSTALL);
+                NamesAnew(facts));
     }
     return findings;
 }
@@ -542,13 +515,29 @@ static Findings CheckEventSource(const DoctorFacts& facts)
     if (source.keyError != ERROR_SUCCESS)
         Say(&findings, "event_source_missing", Level::Warning,
             "the event source tnwdiskperf is not registered: the event log shows its entries without their texts",
-            INSTALL);
+            Install(facts));
     else if (source.messageFiles.empty())
         Say(&findings, "event_file_missing", Level::Warning, "the event source tnwdiskperf names no message file",
-            INSTALL);
+            Install(facts));
     for (const std::string& file : source.messageFilesMissing)
         Say(&findings, "event_file_missing", Level::Warning,
-            "the message file of the event source is not there: " + file, INSTALL);
+            "the message file of the event source is not there: " + file, Install(facts));
+    return findings;
+}
+
+/* The system loads the library by its whole path, and the libraries that it needs as the host finds them. */
+static Findings CheckSearchPath(const DoctorFacts& facts)
+{
+    Findings              findings;
+    const SearchPathFact& path = facts.searchPath;
+    if (path.error == ERROR_ACCESS_DENIED)
+        Say(&findings, "path_not_asked", Level::Note,
+            "the system's PATH cannot be read: " + SystemErrorText(path.error), "run this as an administrator");
+    else if (!path.holdsBin)
+        Say(&findings, "path_lacks_bin", Level::Warning,
+            fmt::format("the system's PATH lacks {}\\bin: programs may not find the libraries that the provider needs",
+                        facts.status.home),
+            Install(facts) + "; programs see it when they are started again, services after a restart of the machine");
     return findings;
 }
 
@@ -561,14 +550,14 @@ static Findings CheckFolder(const DoctorFacts& facts, const FolderFact& folder, 
         return findings;
     if (folder.error == ERROR_PATH_NOT_FOUND || folder.error == ERROR_FILE_NOT_FOUND)
         Say(&findings, "folder_missing", Level::Wrong, "the folder is missing: " + folder.path,
-            "mkdir \"" + folder.path + "\", then " + INSTALL);
+            "mkdir \"" + folder.path + "\", then " + Install(facts));
     else if (folder.error == ERROR_ACCESS_DENIED && !usersWrite && !facts.administrator)
         Say(&findings, "folder_not_tried", Level::Note, "only administrators may write to " + folder.path,
             "run this as an administrator");
     else
         Say(&findings, "folder_not_writable", Level::Wrong,
             fmt::format("no file can be made in {}: {}", folder.path, SystemErrorText(folder.error)),
-            folder.error == ERROR_DISK_FULL ? "free space on its volume" : INSTALL);
+            folder.error == ERROR_DISK_FULL ? "free space on its volume" : Install(facts));
     return findings;
 }
 
@@ -607,10 +596,9 @@ static Findings CheckSpace(const DoctorFacts& facts)
 
 static bool IsOurs(const std::string& file)
 {
-    static constexpr const char* ours[] = { "tnwdiskperf.dll", "tnwlog.dll",    "tnwxml.dll",  "tnwdiskfltr.dll",
-                                            "tnwmsg.dll",      "dkpfagent.exe", "dkpfctl.exe", "velcorfeed.exe" };
-    return std::any_of(std::begin(ours), std::end(ours),
-                       [&](const char* name) { return _stricmp(name, file.c_str()) == 0; });
+    return std::any_of(std::begin(PRODUCT_FILES), std::end(PRODUCT_FILES), [&](const ProductFile& ours) {
+        return _stricmp(Narrow(ours.path).c_str(), ("bin\\" + file).c_str()) == 0;
+    });
 }
 
 static Findings CheckVersions(const DoctorFacts& facts)
@@ -618,16 +606,17 @@ static Findings CheckVersions(const DoctorFacts& facts)
     Findings findings;
     for (const BinaryFact& binary : facts.binaries) {
         if (!binary.there)
-            Say(&findings, "binary_missing", Level::Wrong, "bin\\" + binary.file + " is missing", INSTALL_BINARIES);
+            Say(&findings, "binary_missing", Level::Wrong, "bin\\" + binary.file + " is missing",
+                InstallPackage(facts));
         else if (!IsOurs(binary.file))
             Say(&findings, "foreign_binary", Level::Warning,
                 fmt::format("bin\\{} is no part of the product", binary.file),
-                fmt::format("del \"{}\\bin\\{}\"", facts.home, binary.file));
+                fmt::format("del \"{}\\bin\\{}\"", facts.status.home, binary.file));
         else if (binary.version != facts.version)
             Say(&findings, "version_differs", Level::Wrong,
                 fmt::format("bin\\{} has {}, dkpfctl has {}", binary.file,
                             binary.version.empty() ? "no version" : "version " + binary.version, facts.version),
-                INSTALL_BINARIES);
+                InstallPackage(facts));
     }
     return findings;
 }
@@ -641,20 +630,20 @@ struct Check {
 };
 
 static constexpr Check CHECKS[] = {
-    { "driver", "the driver velcor runs", CheckDriver },
+    { "driver", "the driver velcor runs", Lift<AboutDriver> },
     { "device", "the driver's device can be opened", CheckDevice },
-    { "feeder", "the feeder runs, or is not needed", CheckFeeder },
-    { "service_processes", "services that run have their processes", CheckServiceProcesses },
-    { "configuration", "the configuration is accepted and in force", CheckConfigurationFile },
+    { "feeder", "the feeder runs, or is not needed", Lift<AboutFeeder> },
+    { "service_processes", "services that run have their processes", Lift<AboutServiceProcesses> },
+    { "configuration", "the configuration is accepted and in force", Lift<AboutConfiguration> },
     { "unknown_keys", "the configuration has no unknown keys", CheckUnknownKeys },
     { "old_settings", "no reader fails on the configuration", CheckOldSettings },
-    { "agent", "the disk agent is alive", CheckAgent },
+    { "agent", "the disk agent is alive", Lift<AboutAgent> },
     { "service_order", "the driver was there when the disk agent started", CheckServiceOrder },
-    { "region", "the shared region can be read and is undamaged", CheckRegion },
+    { "region", "the shared region can be read and is undamaged", Lift<AboutRegion> },
     { "region_size", "the shared region has the right size", CheckRegionSize },
-    { "lock", "the region's lock was free within 2 s", CheckLock },
-    { "sample", "the last sample is not too old", CheckSample },
-    { "events", "no warning is open", CheckEvents },
+    { "lock", "the region's lock was free within 2 s", Lift<AboutLock> },
+    { "sample", "the last sample is not too old", Lift<AboutSamples> },
+    { "events", "no warning is open", Lift<AboutEvents> },
     { "free_rows", "there are free consumer rows", CheckFreeRows },
     { "dead_rows", "no consumer row belongs to a process that is gone", CheckDeadRows },
     { "repeated_rows", "no process has several consumer rows", CheckRepeatedRows },
@@ -671,6 +660,7 @@ static constexpr Check CHECKS[] = {
     { "provider", "the system has not switched the provider off", CheckProvider },
     { "debug_switch", "no debug switch is set", CheckDebugSwitch },
     { "event_source", "the event source is registered with its texts", CheckEventSource },
+    { "search_path", "the system's PATH leads to the provider's libraries", CheckSearchPath },
     { "log_folder", "this account can write to the log folder", CheckLogFolder },
     { "perf_folder", "this account can write to the folder of the CSV files", CheckPerfFolder },
     { "space", "the volume has room for all that CSV files and logs may come to", CheckSpace },

@@ -51,6 +51,12 @@ struct EventSourceFacts {
     std::vector<std::string> messageFilesMissing;  // those that are not there
 };
 
+/* The folders in which each program of the machine looks for libraries, as the registry has them. */
+struct SearchPathFact {
+    DWORD error = ERROR_SUCCESS;  // of reading the value
+    bool  holdsBin = false;
+};
+
 /* The library as one process holds it. */
 struct LoadedLibrary {
     std::string path;
@@ -90,8 +96,6 @@ struct DoctorFacts {
     int         utcOffsetMinutes = 0;
     bool        administrator = false;
     bool        wine = false;
-    std::string home;
-
     StatusFacts status;
 
     DWORD     deviceError = ERROR_SUCCESS;  // of opening the driver's control device
@@ -101,6 +105,7 @@ struct DoctorFacts {
     NameFacts                names;
     DebugFacts               debug;
     EventSourceFacts         eventSource;
+    SearchPathFact           searchPath;
     std::vector<ProcessFact> processes;
     std::vector<AsideFact>   aside;
     FolderFact               log;
@@ -108,6 +113,7 @@ struct DoctorFacts {
     DWORD                    spaceError = ERROR_SUCCESS;
     ULONGLONG                freeBytes = 0;  // of the volume with the CSV files, for this account
     ULONGLONG                usedBytes = 0;  // by the files that are in log and perf
+    bool                     whole = true;   // all files of the product are in this installation
     std::vector<BinaryFact>  binaries;       // ours, and whatever else lies in bin
     std::string              version;        // of this program, in the same form
 };

@@ -2,6 +2,7 @@
 
 #include "doctor_checks.h"
 #include "registration.h"
+#include "registry_key.h"
 #include "text.h"
 
 namespace dkpf {
@@ -12,13 +13,9 @@ class RegistryFix : public FixPort {
 public:
     DWORD EnableProvider() override
     {
-        HKEY  key = nullptr;
-        DWORD error = static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, PERFORMANCE_KEY, 0, KEY_SET_VALUE, &key));
-        if (error != ERROR_SUCCESS)
-            return error;
-        error = static_cast<DWORD>(RegDeleteValueW(key, VALUE_DISABLED));
-        RegCloseKey(key);
-        return error;
+        const RegistryKey key(PERFORMANCE_KEY, KEY_SET_VALUE);
+        return key.Error() != ERROR_SUCCESS ? key.Error()
+                                            : static_cast<DWORD>(RegDeleteValueW(key.Handle(), VALUE_DISABLED));
     }
 };
 

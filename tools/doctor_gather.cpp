@@ -17,7 +17,11 @@
 #include "names.h"
 #include "perf_names.h"
 #include "pe_exports.h"
+#include "product_files.h"
 #include "registration.h"
+#include "registry_key.h"
+#include "search_path.h"
+#include "system_info.h"
 #include "text.h"
 #include "velcor.h"
 
@@ -30,29 +34,6 @@ static std::wstring Leaf(const std::wstring& path)
 }
 
 /* ---- Machine ---- */
-
-static std::string ComputerName()
-{
-    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
-    DWORD   size = MAX_COMPUTERNAME_LENGTH + 1;
-    return GetComputerNameW(name, &size) ? Narrow(name) : std::string();
-}
-
-static bool IsAdministrator()
-{
-    BYTE  sid[SECURITY_MAX_SID_SIZE];
-    DWORD size = sizeof(sid);
-    BOOL  member = FALSE;
-    return CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, sid, &size) &&
-           CheckTokenMembership(nullptr, sid, &member) && member;
-}
-
-/* There the system's loader of counter names is a stub. */
-static bool IsWine()
-{
-    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
-}
 
 /* No request is sent: it would reset the peaks of the sample under way. */
 static DWORD TryDevice()
@@ -84,98 +65,17 @@ static ULONGLONG MappedRegionBytes()
 
 /* ---- Registry ---- */
 
-namespace {
-
-class RegistryKey {
-public:
-    explicit RegistryKey(const wchar_t* path)
-    {
-        m_error = static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_QUERY_VALUE, &m_key));
-    }
-    ~RegistryKey()
-    {
-        if (m_error == ERROR_SUCCESS)
-            RegCloseKey(m_key);
-    }
-    RegistryKey(const RegistryKey&) = delete;
-    RegistryKey& operator=(const RegistryKey&) = delete;
-
-    DWORD Error() const
-    {
-        return m_error;
-    }
-
-    std::optional<DWORD> Number(const wchar_t* name) const
-    {
-        DWORD value = 0, size = sizeof(value), type = 0;
-        if (m_error != ERROR_SUCCESS ||
-            RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) != ERROR_SUCCESS ||
-            type != REG_DWORD || size != sizeof(value))
-            return std::nullopt;
-        return value;
-    }
-
-    /* All characters of the value, with the NULs in it and without those at its end; variables are left as they stand.
-     */
-    std::optional<std::wstring> Text(const wchar_t* name) const
-    {
-        std::wstring text(1024, L'\0');
-        for (int tries = 0; m_error == ERROR_SUCCESS && tries < 8; tries++) {
-            DWORD      size = static_cast<DWORD>(text.size() * sizeof(wchar_t)), type = 0;
-            const LONG error =
-                RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size);
-            if (error == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ)) {
-                text.resize(std::min<size_t>(text.size(), size / sizeof(wchar_t)));
-                text.erase(text.find_last_not_of(L'\0') + 1);
-                return text;
-            }
-            if (error != ERROR_MORE_DATA)
-                break;
-            text.assign(std::max<size_t>(text.size() * 4, size / sizeof(wchar_t) + 1), L'\0');
-        }
-        return std::nullopt;
-    }
-
-    std::optional<std::string> Utf8(const wchar_t* name) const
-    {
-        const auto text = Text(name);
-        return text ? std::optional<std::string>(Narrow(*text)) : std::nullopt;
-    }
-
-private:
-    HKEY  m_key = nullptr;
-    DWORD m_error = ERROR_SUCCESS;
-};
-
-}  // namespace
-
-static std::wstring Expanded(const std::wstring& text)
+/* nullopt: it is not there, or of another type. */
+static std::optional<std::string> TextOf(const RegistryKey& key, const wchar_t* name)
 {
-    std::wstring whole(32768, L'\0');
-    const DWORD  length = ExpandEnvironmentStringsW(text.c_str(), whole.data(), static_cast<DWORD>(whole.size()));
-    if (length == 0 || length > whole.size())
-        return text;
-    whole.resize(length - 1);
-    return whole;
+    std::wstring text;
+    return key.Text(name, &text) == ERROR_SUCCESS ? std::optional<std::string>(Narrow(text)) : std::nullopt;
 }
 
-/* Whether two paths lead to one file, whatever drives, short names and links they go through. */
-static bool SameFile(const std::wstring& one, const std::wstring& other)
+static std::optional<DWORD> NumberOf(const RegistryKey& key, const wchar_t* name)
 {
-    BY_HANDLE_FILE_INFORMATION info[2] = {};
-    const std::wstring*        paths[2] = { &one, &other };
-    for (int i = 0; i < 2; i++) {
-        const HANDLE file = CreateFileW(paths[i]->c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file == INVALID_HANDLE_VALUE)
-            return false;
-        const BOOL known = GetFileInformationByHandle(file, &info[i]);
-        CloseHandle(file);
-        if (!known)
-            return false;
-    }
-    return info[0].dwVolumeSerialNumber == info[1].dwVolumeSerialNumber &&
-           info[0].nFileIndexHigh == info[1].nFileIndexHigh && info[0].nFileIndexLow == info[1].nFileIndexLow;
+    DWORD number = 0;
+    return key.Number(name, &number) == ERROR_SUCCESS ? std::optional<DWORD>(number) : std::nullopt;
 }
 
 static std::wstring ProductDll(const Home& home)
@@ -189,41 +89,25 @@ static RegistrationFacts LookAtRegistration(const Home& home)
     const RegistryKey       key(PERFORMANCE_KEY);
     RegistrationFacts       facts;
     facts.error = key.Error();
-    facts.library = key.Utf8(VALUE_LIBRARY);
-    facts.open = key.Utf8(VALUE_OPEN);
-    facts.collect = key.Utf8(VALUE_COLLECT);
-    facts.close = key.Utf8(VALUE_CLOSE);
-    facts.objectList = key.Utf8(VALUE_OBJECT_LIST);
-    facts.firstCounter = key.Number(VALUE_FIRST_COUNTER);
-    facts.lastCounter = key.Number(VALUE_LAST_COUNTER);
-    facts.firstHelp = key.Number(VALUE_FIRST_HELP);
-    facts.lastHelp = key.Number(VALUE_LAST_HELP);
-    facts.disabled = key.Number(VALUE_DISABLED);
+    facts.library = TextOf(key, VALUE_LIBRARY);
+    facts.open = TextOf(key, VALUE_OPEN);
+    facts.collect = TextOf(key, VALUE_COLLECT);
+    facts.close = TextOf(key, VALUE_CLOSE);
+    facts.objectList = TextOf(key, VALUE_OBJECT_LIST);
+    facts.firstCounter = NumberOf(key, VALUE_FIRST_COUNTER);
+    facts.lastCounter = NumberOf(key, VALUE_LAST_COUNTER);
+    facts.firstHelp = NumberOf(key, VALUE_FIRST_HELP);
+    facts.lastHelp = NumberOf(key, VALUE_LAST_HELP);
+    facts.disabled = NumberOf(key, VALUE_DISABLED);
     if (facts.library) {
-        const std::wstring path = Expanded(Wide(*facts.library));
-        std::string        file;
+        std::wstring path;
+        std::string  file;
+        key.ExpandedText(VALUE_LIBRARY, &path);
         facts.libraryError = ReadWholeFile(path, bound, &file);
         facts.libraryReadable = facts.libraryError == ERROR_SUCCESS && ReadExports(file, &facts.exports);
         facts.libraryOurs = SameFile(path, ProductDll(home));
     }
     return facts;
-}
-
-/* "name" and "title" by turns, each closed by a NUL. */
-static std::vector<std::string> TitlesOf(const std::wstring& table, DWORD firstCounter)
-{
-    std::vector<std::string> titles(TITLE_NUM);
-    for (size_t at = 0; at < table.size();) {
-        const size_t endOfNumber = table.find(L'\0', at);
-        if (endOfNumber == std::wstring::npos)
-            break;
-        const size_t        endOfTitle = std::min(table.find(L'\0', endOfNumber + 1), table.size());
-        const unsigned long index = std::wcstoul(table.c_str() + at, nullptr, 10);
-        if (index >= firstCounter && (index - firstCounter) % 2 == 0 && (index - firstCounter) / 2 < TITLE_NUM)
-            titles[(index - firstCounter) / 2] = Narrow(table.substr(endOfNumber + 1, endOfTitle - endOfNumber - 1));
-        at = endOfTitle + 1;
-    }
-    return titles;
 }
 
 /* The system's names are read below Perflib: a query of the performance data would call every provider. */
@@ -240,16 +124,22 @@ static NameFacts LookAtNames(const Home& home, const std::optional<DWORD>& first
                       ReadWholeFile(home.Etc() + L"\\" + NAME_SYMBOLS, bound, &symbols) == ERROR_SUCCESS;
     for (const auto& [offset, name] : ParseInstalledTexts(content, symbols).names)
         facts.table.push_back(name);
-    const auto table = RegistryKey(systemTable).Text(L"Counter");
-    if (table && firstCounter)
-        facts.system = TitlesOf(*table, *firstCounter);
+    DWORD             type = REG_NONE;
+    std::vector<BYTE> table;
+    if (firstCounter && RegistryKey(systemTable).Read(L"Counter", &type, &table) == ERROR_SUCCESS) {
+        const PerfTexts texts = ParsePerfTexts(table);
+        for (DWORD i = 0; i < TITLE_NUM; i++) {
+            const auto text = texts.find(*firstCounter + 2 * i);
+            facts.system.push_back(text == texts.end() ? std::string() : text->second);
+        }
+    }
     return facts;
 }
 
 static DebugFacts LookAtDebugSwitch()
 {
     const RegistryKey key(DEBUG_KEY);
-    return { key.Error(), key.Number(DEBUG_VALUE) };
+    return { key.Error(), NumberOf(key, DEBUG_VALUE) };
 }
 
 static EventSourceFacts LookAtEventSource()
@@ -257,7 +147,8 @@ static EventSourceFacts LookAtEventSource()
     const RegistryKey key(EVENT_SOURCE_KEY);
     EventSourceFacts  facts;
     facts.keyError = key.Error();
-    const std::wstring files = Expanded(key.Text(L"EventMessageFile").value_or(L""));
+    std::wstring files;
+    key.ExpandedText(L"EventMessageFile", &files);
     for (size_t at = 0; at < files.size();) {
         const size_t       end = std::min(files.find(L';', at), files.size());
         const std::wstring file = files.substr(at, end - at);
@@ -269,6 +160,14 @@ static EventSourceFacts LookAtEventSource()
         at = end + 1;
     }
     return facts;
+}
+
+/* The value, not this process's environment: a host that a service starts has no other. */
+static SearchPathFact LookAtSearchPath(const Home& home)
+{
+    std::wstring path;
+    const DWORD  error = RegistryKey(ENVIRONMENT_KEY).ExpandedText(L"Path", &path);
+    return { error, HoldsFolder(path, home.Bin()) };
 }
 
 /* ---- Processes ---- */
@@ -437,19 +336,30 @@ static std::string VersionOf(const std::wstring& path)
                        HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
 }
 
+static bool IsThere(const Home& home, const ProductFile& file)
+{
+    return GetFileAttributesW((home.root + L"\\" + file.path).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+/* Whether set-up can run from here. Where it left a real driver alone there is no file of the simulated one. */
+static bool IsWhole(const Home& home, const StatusFacts& status)
+{
+    return std::all_of(std::begin(PRODUCT_FILES), std::end(PRODUCT_FILES), [&](const ProductFile& file) {
+        return (file.rule == FileRule::Driver && !status.feeder.info.installed) || IsThere(home, file);
+    });
+}
+
 static std::vector<BinaryFact> LookAtBinaries(const Home& home)
 {
-    static constexpr const char* needed[] = { "dkpfagent.exe", "dkpfctl.exe", "tnwdiskfltr.dll", "tnwdiskperf.dll",
-                                              "tnwlog.dll",    "tnwmsg.dll",  "tnwxml.dll" };
-    std::vector<BinaryFact>      facts;
+    std::vector<BinaryFact> facts;
     for (const wchar_t* pattern : { L"*.dll", L"*.exe" }) {
         for (const FileEntry& file : FilesIn(home.Bin(), pattern))
             facts.push_back({ Narrow(file.name), true, VersionOf(home.Bin() + L"\\" + file.name) });
     }
-    for (const char* name : needed) {
-        if (std::none_of(facts.begin(), facts.end(),
-                         [&](const BinaryFact& fact) { return _stricmp(fact.file.c_str(), name) == 0; }))
-            facts.push_back({ name, false, "" });
+    for (const ProductFile& file : PRODUCT_FILES) {
+        const std::wstring path = file.path;
+        if (path == BIN_FOLDER + (L"\\" + Leaf(path)) && !IsThere(home, file))
+            facts.push_back({ Narrow(Leaf(path)), false, "" });
     }
     std::sort(facts.begin(), facts.end(), [](const BinaryFact& a, const BinaryFact& b) { return a.file < b.file; });
     return facts;
@@ -468,7 +378,6 @@ DoctorFacts GatherDoctor()
     facts.time = IsoTime(now, facts.utcOffsetMinutes);
     facts.administrator = IsAdministrator();
     facts.wine = IsWine();
-    facts.home = Narrow(home.root);
     facts.status = GatherStatus();
     facts.deviceError = TryDevice();
     facts.regionBytes = MappedRegionBytes();
@@ -476,11 +385,13 @@ DoctorFacts GatherDoctor()
     facts.names = LookAtNames(home, facts.registration.firstCounter);
     facts.debug = LookAtDebugSwitch();
     facts.eventSource = LookAtEventSource();
+    facts.searchPath = LookAtSearchPath(home);
     facts.processes = LookAtProcesses(home);
     facts.aside = LookAtAside(home);
     facts.log = TryFolder(home.Log());
     facts.perf = TryFolder(home.Perf());
     LookAtSpace(home, &facts);
+    facts.whole = IsWhole(home, facts.status);
     facts.binaries = LookAtBinaries(home);
     facts.version = VersionOf(home.Bin() + L"\\dkpfctl.exe");
     return facts;

@@ -1,6 +1,7 @@
 #include "doctor_text.h"
 
 #include <fmt/format.h>
+#include <cctype>
 
 namespace dkpf {
 
@@ -12,19 +13,14 @@ ToolExit DoctorExit(const Findings& findings)
 }
 
 /* The column that the eye runs down: what needs somebody stands in capitals. */
-static const char* LevelColumn(Level level)
+static std::string LevelColumn(Level level)
 {
-    switch (level) {
-    case Level::Ok:
-        return "ok";
-    case Level::Note:
-        return "note";
-    case Level::Warning:
-        return "WARNING";
-    case Level::Wrong:
-        break;
+    std::string text = LevelText(level);
+    if (level >= Level::Warning) {
+        for (char& letter : text)
+            letter = static_cast<char>(std::toupper(letter));
     }
-    return "WRONG";
+    return text;
 }
 
 std::string DoctorText(const DoctorFacts& facts, const Findings& findings, const std::optional<FixResult>& fix)

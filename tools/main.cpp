@@ -225,7 +225,7 @@ static void DescribeSetup(CLI::App& app, Choice* choice)
 {
     CLI::App* install = app.add_subcommand("install", "Puts the product that this program belongs to in place and "
                                                       "registers it: files, services, performance provider.");
-    install->add_option("--home", choice->install.home, "folder to install into [%ProgramFiles%\\TARNWELL]");
+    install->add_option("--home", choice->install.home, "folder to install into [%ProgramFiles%\\TARNWELL, wherever this program lies]");
     install->add_flag("--no-driver", choice->install.noDriver,
                       "a real mirror disk driver is there: the simulated driver and its feeder are not installed");
     install->footer(INSTALL_EXIT);

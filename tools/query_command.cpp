@@ -7,26 +7,10 @@
 #include "query_wait.h"
 #include "reader.h"
 #include "registration.h"
+#include "system_info.h"
 #include "text.h"
 
 namespace dkpf {
-
-static std::string ComputerName()
-{
-    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
-    DWORD   length = ARRAYSIZE(name);
-    return GetComputerNameW(name, &length) ? Narrow(name) : std::string();
-}
-
-static int UtcOffsetMinutes()
-{
-    TIME_ZONE_INFORMATION zone{};
-    const DWORD           season = GetTimeZoneInformation(&zone);
-    const LONG            bias = season == TIME_ZONE_ID_DAYLIGHT   ? zone.DaylightBias
-                                 : season == TIME_ZONE_ID_STANDARD ? zone.StandardBias
-                                                                   : 0;
-    return static_cast<int>(-(zone.Bias + bias));
-}
 
 /* The counters that were asked for, all without one. FALSE: there is none of that name. */
 static bool ChosenCounters(const CounterNames& names, const std::string& asked, std::vector<size_t>* counters)
@@ -85,7 +69,7 @@ ToolExit RunQuery(const QueryOptions& options)
     }
     facts.names = reader.Names();
     facts.computer = ComputerName();
-    facts.utcOffsetMinutes = UtcOffsetMinutes();
+    facts.utcOffsetMinutes = LocalUtcOffsetMinutes();
     facts.nameTable = Narrow(home.Etc() + L"\\" + NAME_TABLE);
     Print(Formatted(facts, options.format));
     return TOOL_OK;

@@ -38,6 +38,8 @@ struct DoctorSummary {
 };
 
 struct StatusFacts {
+    std::string home;
+
     ServiceFact driver;
     ServiceFact feeder;
     ServiceFact agentService;
@@ -49,9 +51,10 @@ struct StatusFacts {
     ConfigVerdict file;
 
     RegionStatus              region = RegionStatus::Absent;
-    std::string               regionWords;  // where not Copied
-    RegionView                view;         // only where Copied
-    std::vector<ConsumerFact> consumers;    // rows in use
+    bool                      regionOpened = false;  // where Refused: not for lack of rights
+    std::string               regionWords;           // where not Copied
+    RegionView                view;                  // only where Copied
+    std::vector<ConsumerFact> consumers;             // rows in use
 
     EventHistory events;  // since the agent's start; empty where it is not known
 

@@ -21,14 +21,14 @@ static ULONGLONG MsSince(ULONGLONG started)
 {
     FILETIME now{};
     GetSystemTimeAsFileTime(&now);
-    const ULONGLONG time = (static_cast<ULONGLONG>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
-    return time > started ? (time - started) / 10000 : 0;
+    return UnitsOf(now) > started ? (UnitsOf(now) - started) / 10000 : 0;
 }
 
 StatusFacts GatherStatus()
 {
     const Home  home = HomeOfThisProgram();
     StatusFacts facts;
+    facts.home = Narrow(home.root);
     facts.driver = LookAtService(DRIVER_SERVICE);
     facts.feeder = LookAtService(FEEDER_SERVICE);
     facts.agentService = LookAtService(AGENT_SERVICE);
@@ -44,6 +44,7 @@ StatusFacts GatherStatus()
 
     RegionCopy copy = ReadRegion();
     facts.region = copy.status;
+    facts.regionOpened = copy.opened;
     facts.regionWords = copy.words;
     if (copy.status == RegionStatus::Copied) {
         facts.view = ViewRegion(*copy.info, copy.tick);

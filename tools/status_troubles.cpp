@@ -6,6 +6,12 @@
 
 namespace dkpf {
 
+std::string InstallCommand(const StatusFacts& facts)
+{
+    const bool realDriver = facts.driver.info.installed && !facts.feeder.info.installed;
+    return fmt::format("dkpfctl install --home \"{}\"{}", facts.home, realDriver ? " --no-driver" : "");
+}
+
 void AboutDriver(const StatusFacts& facts, Troubles* troubles)
 {
     const ServiceInfo& driver = facts.driver.info;
@@ -14,7 +20,7 @@ void AboutDriver(const StatusFacts& facts, Troubles* troubles)
                               "the driver's service velcor cannot be asked: " + SystemErrorText(driver.error),
                               "run this as an administrator" });
     else if (!driver.installed)
-        troubles->push_back({ "driver_not_installed", "the driver velcor is not installed", "dkpfctl install" });
+        troubles->push_back({ "driver_not_installed", "the driver velcor is not installed", InstallCommand(facts) });
     else if (driver.state != SERVICE_RUNNING)
         troubles->push_back({ "driver_not_running", "the driver velcor is " + ServiceStateText(driver.state),
                               "net start velcor, then restart the disk agent" });
@@ -46,7 +52,7 @@ void AboutAgent(const StatusFacts& facts, Troubles* troubles)
     const AgentState&  state = facts.agent.state;
     const ServiceInfo& service = facts.agentService.info;
     const std::string  startIt =
-        service.installed || service.error != ERROR_SUCCESS ? "net start dkpfagent" : "dkpfctl install";
+        service.installed || service.error != ERROR_SUCCESS ? "net start dkpfagent" : InstallCommand(facts);
     if (facts.agent.file == StateFile::Damaged)
         troubles->push_back({ "agent_state_damaged", "agent.state cannot be read: " + facts.agent.why,
                               "restart the disk agent: it writes the file anew" });
@@ -93,7 +99,9 @@ void AboutRegion(const StatusFacts& facts, Troubles* troubles)
         return;
     }
     if (facts.region == RegionStatus::Refused)
-        troubles->push_back({ "region_refused", facts.regionWords, "run this as an administrator" });
+        troubles->push_back({ "region_refused", facts.regionWords,
+                              facts.regionOpened ? "stop the disk agent and every reader, net start dkpfagent"
+                                                 : "run this as an administrator" });
     if (facts.region != RegionStatus::Copied)
         return;
     for (const std::string& damage : facts.view.damage)

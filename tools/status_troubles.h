@@ -19,6 +19,10 @@ struct Trouble {
 
 using Troubles = std::vector<Trouble>;
 
+/* The command that mends this installation, wherever it lies: set-up without --home takes its default folder. It leaves
+ * a driver alone that has no feeder, as set-up was told when it found a real one. */
+std::string InstallCommand(const StatusFacts& facts);
+
 /* One area each; the doctor's checks are made of the same. They append what they find. */
 void AboutDriver(const StatusFacts& facts, Troubles* troubles);
 void AboutFeeder(const StatusFacts& facts, Troubles* troubles);

@@ -39,8 +39,13 @@ std::vector<std::wstring> Describe(const MachineState& state, bool running)
         lines.push_back(L"service " + name + L" " + std::to_wstring(service.config.type) + L" " +
                         std::to_wstring(service.config.start) + L" " + service.config.command + L" " +
                         service.config.displayName + (running && service.runs ? L" runs" : L""));
-        for (const auto& [setting, text] : service.settings)
-            lines.push_back(name + L" has " + std::to_wstring(static_cast<int>(setting)) + L" " + text.c_str());
+        for (const auto& [setting, value] : service.settings) {
+            std::wstring words = value.text.c_str();
+            for (const FailureAction& action : value.actions)
+                words += std::to_wstring(action.type) + L" after " + std::to_wstring(action.delayMs) + L", ";
+            lines.push_back(name + L" has " + std::to_wstring(static_cast<int>(setting)) + L" " + words +
+                            std::to_wstring(value.resetS));
+        }
     }
     for (const std::wstring& path : state.atRestart)
         lines.push_back(L"at restart " + path);
@@ -337,18 +342,22 @@ DWORD FakeMachine::RemoveService(const std::wstring& name)
     });
 }
 
-bool FakeMachine::HasSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text)
+DWORD FakeMachine::ReadSetting(const std::wstring& name, ServiceSetting setting, ServiceSettingValue* value)
 {
     const auto& settings = state.services.at(name).settings;
     const auto  found = settings.find(setting);
-    return found != settings.end() && found->second == text;
+    *value = found != settings.end() ? found->second : ServiceSettingValue();
+    return ERROR_SUCCESS;
 }
 
-DWORD FakeMachine::SetSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text)
+DWORD FakeMachine::SetSetting(const std::wstring& name, ServiceSetting setting, const ServiceSettingValue& value)
 {
     return Change("set service " + Narrow(name), [&]() -> DWORD {
-        if (settingsKept)
-            state.services.at(name).settings[setting] = text;
+        auto& settings = state.services.at(name).settings;
+        if (settingsKept && value == ServiceSettingValue())
+            settings.erase(setting);
+        else if (settingsKept)
+            settings[setting] = value;
         return ERROR_SUCCESS;
     });
 }

@@ -18,9 +18,9 @@ namespace dkpf {
 struct Killed {};
 
 struct FakeService {
-    ServiceConfig                          config;
-    std::map<ServiceSetting, std::wstring> settings;
-    bool                                   runs = false;
+    ServiceConfig                                 config;
+    std::map<ServiceSetting, ServiceSettingValue> settings;
+    bool                                          runs = false;
 };
 
 /* All that stays on a machine when the program ends. */
@@ -81,8 +81,8 @@ public:
     DWORD                     AddService(const std::wstring& name, const ServiceConfig& config) override;
     DWORD                     ChangeService(const std::wstring& name, const ServiceConfig& config) override;
     DWORD                     RemoveService(const std::wstring& name) override;
-    bool  HasSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text) override;
-    DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text) override;
+    DWORD ReadSetting(const std::wstring& name, ServiceSetting setting, ServiceSettingValue* value) override;
+    DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const ServiceSettingValue& value) override;
     bool  Runs(const std::wstring& name) override;
     DWORD StartAndWait(const std::wstring& name) override;
     DWORD StopAndWait(const std::wstring& name) override;

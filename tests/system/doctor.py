@@ -10,9 +10,14 @@ from product import ROOT, WINE, Failed, expect, main, wait_for
 PERFORMANCE = r"HKLM\SYSTEM\CurrentControlSet\Services\tnwdiskperf\Performance"
 DEBUG = r"HKLM\Software\OSK\TARNWELL\work"
 SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\tnwdiskperf"
+ENVIRONMENT = r"HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment"
 ROLE = ROOT / "build/win/tests/diskperf_role.exe"
 QUERIES = ROOT / "build/win/tests/bin/perf_queries.exe"
+PROVOKE = ROOT / "build/win/tests/bin/provoke.exe"
 STAGE = ROOT / "build/stage"
+# Parts of cures that are for people.
+SAID_ONLY = ("programs see it when they are started again", "services after a restart of the machine",
+             "the order of starting is velcor", "velcorfeed", "dkpfagent")
 
 
 class Helper:
@@ -50,6 +55,7 @@ class Case:
         self.bin = product.home / "bin"
         self.dll = self.bin / "tnwdiskperf.dll"
         self.config = product.home / "etc/cluster.xml"
+        self.holders = []  # programs that a cure ends
 
     # ---- Programs ----
 
@@ -67,29 +73,15 @@ class Case:
         expect(role.ask("init 0") == "1 b0000000", "the role could not attach")
         return role
 
-    # ---- Registration ----
+    def provoke(self, *arguments):
+        helper = Helper(self.product, PROVOKE, *arguments)
+        expect(helper.line == "done", f"provoke {arguments}: {helper.line}")
+        return helper
 
-    def installs(self):
-        """Whether dkpfctl can put the product in place by itself."""
-        return re.search(r"(?m)^  install\b", self.product.ctl("--help")[1])
+    # ---- Registration ----
 
     def add(self, key, value, kind, data):
         self.wine("reg", "add", key, "/v", value, "/t", kind, "/d", str(data), "/f")
-
-    def register(self):
-        """What set-up writes into registry and etc."""
-        for value, data in (("Library", self.windows(self.dll)), ("Open", "DkpfOpenForPerfmon"),
-                            ("Collect", "DkpfCollectForPerfmon"), ("Close", "DkpfCloseForPerfmon"),
-                            ("Object List", "2000")):
-            self.add(PERFORMANCE, value, "REG_SZ", data)
-        for value, data in (("First Counter", 2000), ("Last Counter", 2034), ("First Help", 2001),
-                            ("Last Help", 2035)):
-            self.add(PERFORMANCE, value, "REG_DWORD", data)
-        self.add(SOURCE, "EventMessageFile", "REG_EXPAND_SZ", self.windows(self.bin / "tnwmsg.dll"))
-        table = STAGE / "etc/tnwdiskperf.ini"
-        names = "".join(f"TITLE_{i}_009_NAME=Title {i}\r\n" for i in range(18))
-        (self.product.home / "etc/tnwdiskperf.ini").write_text(
-            table.read_text() if table.exists() else f"[text]\r\n{names}", newline="")
 
     # ---- Doctor ----
 
@@ -123,24 +115,33 @@ class Case:
 
     def cure(self, code, level, *more):
         """Finds it, follows its words, and it is gone; so are those that came with it."""
-        for command in re.split(r"; |, then |, ", self.find(code, level)["cure"]):
-            self.follow(command)
+        self.follow(self.find(code, level)["cure"])
         self.gone(code, *more)
 
-    def follow(self, command):
-        if command == "dkpfctl install" and not self.installs():
-            self.register()
-        elif command.startswith("dkpfctl "):
+    def follow(self, cure):
+        """Does what the words say, command by command."""
+        package = "out of the package of the version that is wanted: "
+        for command in re.split(r"; |, then |, ", cure):
+            program = (STAGE if command.startswith(package) else self.product.home) / "bin/dkpfctl.exe"
+            self.do(program, command.removeprefix(package))
+
+    def do(self, program, command):
+        if command.startswith("dkpfctl "):
             if command == "dkpfctl config reload":
                 time.sleep(1.5)  # more than an interval: several reloads in one may stop the collecting
-            words = command.split()[1:]
-            if words == ["install"]:  # this home is not the default one
-                words += ["--home", self.windows(self.product.home)]
-            code, text = self.product.ctl(*words)
+            words = [word.strip('"') for word in re.findall(r'"[^"]*"|\S+', command)]
+            code, text = self.product.run([WINE, str(program), *words[1:]])
             expect(code == 0, f"{command}: exit code {code}\n{text}")
+        elif command == "free space on its volume":
+            (self.product.perf / "filler").unlink()
         elif command == "restart the disk agent":
             self.product.must("product_stop")
             self.product.start()
+        elif command == "stop the disk agent and every reader":
+            if self.product.state("dkpfagent") == "RUNNING":
+                self.wine("net", "stop", "dkpfagent")
+            while self.holders:
+                self.holders.pop().end()
         elif command.startswith("net start "):
             self.product.start(command.split()[2])
         elif command.startswith(("net ", "reg ")):
@@ -150,6 +151,8 @@ class Case:
             local = path.strip('"').replace("\\", "/")[2:]  # every path here is one of Z:
             expect(str(self.product.home) in local, command)
             self.wine("cmd", "/c", verb, path.strip('"'))
+        else:
+            expect(command in SAID_ONLY, f"nobody knows how to do this: {command}")
 
     # ---- The cases ----
 
@@ -192,6 +195,14 @@ class Case:
         self.follow("dkpfctl config reload")
         self.gone("config_refused", "readers_fail_on_file")
 
+        # Refused by the agent, and corrected behind its back.
+        self.config.write_text(good.replace("<writeinterval>1<", "<writeinterval>often<"))
+        helper = self.provoke("reload")
+        wait_for("the agent's refusal", lambda: '"result": "refused"' in product.text("agent.state"))
+        helper.end()
+        self.config.write_text(good)
+        self.cure("reload_failed", "wrong")
+
         self.config.write_text(good.replace("<writeinterval>", "<writeintervall>5</writeintervall><writeinterval>"))
         expect("/root/diskperf/parameters/writeintervall" in self.find("unknown_key", "warning")["text"], "no key")
         self.config.write_text(good)
@@ -204,6 +215,22 @@ class Case:
         self.config.write_text(good)
         self.follow("dkpfctl config reload")
         self.gone("space_short")
+
+    def region(self):
+        """Damaged, and of the size of another version, kept alive by a reader of that version."""
+        helper = self.provoke("damage")
+        helper.end()
+        self.cure("region_damaged", "wrong")
+
+        self.wine("net", "stop", "dkpfagent")
+        self.holders.append(self.provoke("hold", "smaller"))
+        self.find("region_size", "wrong")
+        self.cure("region_refused", "wrong", "region_size", "agent_not_running")
+
+        self.wine("net", "stop", "dkpfagent")
+        self.holders.append(self.provoke("hold", "larger"))
+        self.follow("net start dkpfagent")
+        self.cure("region_size", "wrong")
 
     def registration(self):
         for value, code, level in (("Library", "library_value_missing", "wrong"),
@@ -233,6 +260,13 @@ class Case:
         self.cure("event_source_missing", "warning")
         self.add(SOURCE, "EventMessageFile", "REG_SZ", r"C:\gone\tnwmsg.dll")
         self.cure("event_file_missing", "warning")
+
+        code, text = self.product.run([WINE, "reg", "query", ENVIRONMENT, "/v", "Path"])
+        kind, path = re.search(r"(REG_\w+)\s+(.*)", text).groups()
+        ours = f";{self.windows(self.bin)}"
+        expect(path.endswith(ours), f"set-up left the PATH {path}")
+        self.add(ENVIRONMENT, "Path", kind, path.removesuffix(ours))
+        self.cure("path_lacks_bin", "warning")
 
         self.add(DEBUG, "dkpf_debug", "REG_DWORD", 2)
         self.cure("debug_stops", "wrong")
@@ -341,6 +375,17 @@ class Case:
         self.gone("binary_missing", "version_differs")
 
         self.wine("net", "stop", "dkpfagent")
+        # Names of files may run out before the space does.
+        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "nr_inodes=2", "tmpfs", str(product.perf)],
+                               capture_output=True, text=True)
+        if mount.returncode == 0:
+            (product.perf / "filler").touch()
+            self.cure("folder_not_writable", "wrong")
+            subprocess.run(["umount", str(product.perf)], check=True)
+        else:
+            print(f"no small disk can be made here, mount says: {mount.stderr.strip()}")
+            expect("permission denied" in mount.stderr or "must be superuser" in mount.stderr, mount.stderr)
+
         aside = product.folder / "log"
         product.log.rename(aside)
         self.cure("folder_missing", "wrong")
@@ -354,7 +399,6 @@ class Case:
 def check(product):
     product.install("disk 1 on async\nstep 1000\n")
     case = Case(product)
-    case.register()
     product.start()
     code, text = product.ctl("doctor")
     expect(wait_for("nothing", lambda: product.ctl("doctor")[0] == 0), text)
@@ -364,8 +408,8 @@ def check(product):
     expect(f"they come from {case.windows(product.home / 'etc/tnwdiskperf.ini')}\n" in text, text)
     expect(product.ctl("doctor", "--fixx")[0] == 2, "a wrong option is accepted")
 
-    for part in (case.services, case.configuration, case.registration, case.provider, case.readers, case.rows,
-                 case.installation):
+    for part in (case.services, case.configuration, case.region, case.registration, case.provider, case.readers,
+                 case.rows, case.installation):
         part()
         case.well(part.__name__)
         print(f"{part.__name__}: cured", flush=True)

@@ -7,6 +7,12 @@ add_executable(perf_queries system/perf_queries.cpp)
 target_link_libraries(perf_queries PRIVATE dkpf_warnings)
 set_target_properties(perf_queries PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/bin)
 
+add_executable(provoke system/provoke.cpp)
+target_include_directories(provoke PRIVATE ${CMAKE_SOURCE_DIR}/tools/shared ${CMAKE_SOURCE_DIR}/diskperf/include
+    ${CMAKE_SOURCE_DIR}/platform/include)
+target_link_libraries(provoke PRIVATE dkpf_warnings)
+set_target_properties(provoke PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/bin)
+
 add_executable(perf_objects system/perf_objects.cpp)
 target_link_options(perf_objects PRIVATE -municode)
 target_link_libraries(perf_objects PRIVATE ctl_perf dkpf_warnings)
@@ -32,3 +38,5 @@ dkpf_system_test(killed_agent)
 dkpf_system_test(disk_full)
 dkpf_system_test(performance_library)
 dkpf_system_test(install_cycle)
+dkpf_system_test(doctor)
+set_tests_properties(system.doctor PROPERTIES TIMEOUT 900)  # 40 findings, a minute or three

@@ -127,6 +127,7 @@ TEST(RegionReader, ARegionOfAnotherSizeIsRefusedInWords)
     MadeRegion       region(4096);
     const RegionCopy copy = ReadRegion(SOURCE);
     EXPECT_EQ(copy.status, RegionStatus::Refused);
+    EXPECT_TRUE(copy.opened);
     EXPECT_THAT(copy.words, HasSubstr("216784 bytes"));
 }
 

@@ -14,6 +14,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -21,6 +22,10 @@ constexpr ULONGLONG MIB = 1024 * 1024;
 
 const char* const TITLES[] = { "Object", "A", "B", "C", "D", "E", "F", "G", "H",
                                "I",      "J", "K", "L", "M", "N", "O", "P", "Q" };
+
+constexpr char INSTALL[] = "dkpfctl install --home \"C:\\home\"";
+constexpr char INSTALL_PACKAGE[] =
+    "out of the package of the version that is wanted: dkpfctl install --home \"C:\\home\"";
 
 class DoctorTest : public testing::Test {
 protected:
@@ -30,7 +35,7 @@ protected:
         facts.time = "2026-03-07T15:05:09.042+09:00";
         facts.utcOffsetMinutes = 540;
         facts.administrator = true;
-        facts.home = "C:\\home";
+        facts.status.home = "C:\\home";
         FillStatus();
         facts.regionBytes = (DKPF_SHM_SIZE + 4095) / 4096 * 4096;
 
@@ -53,6 +58,7 @@ protected:
         facts.names.tableRead = true;
         facts.names.table = facts.names.system;
         facts.names.tablePath = "C:\\home\\etc\\tnwdiskperf.ini";
+        facts.searchPath.holdsBin = true;
         facts.eventSource.messageFiles = { "C:\\home\\bin\\tnwmsg.dll" };
         facts.processes = { Process(40, "dkpfagent.exe", 1000, true), Process(500, "reader.exe", 2000, true),
                             Process(600, "other.exe", 500, false) };
@@ -194,7 +200,7 @@ TEST_F(DoctorTest, ADeadAgentAndOneThatIsNotInstalled)
     EXPECT_THAT(Codes(), ElementsAre("agent_died wrong"));
     EXPECT_EQ(Of("agent_died").cure, "net start dkpfagent");
     facts.status.agentService.info = ServiceInfo{};
-    EXPECT_EQ(Of("agent_died").cure, "dkpfctl install");
+    EXPECT_EQ(Of("agent_died").cure, INSTALL);
 }
 
 TEST_F(DoctorTest, AnAgentThatWasStartedBeforeTheDriver)
@@ -238,10 +244,22 @@ TEST_F(DoctorTest, ALockThatIsNotFree)
     EXPECT_THAT(Codes(), ElementsAre("region_busy wrong"));
 }
 
+TEST_F(DoctorTest, ARegionThatIsRefused)
+{
+    facts.status.region = RegionStatus::Refused;
+    facts.status.regionWords = "refused";
+    EXPECT_THAT(Codes(), ElementsAre("region_refused wrong"));
+    EXPECT_EQ(Of("region_refused").cure, "run this as an administrator");
+    facts.status.regionOpened = true;  // it has another size
+    EXPECT_EQ(Of("region_refused").cure, "stop the disk agent and every reader, net start dkpfagent");
+}
+
 TEST_F(DoctorTest, ARegionOfAnotherSize)
 {
     facts.regionBytes += 4096;
     EXPECT_THAT(Codes(), ElementsAre("region_size wrong"));
+    EXPECT_EQ(Of("region_size").cure,
+              std::string("stop the disk agent and every reader, ") + INSTALL + ", net start dkpfagent");
     facts.regionBytes = 0;  // there is none, which the region's own check says
     EXPECT_THAT(Codes(), IsEmpty());
 }
@@ -338,7 +356,7 @@ TEST_F(DoctorTest, AProviderThatIsNotRegistered)
     EXPECT_THAT(Codes(),
                 ElementsAre("not_registered wrong", "not_looked_at note", "not_looked_at note", "not_looked_at note",
                             "not_looked_at note", "not_looked_at note", "not_looked_at note"));
-    EXPECT_EQ(Of("not_registered").cure, "dkpfctl install");
+    EXPECT_EQ(Of("not_registered").cure, INSTALL);
     facts.registration.error = ERROR_ACCESS_DENIED;
     EXPECT_EQ(Of("registration_not_asked").cure, "run this as an administrator");
 }
@@ -370,8 +388,12 @@ TEST_F(DoctorTest, ALibraryThatLacksAnExportOrIsNoLibrary)
     facts.registration.exports = { "DkpfCollectForPerfmon", "DkpfCloseForPerfmon" };
     EXPECT_THAT(Codes(), ElementsAre("export_missing wrong"));
     EXPECT_EQ(Of("export_missing").text, "the registered library does not export DkpfOpenForPerfmon");
+    EXPECT_EQ(Of("export_missing").cure, INSTALL_PACKAGE);  // it is the file of this installation
     facts.registration.libraryReadable = false;
     EXPECT_THAT(Codes(), ElementsAre("library_damaged wrong"));
+    EXPECT_EQ(Of("library_damaged").cure, INSTALL_PACKAGE);
+    facts.registration.libraryOurs = false;
+    EXPECT_EQ(Of("library_damaged").cure, INSTALL);
 }
 
 TEST_F(DoctorTest, TheTitleIndexRange)
@@ -400,6 +422,7 @@ TEST_F(DoctorTest, NamesThatTheSystemDoesNotHaveComeFromTheInstalledTableUnderWi
 {
     facts.names.system.clear();
     EXPECT_THAT(Codes(), ElementsAre("names_not_in_system wrong"));
+    EXPECT_EQ(Of("names_not_in_system").cure, std::string("unlodctr tnwdiskperf, then ") + INSTALL);
     facts.wine = true;
     EXPECT_THAT(Codes(), IsEmpty());
     EXPECT_EQ(Of("names").text,
@@ -410,6 +433,7 @@ TEST_F(DoctorTest, NamesOfTheSystemThatAreNotOurs)
 {
     facts.names.system[2] = "Somebody else";
     EXPECT_THAT(Codes(), ElementsAre("names_differ wrong"));
+    EXPECT_EQ(Of("names_differ").cure, std::string("unlodctr tnwdiskperf, then ") + INSTALL);
     EXPECT_EQ(Of("names_differ").text,
               "the system's table calls title index 2004 \"Somebody else\", which is no name of ours");
 }
@@ -418,6 +442,7 @@ TEST_F(DoctorTest, AnInstalledTableThatIsMissingOrCutOff)
 {
     facts.names.table.pop_back();
     EXPECT_THAT(Codes(), ElementsAre("name_table_bad warning"));
+    EXPECT_EQ(Of("name_table_bad").cure, INSTALL_PACKAGE);
     facts.names.system.clear();
     facts.names.tableRead = false;
     EXPECT_THAT(Codes(), ElementsAre("name_table_bad wrong"));
@@ -467,6 +492,19 @@ TEST_F(DoctorTest, TheEventSource)
     EXPECT_THAT(Codes(), ElementsAre("event_source_missing warning"));
 }
 
+TEST_F(DoctorTest, ASearchPathWithoutOurFolder)
+{
+    facts.searchPath.holdsBin = false;
+    EXPECT_THAT(Codes(), ElementsAre("path_lacks_bin warning"));
+    EXPECT_EQ(Of("path_lacks_bin").text,
+              "the system's PATH lacks C:\\home\\bin: programs may not find the libraries that the provider needs");
+    EXPECT_THAT(Of("path_lacks_bin").cure, StartsWith(INSTALL));
+    facts.searchPath.error = ERROR_FILE_NOT_FOUND;  // no PATH at all
+    EXPECT_THAT(Codes(), ElementsAre("path_lacks_bin warning"));
+    facts.searchPath.error = ERROR_ACCESS_DENIED;
+    EXPECT_THAT(Codes(), ElementsAre("path_not_asked note"));
+}
+
 /* ---- Installation ---- */
 
 TEST_F(DoctorTest, FoldersThatCannotBeWrittenTo)
@@ -476,7 +514,7 @@ TEST_F(DoctorTest, FoldersThatCannotBeWrittenTo)
     EXPECT_THAT(Of("folder_missing").cure, HasSubstr("mkdir \"C:\\home\\log\""));
     facts.log.error = ERROR_ACCESS_DENIED;
     EXPECT_THAT(Codes(), ElementsAre("folder_not_writable wrong"));
-    EXPECT_EQ(Of("folder_not_writable").cure, "dkpfctl install");
+    EXPECT_EQ(Of("folder_not_writable").cure, INSTALL);
     facts.log.error = ERROR_DISK_FULL;
     EXPECT_EQ(Of("folder_not_writable").cure, "free space on its volume");
 }
@@ -529,6 +567,25 @@ TEST_F(DoctorTest, BinariesOfAnotherVersionMissingOrForeign)
     facts.binaries[1] = { "stranger.dll", true, "1.0.0.0" };
     EXPECT_THAT(Codes(), ElementsAre("foreign_binary warning"));
     EXPECT_EQ(Of("foreign_binary").cure, "del \"C:\\home\\bin\\stranger.dll\"");
+}
+
+// Set-up installs the files beside its program, and does nothing where one is missing.
+TEST_F(DoctorTest, AnInstallationThatIsNotWholeIsMendedOutOfThePackage)
+{
+    facts.registration.objectList.reset();
+    EXPECT_EQ(Of("object_list_missing").cure, INSTALL);
+    facts.whole = false;
+    EXPECT_EQ(Of("object_list_missing").cure, INSTALL_PACKAGE);
+}
+
+TEST_F(DoctorTest, ADriverWithoutAFeederIsARealOneThatSetUpLeavesAlone)
+{
+    facts.registration.objectList.reset();
+    facts.status.feeder.info = ServiceInfo{};
+    EXPECT_EQ(Of("object_list_missing").cure, std::string(INSTALL) + " --no-driver");
+    facts.status.driver.info = ServiceInfo{};
+    EXPECT_EQ(Of("object_list_missing").cure, INSTALL);
+    EXPECT_EQ(Of("driver_not_installed").cure, INSTALL);
 }
 
 /* ---- Exit code and printing ---- */

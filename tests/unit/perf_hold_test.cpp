@@ -112,8 +112,8 @@ TEST_F(ProviderHoldTest, EachResultOfAnOpenHasItsWords)
 {
     EXPECT_THAT(OpenErrorText(21), HasSubstr("is the disk agent running"));
     EXPECT_THAT(OpenErrorText(5), HasSubstr("collection is switched off"));
-    EXPECT_THAT(OpenErrorText(1011), HasSubstr("dkpfctl install"));
-    EXPECT_THAT(OpenErrorText(1012), HasSubstr("dkpfctl install"));
+    EXPECT_THAT(OpenErrorText(1011), HasSubstr("dkpfctl doctor"));
+    EXPECT_THAT(OpenErrorText(1012), HasSubstr("dkpfctl doctor"));
     EXPECT_THAT(OpenErrorText(1), HasSubstr("no sample yet"));
     EXPECT_THAT(OpenErrorText(14), HasSubstr("memory"));
     EXPECT_THAT(OpenErrorText(87), HasSubstr("could not be opened: error 87"));

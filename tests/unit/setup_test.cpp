@@ -2,6 +2,7 @@
 // change, runs over what is there.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <algorithm>
 
 #include "doubles/machine_double.h"
 #include "install.h"
@@ -63,6 +64,10 @@ protected:
         for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
             machine.state.services.at(name).runs = true;
         machine.state.files[HOME + L"\\etc\\cluster.xml"] = "the operator's";
+        auto& settings = machine.state.services.at(AGENT_SERVICE).settings;
+        settings[ServiceSetting::Description] = { L"words of one", {}, 0 };
+        settings[ServiceSetting::FailureActions] = { L"", { { SC_ACTION_NONE, 0 } }, 60 };
+        settings.erase(ServiceSetting::RequiredPrivileges);
         machine.calls.clear();
         Unpack(machine, "two");
         return machine;
@@ -98,6 +103,11 @@ TEST_F(Setup, EverythingIsWhereItBelongs)
     EXPECT_EQ(agent.config.command, L"\"" + HOME + L"\\bin\\dkpfagent.exe\"");
     EXPECT_EQ(agent.config.start, static_cast<DWORD>(SERVICE_AUTO_START));
     EXPECT_EQ(agent.settings.size(), 3u);
+    const std::vector<FailureAction> restarts = { { SC_ACTION_RESTART, 5000 },
+                                                  { SC_ACTION_RESTART, 30000 },
+                                                  { SC_ACTION_RESTART, 60000 } };
+    EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).actions, restarts);
+    EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).resetS, 86400u);
     EXPECT_EQ(machine.state.services.at(DRIVER_SERVICE).config.type, static_cast<DWORD>(SERVICE_KERNEL_DRIVER));
     EXPECT_EQ(machine.state.folders[HOME + L"\\log"], LOG_ACCESS);
     EXPECT_EQ(machine.state.folders[HOME + L"\\bin"], READ_ONLY_ACCESS);
@@ -138,6 +148,22 @@ TEST_F(Setup, AServiceSettingThatIsRefusedEndsItUnlessTheSystemKeepsNone)
     const auto before = Describe(real.state);
     EXPECT_FALSE(Run(real));
     EXPECT_THAT(Describe(real.state), ElementsAreArray(before));
+}
+
+TEST_F(Setup, TheSettingsOfAnAgentThatWasThereComeBack)
+{
+    FakeMachine beginning = Older(true);
+    FakeMachine whole = beginning;
+    ASSERT_TRUE(Run(whole));
+    const auto settings = [](FakeMachine& machine) { return machine.state.services.at(AGENT_SERVICE).settings; };
+    EXPECT_EQ(settings(whole).size(), 3u);
+    EXPECT_FALSE(settings(whole) == settings(beginning));
+
+    FakeMachine failing = beginning;
+    const auto start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");  // the last step's
+    failing.failAt = static_cast<size_t>(start - whole.calls.begin()) + 1;
+    EXPECT_FALSE(Run(failing));
+    EXPECT_TRUE(settings(failing) == settings(beginning));
 }
 
 TEST_F(Setup, NoAdministratorNoChange)

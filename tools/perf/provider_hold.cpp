@@ -1,16 +1,14 @@
 #include "provider_hold.h"
 
 #include <fmt/format.h>
-#include <vector>
 
 #include "registration.h"
+#include "registry_key.h"
 #include "text.h"
 
 namespace dkpf {
 
 namespace {
-
-constexpr size_t TEXT_BOUND = 32 * 1024;  // longest path, letters
 
 using OpenFn = DWORD(APIENTRY*)(LPWSTR);
 using CloseFn = DWORD(APIENTRY*)();
@@ -22,43 +20,21 @@ template <class Function> Function As(FARPROC address)
     return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
 }
 
-/* A REG_SZ, or a REG_EXPAND_SZ with its environment strings expanded. */
-DWORD ReadText(HKEY key, const wchar_t* name, std::wstring* text)
-{
-    std::vector<wchar_t> buffer(TEXT_BOUND);
-    DWORD                bytes = static_cast<DWORD>(buffer.size() * sizeof(wchar_t));
-    const DWORD          error =
-        static_cast<DWORD>(RegGetValueW(key, nullptr, name, RRF_RT_REG_SZ, nullptr, buffer.data(), &bytes));
-    if (error == ERROR_SUCCESS)
-        *text = buffer.data();
-    return error;
-}
-
-DWORD ReadNumber(HKEY key, const wchar_t* name, DWORD* number)
-{
-    DWORD bytes = sizeof(*number);
-    return static_cast<DWORD>(RegGetValueW(key, nullptr, name, RRF_RT_REG_DWORD, nullptr, number, &bytes));
-}
-
 }  // namespace
 
 ProviderValues ReadProviderValues()
 {
-    ProviderValues values;
-    HKEY           key = nullptr;
-    DWORD error = static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, PERFORMANCE_KEY, 0, KEY_QUERY_VALUE, &key));
-    if (error == ERROR_SUCCESS) {
-        error = ReadText(key, VALUE_LIBRARY, &values.library);
-        if (error == ERROR_SUCCESS)
-            error = ReadText(key, VALUE_OPEN, &values.open);
-        if (error == ERROR_SUCCESS)
-            error = ReadText(key, VALUE_CLOSE, &values.close);
-        if (error == ERROR_SUCCESS)
-            error = ReadNumber(key, VALUE_FIRST_COUNTER, &values.firstCounter);
-        if (error == ERROR_SUCCESS)
-            error = ReadNumber(key, VALUE_FIRST_HELP, &values.firstHelp);
-        RegCloseKey(key);
-    }
+    const RegistryKey key(PERFORMANCE_KEY);
+    ProviderValues    values;
+    DWORD             error = key.ExpandedText(VALUE_LIBRARY, &values.library);
+    if (error == ERROR_SUCCESS)
+        error = key.ExpandedText(VALUE_OPEN, &values.open);
+    if (error == ERROR_SUCCESS)
+        error = key.ExpandedText(VALUE_CLOSE, &values.close);
+    if (error == ERROR_SUCCESS)
+        error = key.Number(VALUE_FIRST_COUNTER, &values.firstCounter);
+    if (error == ERROR_SUCCESS)
+        error = key.Number(VALUE_FIRST_HELP, &values.firstHelp);
     if (error != ERROR_SUCCESS)
         values = ProviderValues();
     values.error = error;
@@ -87,7 +63,7 @@ std::string OpenErrorText(DWORD error)
         return "collection is switched off: perfenable is 0 in the configuration";
     case ERROR_CANTOPEN:
     case ERROR_CANTREAD:
-        return "the provider is not registered: dkpfctl install";
+        return "the provider is not registered: dkpfctl doctor says what to do";
     case ERROR_INVALID_FUNCTION:
         return "there is no sample yet: is the driver running (dkpfctl status)";
     case ERROR_OUTOFMEMORY:
@@ -113,8 +89,8 @@ bool ProviderHold::Load(ProviderOpen* result)
         return true;
     m_values = m_ports.values();
     if (m_values.error != ERROR_SUCCESS) {
-        result->words =
-            fmt::format("the provider is not registered ({}): dkpfctl install", SystemErrorText(m_values.error));
+        result->words = fmt::format("the provider is not registered ({}): dkpfctl doctor says what to do",
+                                    SystemErrorText(m_values.error));
         return false;
     }
     const HMODULE module = m_ports.load(m_values.library);
@@ -126,7 +102,7 @@ bool ProviderHold::Load(ProviderOpen* result)
     m_open = m_ports.find(module, Narrow(m_values.open));
     m_close = m_ports.find(module, Narrow(m_values.close));
     if (m_open == nullptr || m_close == nullptr) {
-        result->words = fmt::format("{} does not export {}: dkpfctl install", Narrow(m_values.library),
+        result->words = fmt::format("{} does not export {}: dkpfctl doctor says what to do", Narrow(m_values.library),
                                     Narrow(m_open == nullptr ? m_values.open : m_values.close));
         return false;
     }

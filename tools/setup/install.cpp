@@ -89,8 +89,8 @@ private:
     }
     bool          WillReplace(const std::wstring& from, const std::wstring& to) const;
     ServiceConfig FeederConfig();
-    std::string SetSetting(const wchar_t* service, ServiceSetting setting, const std::wstring& text, const char* words,
-                           bool* changed);
+    std::string   SetSetting(const wchar_t* service, ServiceSetting setting, const ServiceSettingValue& wanted,
+                             const char* words, bool* changed);
 
     Machine&                    m_machine;
     const InstallOptions&       m_options;
@@ -258,15 +258,23 @@ std::string Installation::RegisterFeeder()
     return DoneOrThere(m_changes.SetService(FEEDER_SERVICE, FeederConfig()));
 }
 
-std::string Installation::SetSetting(const wchar_t* service, ServiceSetting setting, const std::wstring& text,
+std::string Installation::SetSetting(const wchar_t* service, ServiceSetting setting, const ServiceSettingValue& wanted,
                                      const char* words, bool* changed)
 {
-    if (m_machine.HasSetting(service, setting, text))
+    ServiceSettingValue before, now;
+    m_machine.ReadSetting(service, setting, &before);  // what cannot be read counts as not set
+    if (before == wanted)
         return {};
-    const DWORD error = m_machine.SetSetting(service, setting, text);
-    if (error == ERROR_SUCCESS && m_machine.HasSetting(service, setting, text)) {
-        *changed = true;
-        return {};
+    const DWORD error = m_machine.SetSetting(service, setting, wanted);
+    if (error == ERROR_SUCCESS) {
+        const std::wstring name = service;
+        m_changes.Remember(std::string(words) + " of " + Narrow(name),
+                           [this, name, setting, before] { return m_machine.SetSetting(name, setting, before); });
+        m_machine.ReadSetting(service, setting, &now);
+        if (now == wanted) {
+            *changed = true;
+            return {};
+        }
     }
     if (!m_machine.IsWine())
         Must(error != ERROR_SUCCESS ? error : ERROR_INVALID_DATA, std::string(words) + " cannot be set");
@@ -275,12 +283,16 @@ std::string Installation::SetSetting(const wchar_t* service, ServiceSetting sett
 
 std::string Installation::RegisterAgent()
 {
-    static const std::wstring privileges(AGENT_PRIVILEGES, ARRAYSIZE(AGENT_PRIVILEGES) - 1);
-    bool                      changed = m_changes.SetService(
-                             AGENT_SERVICE, { SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, Quoted(AGENT_PROGRAM), AGENT_DISPLAY });
-    std::string refused =
-        SetSetting(AGENT_SERVICE, ServiceSetting::Description, AGENT_DESCRIPTION, "description", &changed);
-    refused += SetSetting(AGENT_SERVICE, ServiceSetting::Restart, {}, "restart after a failure", &changed);
+    ServiceSettingValue description, restart, privileges;
+    description.text = AGENT_DESCRIPTION;
+    restart.resetS = AGENT_RESTART_RESET_S;
+    for (DWORD delayMs : AGENT_RESTART_DELAYS_MS)
+        restart.actions.push_back({ SC_ACTION_RESTART, delayMs });
+    privileges.text.assign(AGENT_PRIVILEGES, ARRAYSIZE(AGENT_PRIVILEGES) - 1);
+    bool changed = m_changes.SetService(
+        AGENT_SERVICE, { SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, Quoted(AGENT_PROGRAM), AGENT_DISPLAY });
+    std::string refused = SetSetting(AGENT_SERVICE, ServiceSetting::Description, description, "description", &changed);
+    refused += SetSetting(AGENT_SERVICE, ServiceSetting::FailureActions, restart, "restart after a failure", &changed);
     refused +=
         SetSetting(AGENT_SERVICE, ServiceSetting::RequiredPrivileges, privileges, "list of privileges", &changed);
     return DoneOrThere(changed) + refused;

@@ -8,6 +8,7 @@
 #define DKPF_TOOLS_SETUP_MACHINE_H
 
 #include <windows.h>
+#include <winsvc.h>
 #include <string>
 #include <vector>
 
@@ -34,14 +35,29 @@ struct ServiceConfig {
 };
 
 /* What a service has beside its configuration. Not every system keeps each of them. */
-enum class ServiceSetting {
-    Description,         // text
-    Restart,             // restarted after each failure, after RESTART_DELAYS_MS
-    RequiredPrivileges,  // names, each ended by a NUL
+enum class ServiceSetting { Description, FailureActions, RequiredPrivileges };
+
+struct FailureAction {
+    SC_ACTION_TYPE type = SC_ACTION_NONE;
+    DWORD          delayMs = 0;
+
+    bool operator==(const FailureAction& other) const
+    {
+        return type == other.type && delayMs == other.delayMs;
+    }
 };
 
-inline constexpr DWORD RESTART_DELAYS_MS[] = { 5000, 30000, 60000 };
-inline constexpr DWORD RESTART_RESET_S = 86400;  // so long without a failure, and the first delay counts again
+/* As the system gives it and takes it back. Empty: the service has none. */
+struct ServiceSettingValue {
+    std::wstring               text;        // Description; RequiredPrivileges: names, each ended by a NUL
+    std::vector<FailureAction> actions;     // FailureActions: of the first failure, the second, and so on
+    DWORD                      resetS = 0;  // FailureActions: so long without a failure, and the first counts again
+
+    bool operator==(const ServiceSettingValue& other) const
+    {
+        return text == other.text && actions == other.actions && resetS == other.resetS;
+    }
+};
 
 class Machine {
 public:
@@ -84,8 +100,8 @@ public:
     virtual DWORD AddService(const std::wstring& name, const ServiceConfig& config) = 0;
     virtual DWORD ChangeService(const std::wstring& name, const ServiceConfig& config) = 0;
     virtual DWORD RemoveService(const std::wstring& name) = 0;
-    virtual bool  HasSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text) = 0;
-    virtual DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text) = 0;
+    virtual DWORD ReadSetting(const std::wstring& name, ServiceSetting setting, ServiceSettingValue* value) = 0;
+    virtual DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const ServiceSettingValue& value) = 0;
     virtual bool  Runs(const std::wstring& name) = 0;  // or is about to
     /* Both wait for the state: 60 s for a start, 310 s for a stop, which an agent may take. */
     virtual DWORD StartAndWait(const std::wstring& name) = 0;

@@ -2,81 +2,19 @@
 
 #include <aclapi.h>
 #include <sddl.h>
-#include <winsvc.h>
-#include <algorithm>
 #include <iterator>
 
+#include "file_io.h"
 #include "process_info.h"
 #include "registration.h"
+#include "registry_key.h"
 #include "service_control.h"
+#include "service_handle.h"
+#include "system_info.h"
 
 namespace dkpf {
 
 namespace {
-
-/* ---- Handles that close themselves ---- */
-
-class RegistryKey {
-public:
-    RegistryKey(const std::wstring& key, REGSAM access)
-    {
-        m_error =
-            static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, access | KEY_WOW64_64KEY, &m_key));
-    }
-    ~RegistryKey()
-    {
-        if (m_key != nullptr)
-            RegCloseKey(m_key);
-    }
-    RegistryKey(const RegistryKey&) = delete;
-    RegistryKey& operator=(const RegistryKey&) = delete;
-    HKEY         Handle() const
-    {
-        return m_key;
-    }
-    DWORD Error() const
-    {
-        return m_error;
-    }
-
-private:
-    HKEY  m_key = nullptr;
-    DWORD m_error = ERROR_SUCCESS;
-};
-
-class ServiceHandle {
-public:
-    ServiceHandle(const std::wstring& name, DWORD access)
-    {
-        m_manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-        if (m_manager != nullptr)
-            m_service = OpenServiceW(m_manager, name.c_str(), access);
-        if (m_service == nullptr)
-            m_error = GetLastError();
-    }
-    ~ServiceHandle()
-    {
-        if (m_service != nullptr)
-            CloseServiceHandle(m_service);
-        if (m_manager != nullptr)
-            CloseServiceHandle(m_manager);
-    }
-    ServiceHandle(const ServiceHandle&) = delete;
-    ServiceHandle& operator=(const ServiceHandle&) = delete;
-    SC_HANDLE      Handle() const
-    {
-        return m_service;
-    }
-    DWORD Error() const
-    {
-        return m_error;
-    }
-
-private:
-    SC_HANDLE m_manager = nullptr;
-    SC_HANDLE m_service = nullptr;
-    DWORD     m_error = ERROR_SUCCESS;
-};
 
 DWORD ErrorUnless(BOOL done)
 {
@@ -118,20 +56,12 @@ public:
 
     bool IsAdministrator() override
     {
-        SID_IDENTIFIER_AUTHORITY authority = { SECURITY_NT_AUTHORITY };
-        PSID                     group = nullptr;
-        BOOL                     member = FALSE;
-        if (!AllocateAndInitializeSid(&authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0,
-                                      0, 0, &group))
-            return false;
-        const bool known = CheckTokenMembership(nullptr, group, &member);
-        FreeSid(group);
-        return known && member;
+        return dkpf::IsAdministrator();
     }
 
     bool IsWine() override
     {
-        return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+        return dkpf::IsWine();
     }
 
     std::wstring ProgramFiles() override
@@ -216,30 +146,15 @@ public:
 
     DWORD ReadValue(const std::wstring& key, const std::wstring& name, RegistryValue* value) override
     {
-        const RegistryKey open(key, KEY_READ);
-        DWORD             size = 0;
-        DWORD             error = open.Error();
-        if (error == ERROR_SUCCESS)
-            error = static_cast<DWORD>(
-                RegQueryValueExW(open.Handle(), name.c_str(), nullptr, &value->type, nullptr, &size));
-        if (error != ERROR_SUCCESS)
-            return error;
-        std::vector<BYTE> bytes(size + sizeof(wchar_t));  // a text may lack its end
-        error = static_cast<DWORD>(
-            RegQueryValueExW(open.Handle(), name.c_str(), nullptr, &value->type, bytes.data(), &size));
-        if (error != ERROR_SUCCESS)
-            return error;
-        value->text.clear();
-        value->number = 0;
-        if (value->type == REG_DWORD && size == sizeof(DWORD)) {
-            memcpy(&value->number, bytes.data(), sizeof(DWORD));
-        } else if (value->type == REG_SZ || value->type == REG_EXPAND_SZ) {
-            value->text.resize(size / sizeof(wchar_t));
-            memcpy(value->text.data(), bytes.data(), value->text.size() * sizeof(wchar_t));
-            value->text.resize(wcslen(value->text.c_str()));
-        } else {
-            error = ERROR_UNSUPPORTED_TYPE;
+        const RegistryKey open(key);
+        RegistryValue     is;
+        DWORD             error = open.Text(name, &is.text, &is.type);
+        if (error == ERROR_UNSUPPORTED_TYPE) {
+            is.type = REG_DWORD;
+            error = open.Number(name, &is.number);
         }
+        if (error == ERROR_SUCCESS)
+            *value = is;
         return error;
     }
 
@@ -299,9 +214,7 @@ public:
 
     bool SameFile(const std::wstring& one, const std::wstring& other) override
     {
-        BY_HANDLE_FILE_INFORMATION a{}, b{};
-        return Identity(one, &a) && Identity(other, &b) && a.dwVolumeSerialNumber == b.dwVolumeSerialNumber &&
-               a.nFileIndexHigh == b.nFileIndexHigh && a.nFileIndexLow == b.nFileIndexLow;
+        return dkpf::SameFile(one, other);
     }
 
     bool SameContent(const std::wstring& one, const std::wstring& other) override
@@ -455,62 +368,64 @@ public:
         return service.Handle() == nullptr ? service.Error() : ErrorUnless(::DeleteService(service.Handle()));
     }
 
-    bool HasSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text) override
+    DWORD ReadSetting(const std::wstring& name, ServiceSetting setting, ServiceSettingValue* value) override
     {
         const ServiceHandle service(name, SERVICE_QUERY_CONFIG);
         if (service.Handle() == nullptr)
-            return false;
-        const std::vector<BYTE> answer = Answer([&service, setting](BYTE* buffer, DWORD size, DWORD* needed) {
+            return service.Error();
+        const std::vector<BYTE>           answer = Answer([&service, setting](BYTE* buffer, DWORD size, DWORD* needed) {
             return QueryServiceConfig2W(service.Handle(), Level(setting), buffer, size, needed);
         });
+        ServiceSettingValue               is;
+        SERVICE_DESCRIPTIONW              description{};
+        SERVICE_REQUIRED_PRIVILEGES_INFOW privileges{};
+        SERVICE_FAILURE_ACTIONSW          failure{};
         switch (setting) {
-        case ServiceSetting::Description: {
-            SERVICE_DESCRIPTIONW is{};
-            return Take(answer, &is) && is.lpDescription != nullptr && text == is.lpDescription;
+        case ServiceSetting::Description:
+            if (!Take(answer, &description))
+                return ERROR_INVALID_DATA;
+            if (description.lpDescription != nullptr)
+                is.text = description.lpDescription;
+            break;
+        case ServiceSetting::RequiredPrivileges:
+            if (!Take(answer, &privileges))
+                return ERROR_INVALID_DATA;
+            for (const wchar_t* each = privileges.pmszRequiredPrivileges; each != nullptr && *each != L'\0';
+                 each += wcslen(each) + 1)
+                is.text += std::wstring(each) + L'\0';
+            break;
+        case ServiceSetting::FailureActions:
+            if (!Take(answer, &failure))
+                return ERROR_INVALID_DATA;
+            is.resetS = failure.dwResetPeriod;
+            for (DWORD i = 0; failure.lpsaActions != nullptr && i < failure.cActions; i++)
+                is.actions.push_back({ failure.lpsaActions[i].Type, failure.lpsaActions[i].Delay });
+            break;
         }
-        case ServiceSetting::RequiredPrivileges: {
-            SERVICE_REQUIRED_PRIVILEGES_INFOW is{};
-            if (!Take(answer, &is) || is.pmszRequiredPrivileges == nullptr)
-                return false;
-            std::wstring names;
-            for (const wchar_t* each = is.pmszRequiredPrivileges; *each != L'\0'; each += wcslen(each) + 1)
-                names += std::wstring(each) + L'\0';
-            return names == text;
-        }
-        case ServiceSetting::Restart: {
-            SERVICE_FAILURE_ACTIONSW is{};
-            if (!Take(answer, &is) || is.dwResetPeriod != RESTART_RESET_S || is.lpsaActions == nullptr ||
-                is.cActions != std::size(RESTART_DELAYS_MS))
-                return false;
-            for (DWORD i = 0; i < is.cActions; i++) {
-                if (is.lpsaActions[i].Type != SC_ACTION_RESTART || is.lpsaActions[i].Delay != RESTART_DELAYS_MS[i])
-                    return false;
-            }
-            return true;
-        }
-        }
-        return false;
+        *value = is;
+        return ERROR_SUCCESS;
     }
 
-    DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const std::wstring& text) override
+    DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const ServiceSettingValue& value) override
     {
         // SERVICE_START: a restart after a failure is a start.
         const ServiceHandle service(name, SERVICE_CHANGE_CONFIG | SERVICE_START);
         if (service.Handle() == nullptr)
             return service.Error();
-        std::wstring                      copy = text + L'\0';
+        std::wstring                      copy = value.text + L'\0';
         SERVICE_DESCRIPTIONW              description{ copy.data() };
         SERVICE_REQUIRED_PRIVILEGES_INFOW privileges{ copy.data() };
-        SC_ACTION                         actions[std::size(RESTART_DELAYS_MS)]{};
-        for (size_t i = 0; i < std::size(actions); i++)
-            actions[i] = { SC_ACTION_RESTART, RESTART_DELAYS_MS[i] };
-        SERVICE_FAILURE_ACTIONSW restart{ RESTART_RESET_S, nullptr, nullptr, static_cast<DWORD>(std::size(actions)),
-                                          actions };
+        std::vector<SC_ACTION>            actions;
+        for (const FailureAction& action : value.actions)
+            actions.push_back({ action.type, action.delayMs });
+        const DWORD count = static_cast<DWORD>(actions.size());
+        actions.resize(count + 1u);  // none are taken away by a list that is there and counts 0
+        SERVICE_FAILURE_ACTIONSW failure{ value.resetS, nullptr, nullptr, count, actions.data() };
         LPVOID                   info = &description;
         if (setting == ServiceSetting::RequiredPrivileges)
             info = &privileges;
-        else if (setting == ServiceSetting::Restart)
-            info = &restart;
+        else if (setting == ServiceSetting::FailureActions)
+            info = &failure;
         return ErrorUnless(ChangeServiceConfig2W(service.Handle(), Level(setting), info));
     }
 
@@ -577,7 +492,7 @@ private:
     static DWORD Level(ServiceSetting setting)
     {
         switch (setting) {
-        case ServiceSetting::Restart:
+        case ServiceSetting::FailureActions:
             return SERVICE_CONFIG_FAILURE_ACTIONS;
         case ServiceSetting::RequiredPrivileges:
             return SERVICE_CONFIG_REQUIRED_PRIVILEGES_INFO;
@@ -599,16 +514,6 @@ private:
     {
         return CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                            OPEN_EXISTING, 0, nullptr);
-    }
-
-    static bool Identity(const std::wstring& path, BY_HANDLE_FILE_INFORMATION* information)
-    {
-        const HANDLE file = OpenToRead(path);
-        if (file == INVALID_HANDLE_VALUE)
-            return false;
-        const bool known = GetFileInformationByHandle(file, information);
-        CloseHandle(file);
-        return known;
     }
 
     /* Found at run time: a system without it has no names to load either, and dkpfctl still starts. */

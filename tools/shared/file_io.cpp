@@ -31,6 +31,24 @@ DWORD ReadWholeFile(const std::wstring& path, size_t bound, std::string* content
     return error;
 }
 
+bool SameFile(const std::wstring& one, const std::wstring& other)
+{
+    BY_HANDLE_FILE_INFORMATION info[2] = {};
+    const std::wstring*        paths[2] = { &one, &other };
+    for (int i = 0; i < 2; i++) {
+        const HANDLE file = CreateFileW(paths[i]->c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file == INVALID_HANDLE_VALUE)
+            return false;
+        const BOOL known = GetFileInformationByHandle(file, &info[i]);
+        CloseHandle(file);
+        if (!known)
+            return false;
+    }
+    return info[0].dwVolumeSerialNumber == info[1].dwVolumeSerialNumber &&
+           info[0].nFileIndexHigh == info[1].nFileIndexHigh && info[0].nFileIndexLow == info[1].nFileIndexLow;
+}
+
 /* Somebody has the file open, or is about to delete it: worth another try. */
 static bool IsHeld(DWORD error)
 {

@@ -21,6 +21,10 @@ using WaitFn = std::function<void(DWORD)>;
  */
 DWORD ReadWholeFile(const std::wstring& path, size_t bound, std::string* content);
 
+/* Whether two paths lead to one file, whatever drives, short names and links they go through. FALSE also where one of
+ * them cannot be opened. */
+bool SameFile(const std::wstring& one, const std::wstring& other);
+
 inline constexpr int   REPLACE_TRIES = 20;
 inline constexpr DWORD REPLACE_WAIT_MS = 25;
 

@@ -2,12 +2,17 @@
 
 namespace dkpf {
 
+ULONGLONG UnitsOf(const FILETIME& time)
+{
+    return (static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
 ULONGLONG ProcessStart(HANDLE process)
 {
     FILETIME created{}, exited{}, kernel{}, user{};
     if (!GetProcessTimes(process, &created, &exited, &kernel, &user))
         return 0;
-    return (static_cast<ULONGLONG>(created.dwHighDateTime) << 32) | created.dwLowDateTime;
+    return UnitsOf(created);
 }
 
 ULONGLONG OwnProcessStart()

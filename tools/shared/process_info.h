@@ -10,6 +10,9 @@ namespace dkpf {
 
 enum class ProcessLife { Alive, Gone };
 
+/* A time of the system in 100 ns units since 1601. */
+ULONGLONG UnitsOf(const FILETIME& time);
+
 /* Start time of a process that may be asked, 100 ns units since 1601; 0: not known. */
 ULONGLONG ProcessStart(HANDLE process);
 

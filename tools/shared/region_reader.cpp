@@ -63,6 +63,7 @@ RegionCopy ReadRegion(const RegionSource& source)
             copy = CopyUnderMutex(view, mutex, source.waitMs);
             UnmapViewOfFile(view);
         }
+        copy.opened = true;
         CloseHandle(mutex);
     }
     CloseHandle(mapping);

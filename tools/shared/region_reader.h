@@ -21,9 +21,10 @@ enum class RegionStatus {
 
 struct RegionCopy {
     RegionStatus                   status = RegionStatus::Absent;
-    std::string                    words;     // what is wrong, where not Copied; one sentence without a period
-    std::unique_ptr<DKPF_SHM_INFO> info;      // only where Copied. Nothing in it is checked: see region_view.h
-    DWORD                          tick = 0;  // GetTickCount() right behind the copy, ms
+    bool                           opened = false;  // the account has the rights; a refusal is one of the size
+    std::string                    words;           // what is wrong, where not Copied; one sentence without a period
+    std::unique_ptr<DKPF_SHM_INFO> info;            // only where Copied. Nothing in it is checked: see region_view.h
+    DWORD                          tick = 0;        // GetTickCount() right behind the copy, ms
 };
 
 struct RegionSource {

@@ -1,56 +1,20 @@
 #include "service_control.h"
 
-#include <winsvc.h>
 #include <fmt/format.h>
 
+#include "service_handle.h"
 #include "text.h"
 
 namespace dkpf {
 
 namespace {
 
-/* Manager and service handle of one call. */
-class OpenService {
-  public:
-    OpenService(const wchar_t* name, DWORD access)
-    {
-        m_manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-        if (m_manager != nullptr)
-            m_service = OpenServiceW(m_manager, name, access);
-        if (m_service == nullptr)
-            m_error = GetLastError();
-    }
-    ~OpenService()
-    {
-        if (m_service != nullptr)
-            CloseServiceHandle(m_service);
-        if (m_manager != nullptr)
-            CloseServiceHandle(m_manager);
-    }
-    OpenService(const OpenService&) = delete;
-    OpenService& operator=(const OpenService&) = delete;
-
-    SC_HANDLE Handle() const
-    {
-        return m_service;
-    }
-    DWORD Error() const
-    {
-        return m_error;
-    }
-
-  private:
-    SC_HANDLE m_manager = nullptr;
-    SC_HANDLE m_service = nullptr;
-    DWORD     m_error = ERROR_SUCCESS;
-};
-
 class Win32Services : public ServiceManager {
-  public:
+public:
     ServiceInfo Query(const wchar_t* name) override
     {
-        ServiceInfo       info;
-        const OpenService service(name, SERVICE_QUERY_STATUS);
+        ServiceInfo         info;
+        const ServiceHandle service(name, SERVICE_QUERY_STATUS);
         if (service.Handle() == nullptr) {
             info.error = service.Error() == ERROR_SERVICE_DOES_NOT_EXIST ? ERROR_SUCCESS : service.Error();
             return info;
@@ -71,7 +35,7 @@ class Win32Services : public ServiceManager {
 
     DWORD Start(const wchar_t* name) override
     {
-        const OpenService service(name, SERVICE_START);
+        const ServiceHandle service(name, SERVICE_START);
         if (service.Handle() == nullptr)
             return service.Error();
         return StartServiceW(service.Handle(), 0, nullptr) ? ERROR_SUCCESS : GetLastError();
@@ -79,8 +43,8 @@ class Win32Services : public ServiceManager {
 
     DWORD Control(const wchar_t* name, DWORD control) override
     {
-        const DWORD       access = control == SERVICE_CONTROL_STOP ? SERVICE_STOP : SERVICE_PAUSE_CONTINUE;
-        const OpenService service(name, access);
+        const DWORD         access = control == SERVICE_CONTROL_STOP ? SERVICE_STOP : SERVICE_PAUSE_CONTINUE;
+        const ServiceHandle service(name, access);
         if (service.Handle() == nullptr)
             return service.Error();
         SERVICE_STATUS status{};
