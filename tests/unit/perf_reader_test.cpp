@@ -252,6 +252,19 @@ TEST_F(PerfReaderTest, ADeadSampleIsSaidAndItsMissedPollsCountOnce)
     EXPECT_EQ(reading.coveredMs, 30000u);
 }
 
+TEST_F(PerfReaderTest, EachStallCountsItsOwnMissedPolls)
+{
+    auto reader = Waiting();
+    now = 31001;  // 21 s behind the sample: two intervals
+    EXPECT_EQ(reader->Next().pollsMissedTotal, 2u);
+    Sample(40000);
+    EXPECT_EQ(reader->Next().pollsMissedTotal, 2u);
+    now = 51001;
+    const Reading reading = reader->Next();
+    EXPECT_EQ(reading.pollsMissed, 1u);
+    EXPECT_EQ(reading.pollsMissedTotal, 3u);
+}
+
 TEST_F(PerfReaderTest, IdleIsNoMeasuredHundredAndNoMeasuredZero)
 {
     auto reader = Waiting();
@@ -265,6 +278,11 @@ TEST_F(PerfReaderTest, IdleIsNoMeasuredHundredAndNoMeasuredZero)
     EXPECT_EQ(cells[12], "0");
     EXPECT_EQ(Cells(idle.rows[0])[0], "idle");
     EXPECT_EQ(Cells(idle.rows[0])[1], "9");
+
+    // Handed over and nothing sent yet: still no ratio.
+    Row(1, 3) += 100;
+    Sample(25000);
+    EXPECT_EQ(Cells(reader->Next().rows[1])[0], "idle");
 
     // All that was handed over was sent, each piece in no time: measured.
     Row(1, 3) += 100;
@@ -412,6 +430,35 @@ TEST_F(PerfReaderTest, CollectionSwitchedOffIsNoZero)
     EXPECT_EQ(reading.state, ReadingState::Unavailable);
     EXPECT_THAT(reading.words, HasSubstr("collection is switched off"));
     EXPECT_EQ(queries, 0);
+}
+
+// Our row is still there, and the provider's baseline is of before: an interval over the gap would mean nothing.
+TEST_F(PerfReaderTest, CollectionThatWasOffBeginsANewInterval)
+{
+    for (const bool seenByLook : { false, true }) {
+        Sample(10000);
+        auto      reader = Waiting();
+        const int before = opens;
+        region->local_time = SYSTEMTIME{};
+        if (seenByLook)
+            reader->Look();
+        else
+            EXPECT_EQ(reader->Next().state, ReadingState::Unavailable);
+        Sample(40000);
+        EXPECT_EQ(reader->Next().words, "waiting for the first interval");
+        EXPECT_EQ(opens, before + 1);
+        Sample(50000);
+        EXPECT_EQ(reader->Next().coveredMs, 10000u);
+    }
+}
+
+TEST_F(PerfReaderTest, OurNumberInTheProducersRowIsNoRowOfOurs)
+{
+    auto reader = Waiting();
+    region->PMProcessID[2] = 0;
+    region->PMProcessID[0] = OWN;
+    Sample(20000);
+    EXPECT_EQ(reader->Next().words, "the disk agent was started again: waiting for the first interval");
 }
 
 TEST_F(PerfReaderTest, AFullTableIsNotTriedUnlessAReaderInItIsDead)
