@@ -158,7 +158,8 @@ def on_terminal(product, keys, *arguments):
     fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
     before = termios.tcgetattr(slave)
     top = subprocess.Popen([WINE, str(product.home / "bin/dkpfctl.exe"), "top", *arguments], stdin=slave, stdout=slave,
-                           stderr=slave, env=dict(product.environment, TERM="xterm"), start_new_session=True)
+                           stderr=slave, env=dict(product.environment, TERM="xterm"), start_new_session=True,
+                           preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))  # or Ctrl+C reaches nobody
     text = b""
 
     def ended():
@@ -170,7 +171,7 @@ def on_terminal(product, keys, *arguments):
             keys = b""
         return top.poll() is not None
     try:
-        wait_for(f"the end of top {arguments}", ended)
+        wait_for(f"the end of top {arguments}", ended, 40)
         expect(termios.tcgetattr(slave) == before, f"top {arguments} {keys}: the terminal's settings changed")
     finally:
         top.kill()
@@ -185,8 +186,9 @@ def check_terminal(product):
         code, text = on_terminal(product, keys, *arguments)
         expect(code == 0, f"top {keys} {arguments}: exit code {code}\n{text[-500:]!r}")
         expect(b"q or Ctrl+C ends" in text and b"_Total" in text, f"top {keys} {arguments}: no screen\n{text[-500:]!r}")
-        # The last thing drawn is blank: behind the last words of the screen come its 24 lines without a letter of it.
-        expect(b"_Total" not in text[text.rindex(b"q or Ctrl+C"):], f"top {keys} {arguments}: {text[-500:]!r}")
+        # The last thing drawn, from the upper left corner on, is 24 lines without a letter.
+        tail = text[text.rindex(b"q or Ctrl+C"):]
+        expect(re.search(rb"\x1b\[H(\x1b\[K[\r\n]*){24}", tail), f"top {keys} {arguments} left its screen: {tail!r}")
 
 
 def check(product):

@@ -212,6 +212,21 @@ TEST_F(PerfReaderTest, TheFirstIntervalComesWithTheFirstNewSample)
     EXPECT_EQ(reader->Names().counters[1].scale, -5);
 }
 
+// The sample behind the baseline was 0.7 s old when we attached; peaks began there.
+TEST_F(PerfReaderTest, PeaksCoverTheTimeSinceTheReadBefore)
+{
+    now = 10700;
+    auto reader = Waiting();
+    Sample(20000);
+    now = 20400;
+    EXPECT_EQ(reader->Next().peakMs, 9700u);
+    Sample(30000);
+    now = 30100;
+    const Reading reading = reader->Next();
+    EXPECT_EQ(reading.peakMs, 9700u);
+    EXPECT_EQ(reading.coveredMs, 10000u);
+}
+
 TEST_F(PerfReaderTest, WithoutANewSampleTheOldRowsAreStaleAndNothingIsCollected)
 {
     auto reader = Waiting();
