@@ -114,7 +114,7 @@ protected:
         std::vector<build::Counter>  counters;
         std::vector<build::Instance> instances = { { L"_Total", std::vector<ULONGLONG>(17, 9) } };
         for (DWORD i = 0; i < 17; i++)
-            counters.push_back({ FIRST + 2 + 2 * i, FIRST + 3 + 2 * i, i == 1 ? -5 : 0, 0, 8 });
+            counters.push_back({ FIRST + 2 + 2 * i, FIRST + 3 + 2 * i, i == 1 ? -4 : 0, 0, 8 });
         for (size_t slot = 0; slot < instanceNum - 1; slot++)
             instances.push_back({ L"NMP" + std::to_wstring(slot + 1), Display(slot) });
         result.data =
@@ -209,7 +209,7 @@ TEST_F(PerfReaderTest, TheFirstIntervalComesWithTheFirstNewSample)
     EXPECT_FALSE(reading.attachedAgain);
     EXPECT_EQ(queries, 1);
     EXPECT_EQ(reader->Names().counters[1].index, 2004u);
-    EXPECT_EQ(reader->Names().counters[1].scale, -5);
+    EXPECT_EQ(reader->Names().counters[1].scale, -4);  // as the provider says; the table of the product says -5
 }
 
 // The sample behind the baseline was 0.7 s old when we attached; peaks began there.
@@ -384,6 +384,7 @@ TEST_F(PerfReaderTest, ASampleBetweenCopyAndQueryIsKnownByItsValues)
                    } };
     reading = reader->Next();
     EXPECT_EQ(reading.coveredMs, 5000u);
+    EXPECT_EQ(reading.ageMs, 10000u);
     EXPECT_EQ(reading.sampleTime.wSecond, 30);
     EXPECT_EQ(Cells(reading.rows[1])[11], "200");
     reading = reader->Next();
