@@ -100,7 +100,8 @@ static void DescribeTop(CLI::App& app, Choice* choice)
     static constexpr int secondsMax = 9999999;
     CLI::App*            command =
         app.add_subcommand("top", "The counters of all disks, read every second through the Performance Library. On a "
-                                  "terminal a screen, until q or Ctrl+C; otherwise lines, for each new sample.");
+                                  "terminal a screen, until q or Ctrl+C (Up, Down, PgUp, PgDn, Home and End scroll the "
+                                  "disks); otherwise lines, for each new sample.");
     command->add_option("--seconds", choice->top.seconds, "end by itself after so many seconds")
         ->check(CLI::Range(1, secondsMax));
     command->add_flag("--plain", choice->top.plain, "lines on a terminal too");

@@ -35,6 +35,21 @@ static Json DiskJson(const QueryFacts& facts, const ReadingRow& row)
     return { { "disk", row.disk }, { "name", row.name }, { "counters", counters } };
 }
 
+/* What belongs to a counter whatever the disk. A table that lacks the text leaves it empty. */
+static Json CountersJson(const QueryFacts& facts)
+{
+    Json counters = Json::array();
+    for (const size_t counter : facts.counters) {
+        const CounterName& name = facts.names.counters[counter];
+        counters.push_back({ { "number", counter },
+                             { "name", CounterTitle(facts.names, counter) },
+                             { "index", name.index },
+                             { "scale", name.scale },
+                             { "help", name.help } });
+    }
+    return counters;
+}
+
 std::string QueryJson(const QueryFacts& facts)
 {
     const Reading& reading = facts.reading;
@@ -51,6 +66,9 @@ std::string QueryJson(const QueryFacts& facts)
                         { "attached_again", reading.attachedAgain },
                         { "names_from", facts.names.fromSystem ? "system" : "installed table" },
                         { "object", facts.names.object },
+                        { "object_index", facts.names.objectIndex },
+                        { "object_help", facts.names.objectHelp },
+                        { "counters", CountersJson(facts) },
                         { "disks", disks } };
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

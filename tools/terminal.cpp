@@ -171,43 +171,66 @@ SYSTEMTIME Terminal::LocalNow()
     return now;
 }
 
-bool Terminal::WishInInput()
+static TopWish WishOf(const KEY_EVENT_RECORD& key)
 {
     static constexpr wchar_t ctrlC = 3;  // where the console hands it over as a letter
-    DWORD                    waiting = 0;
+    switch (key.wVirtualKeyCode) {
+    case VK_UP:
+        return TopWish::Up;
+    case VK_DOWN:
+        return TopWish::Down;
+    case VK_PRIOR:
+        return TopWish::PageUp;
+    case VK_NEXT:
+        return TopWish::PageDown;
+    case VK_HOME:
+        return TopWish::First;
+    case VK_END:
+        return TopWish::Last;
+    default:
+        break;
+    }
+    const wchar_t letter = key.uChar.UnicodeChar;
+    return letter == L'q' || letter == L'Q' || letter == ctrlC ? TopWish::End : TopWish::None;
+}
+
+TopWish Terminal::WishInInput()
+{
+    DWORD waiting = 0;
     if (!GetNumberOfConsoleInputEvents(m_input, &waiting)) {
         m_input = nullptr;
-        return false;
+        return TopWish::None;
     }
-    bool wish = false;
-    for (; waiting > 0; waiting--) {
+    TopWish wish = TopWish::None;
+    for (; waiting > 0 && wish == TopWish::None; waiting--) {
         INPUT_RECORD record{};
         DWORD        read = 0;
         if (!ReadConsoleInputW(m_input, &record, 1, &read) || read == 0)
             break;
-        const wchar_t letter = record.Event.KeyEvent.uChar.UnicodeChar;
         if (record.EventType == KEY_EVENT && record.Event.KeyEvent.bKeyDown)
-            wish = wish || letter == L'q' || letter == L'Q' || letter == ctrlC;
+            wish = WishOf(record.Event.KeyEvent);
     }
     return wish;
 }
 
-bool Terminal::Wait(DWORD ms)
+TopWish Terminal::Wait(DWORD ms)
 {
     const ULONGLONG end = GetTickCount64() + ms;
     for (;;) {
         const ULONGLONG now = GetTickCount64();
         const HANDLE    events[] = { g_wish, m_input };
+        TopWish         wish = TopWish::None;
         switch (WaitForMultipleObjects(m_input != nullptr ? 2 : 1, events, FALSE,
                                        static_cast<DWORD>(end > now ? end - now : 0))) {
         case WAIT_OBJECT_0:
-            return true;
+            return TopWish::End;
         case WAIT_OBJECT_0 + 1:
-            if (WishInInput())
-                return true;
+            wish = WishInInput();
+            if (wish != TopWish::None)
+                return wish;
             break;  // other keys: go on waiting
         default:
-            return false;
+            return TopWish::None;
         }
     }
 }

@@ -24,10 +24,10 @@ public:
     void       Say(const std::string& text) override;
     ULONGLONG  NowMs() override;
     SYSTEMTIME LocalNow() override;
-    bool       Wait(DWORD ms) override;
+    TopWish    Wait(DWORD ms) override;
 
 private:
-    bool WishInInput();  // takes what was typed
+    TopWish WishInInput();  // takes what was typed, up to the first key that means something
 
     HANDLE m_screen = nullptr;
     HANDLE m_input = nullptr;  // of a console, otherwise nullptr

@@ -14,6 +14,9 @@
 
 namespace dkpf {
 
+/* What ended a wait: its time is up, or what the user wants. */
+enum class TopWish { None, End, Up, Down, PageUp, PageDown, First, Last };
+
 class TopView {
 public:
     virtual ~TopView() = default;
@@ -24,8 +27,8 @@ public:
     virtual void       Say(const std::string& text) = 0;                // plain lines
     virtual ULONGLONG  NowMs() = 0;                                     // of a clock that never jumps
     virtual SYSTEMTIME LocalNow() = 0;
-    /* Waits; TRUE: the user wants to end. */
-    virtual bool Wait(DWORD ms) = 0;
+    /* Waits so long, or until the user wants something. */
+    virtual TopWish Wait(DWORD ms) = 0;
 };
 
 struct TopEnd {

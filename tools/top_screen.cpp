@@ -260,8 +260,32 @@ static std::vector<ScreenLine> StatusLines(const Reading& reading, size_t width)
     return lines;
 }
 
+static std::string LeftOutText(size_t above, size_t below)
+{
+    if (above == 0)
+        return fmt::format("{} more {}", below, below == 1 ? "disk" : "disks");
+    const std::string text = fmt::format("{} {} above", above, above == 1 ? "disk" : "disks");
+    return below == 0 ? text : text + fmt::format(", {} below", below);
+}
+
+/* The total, the disks from scroll->first on, and how many are left out. room: lines for all of it, at least 1. */
+static std::vector<ScreenLine> RowLines(const std::vector<ReadingRow>& rows, size_t room, int columns, bool old,
+                                        TopScroll* scroll)
+{
+    const bool              whole = rows.size() <= room;
+    const size_t            disks = rows.size() - 1;
+    std::vector<ScreenLine> lines = { { RowLine(rows[0], columns, SCREEN_GAP, old), Look::Bold } };
+    scroll->page = whole ? disks : room - std::min<size_t>(room, 2);
+    scroll->first = std::min(scroll->first, disks - scroll->page);
+    for (size_t i = 0; i < scroll->page; i++)
+        lines.push_back({ RowLine(rows[1 + scroll->first + i], columns, SCREEN_GAP, old) });
+    if (!whole && room > 1)
+        lines.push_back({ LeftOutText(scroll->first, disks - scroll->page - scroll->first) });
+    return lines;
+}
+
 std::vector<ScreenLine> TopScreen(const Reading& reading, const CounterNames& names, const std::string& computer,
-                                  int width, int height)
+                                  int width, int height, TopScroll* scroll)
 {
     static constexpr int roomyHeight = 12;  // below, the head shrinks to what nobody can do without
     const bool           roomy = height >= roomyHeight;
@@ -283,28 +307,26 @@ std::vector<ScreenLine> TopScreen(const Reading& reading, const CounterNames& na
         status.emplace_back();  // kept free, so that the table does not jump
     lines.insert(lines.end(), status.begin(), status.end());
 
-    std::vector<ScreenLine> foot;
-    if (roomy) {
-        foot.push_back({ "q or Ctrl+C ends" });
-        if (!names.object.empty() && !names.fromSystem)
-            foot.back().text += " | counter names from the installed table";
-    }
+    const size_t footLines = roomy ? 1 : 0;
+    bool         scrolls = false;
     if (table) {
         const int columns =
             std::clamp((width - NAME_WIDTH) / (SCREEN_GAP + VALUE_WIDTH), 0, static_cast<int>(DKPF_COUNTER_NUM));
         lines.push_back({ TitleLine(&Column::title1, columns, SCREEN_GAP, ""), Look::Bold });
         lines.push_back({ TitleLine(&Column::title2, columns, SCREEN_GAP, "disk"), Look::Bold });
-        const size_t used = lines.size() + foot.size();
-        const size_t room = used < heightLines ? heightLines - used : 1;
-        const size_t rows = reading.rows.size();
-        const size_t shown = rows <= room ? rows : std::max<size_t>(1, room - 1);
-        for (size_t i = 0; i < shown; i++)
-            lines.push_back({ RowLine(reading.rows[i], columns, SCREEN_GAP, old),
-                              reading.rows[i].disk == 0 ? Look::Bold : Look::Plain });
-        if (shown < rows && room > 1)
-            lines.push_back({ fmt::format("{} more {}", rows - shown, rows - shown == 1 ? "disk" : "disks") });
+        const size_t                  used = lines.size() + footLines;
+        const size_t                  room = used < heightLines ? heightLines - used : 1;
+        const std::vector<ScreenLine> rows = RowLines(reading.rows, room, columns, old, scroll);
+        lines.insert(lines.end(), rows.begin(), rows.end());
+        scrolls = scroll->page + 1 < reading.rows.size();
     }
-    lines.insert(lines.end(), foot.begin(), foot.end());
+    if (roomy) {
+        lines.push_back({ "q or Ctrl+C ends" });
+        if (scrolls)
+            lines.back().text += " | Up Down PgUp PgDn scroll";
+        if (!names.object.empty() && !names.fromSystem)
+            lines.back().text += " | names from the installed table";
+    }
 
     if (lines.size() > heightLines)
         lines.resize(heightLines);

@@ -39,10 +39,16 @@ TopState StateOf(const Reading& reading);
  * of a dead sample. */
 std::string StateText(const Reading& reading, const std::string& oldValues = std::string());
 
+/* Which disks a screen with too few lines shows; the total always stays. */
+struct TopScroll {
+    size_t first = 0;  // disks that are left out above; TopScreen takes back what goes past the last one
+    size_t page = 0;   // disks that the screen had lines for, as TopScreen found
+};
+
 /* The screen: at most height lines of at most width letters. Columns that do not fit are left out, the least important
  * first; disks that do not fit are counted. width and height are at least 1. */
 std::vector<ScreenLine> TopScreen(const Reading& reading, const CounterNames& names, const std::string& computer,
-                                  int width, int height);
+                                  int width, int height, TopScroll* scroll);
 
 /* Plain lines: the heading, and one line for each row of a reading. Each ends with LF. */
 std::string TopHeading(const Reading& reading, const CounterNames& names, const std::string& computer);

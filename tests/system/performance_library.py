@@ -1,8 +1,16 @@
-"""The object through the system's Performance Library: its shape, and values equal to those of the CSV files."""
+"""The object through the system's Performance Library: its shape, and values equal to those of the CSV files; the
+example of a program that reads it; and dkpfctl top on a terminal."""
 import datetime
+import fcntl
 import json
+import os
+import pty
 import re
+import select
 import shutil
+import struct
+import subprocess
+import termios
 
 import model
 from product import ROOT, WINE, expect, fields_of, main, wait_for
@@ -89,6 +97,10 @@ def check_values(product, first_names):
     answer = json.loads(text)
     expect(answer["format"] == 1 and answer["object"] == model.OBJECT, text)
     expect([disk["name"] for disk in answer["disks"]] == first_names, text)
+    described = [(each["number"], each["name"], each["index"], each["scale"]) for each in answer["counters"]]
+    index = answer["object_index"]
+    expect(described == [(i, TITLES[i], index + 2 + 2 * i, SCALES[i]) for i in range(17)], text)
+    expect(answer["object_help"] and all(each["help"] for each in answer["counters"]), text)
     expect(answer["age_ms"] >= 0 and not answer["attached_again"], text)
     moment = datetime.datetime.fromisoformat(answer["time"])
     time = moment.strftime("%m/%d/%Y %H:%M:%S.") + f"{moment.microsecond // 1000:03}"
@@ -114,6 +126,69 @@ def check_values(product, first_names):
                 expect(counter["value"] == shown[title],
                        f"{name}, {time}, {title}: {counter['value']} instead of {shown[title]}")
     return True
+
+
+def check_example(product):
+    """What examples/total.c prints: of one reading each, what was written in some span of samples, and its rate."""
+    shutil.copy(ROOT / "build/win/examples/total.exe", product.home / "bin")
+    code, text = product.run([WINE, str(product.home / "bin/total.exe"), "4"])
+    shape = r"(\d+) bytes written, (\d+) bytes/s, (\d+) us per write"
+    lines = [re.fullmatch(shape, line) for line in text.splitlines()]
+    expect(code == 0 and len(lines) == 4 and all(lines), f"total: exit code {code}\n{text}")
+    written = sum(int(line[1]) for line in lines)
+    expect(written > 0, f"total: nothing written\n{text}")
+
+    def spans():
+        """All readings together are the difference of two samples, and so is each of them: rows of the raw total."""
+        rows = [fields_of(line, 19)[1] for line in product.csv("nmp_total_raw")[1:]]
+        starts = range(len(rows))
+        for line in lines:
+            starts = [j for i in starts for j in range(i, min(i + 8, len(rows)))
+                      if rows[j][model.WRITTEN] - rows[i][model.WRITTEN] == int(line[1]) and
+                      (i == j or model.average(rows[i], rows[j], model.WRITE_US, model.WRITES) == int(line[3]))]
+        return starts
+    wait_for(f"the samples behind\n{text}", spans, 20)
+    for line in lines:
+        expect((line[1] == "0") == (line[2] == "0"), f"total: {line[0]}")
+
+
+def on_terminal(product, keys, *arguments):
+    """dkpfctl top on a terminal of 80 columns and 24 lines; keys are typed when the table is there. Exit code, output."""
+    master, slave = pty.openpty()
+    fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
+    before = termios.tcgetattr(slave)
+    top = subprocess.Popen([WINE, str(product.home / "bin/dkpfctl.exe"), "top", *arguments], stdin=slave, stdout=slave,
+                           stderr=slave, env=dict(product.environment, TERM="xterm"), start_new_session=True,
+                           preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))  # or Ctrl+C reaches nobody
+    text = b""
+
+    def ended():
+        nonlocal text, keys
+        while select.select([master], [], [], 0.1)[0]:
+            text += os.read(master, 65536)
+        if b"NMP5" in text and b"ratio" in text and keys:
+            os.write(master, keys)
+            keys = b""
+        return top.poll() is not None
+    try:
+        wait_for(f"the end of top {arguments}", ended, 40)
+        expect(termios.tcgetattr(slave) == before, f"top {arguments} {keys}: the terminal's settings changed")
+    finally:
+        top.kill()
+        os.close(slave)
+        os.close(master)
+    return top.returncode, text
+
+
+def check_terminal(product):
+    """The screen is shown, and taken away again, whatever ends it."""
+    for keys, arguments in ((b"q", ()), (b"\x03", ()), (b"", ("--seconds", "3"))):
+        code, text = on_terminal(product, keys, *arguments)
+        expect(code == 0, f"top {keys} {arguments}: exit code {code}\n{text[-500:]!r}")
+        expect(b"q or Ctrl+C ends" in text and b"_Total" in text, f"top {keys} {arguments}: no screen\n{text[-500:]!r}")
+        # The last thing drawn, from the upper left corner on, is 24 lines without a letter.
+        tail = text[text.rindex(b"q or Ctrl+C"):]
+        expect(re.search(rb"\x1b\[H(\x1b\[K[\r\n]*){24}", tail), f"top {keys} {arguments} left its screen: {tail!r}")
 
 
 def check(product):
@@ -142,6 +217,9 @@ def check(product):
     expect(code == 2 and "Avg. us/Write" in text, f"{code}\n{text}")
     code, text = product.ctl("query", "--disk", "65")
     expect(code == 2, f"{code}\n{text}")
+
+    check_example(product)
+    check_terminal(product)
 
     # Nothing of a reader stays in the table behind it.
     code, text = product.ctl("dump", "--rows")

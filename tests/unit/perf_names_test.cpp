@@ -108,6 +108,7 @@ TEST(PerfNames, TheSystemsNamesWhereItHasAllOfThem)
     NameSources sources{ SystemNames(), { { 2001, "help of the object" }, { 2035, "help of the last" } }, {} };
     const auto  names = NamesOf(sources, 2000, 2001);
     EXPECT_TRUE(names.fromSystem);
+    EXPECT_EQ(names.objectIndex, 2000u);
     EXPECT_EQ(names.object, "title 0");
     EXPECT_EQ(names.objectHelp, "help of the object");
     ASSERT_EQ(names.counters.size(), 17u);
@@ -126,6 +127,9 @@ TEST(PerfNames, TheInstalledOnesWhereTheSystemLacksOne)
     sources.counters.erase(2034);
     const auto names = NamesOf(sources, 2000, 2001);
     EXPECT_FALSE(names.fromSystem);
+    EXPECT_EQ(names.objectIndex, 2000u);
+    EXPECT_EQ(names.objectHelp, "All of it.");
+    EXPECT_EQ(names.counters[0].index, 2002u);
     EXPECT_EQ(names.object, "Cluster Disk Resource Performance");
     EXPECT_EQ(names.counters[0].name, "Transfer Ratio %");
     EXPECT_EQ(names.counters[0].help, "a=b");

@@ -95,9 +95,11 @@ QueryFacts Facts()
     facts.utcOffsetMinutes = 540;
     facts.nameTable = "C:\\home\\etc\\tnwdiskperf.ini";
     facts.names.object = "Cluster Disk Resource Performance";
+    facts.names.objectIndex = 2000;
+    facts.names.objectHelp = "All of it.";
     facts.names.counters.resize(17);
-    facts.names.counters[0].name = "Transfer Ratio %";
-    facts.names.counters[11].name = "Write \"Bytes\"";
+    facts.names.counters[0] = { 2002, "Transfer Ratio %", "Bytes sent per 100 bytes.", 0 };
+    facts.names.counters[11] = { 2024, "Write \"Bytes\"", "", -6 };
     facts.counters = { 0, 5, 11 };
     Reading& reading = facts.reading;
     reading.state = ReadingState::Fresh;
@@ -252,6 +254,24 @@ TEST(QueryText, Json)
   "attached_again": false,
   "names_from": "installed table",
   "object": "Cluster Disk Resource Performance",
+  "object_index": 2000,
+  "object_help": "All of it.",
+  "counters": [
+    {
+      "number": 0,
+      "name": "Transfer Ratio %",
+      "index": 2002,
+      "scale": 0,
+      "help": "Bytes sent per 100 bytes."
+    },
+    {
+      "number": 11,
+      "name": "Write \"Bytes\"",
+      "index": 2024,
+      "scale": -6,
+      "help": ""
+    }
+  ],
   "disks": [
     {
       "disk": 0,

@@ -114,7 +114,7 @@ protected:
         std::vector<build::Counter>  counters;
         std::vector<build::Instance> instances = { { L"_Total", std::vector<ULONGLONG>(17, 9) } };
         for (DWORD i = 0; i < 17; i++)
-            counters.push_back({ FIRST + 2 + 2 * i, FIRST + 3 + 2 * i, i == 1 ? -5 : 0, 0, 8 });
+            counters.push_back({ FIRST + 2 + 2 * i, FIRST + 3 + 2 * i, i == 1 ? -4 : 0, 0, 8 });
         for (size_t slot = 0; slot < instanceNum - 1; slot++)
             instances.push_back({ L"NMP" + std::to_wstring(slot + 1), Display(slot) });
         result.data =
@@ -209,7 +209,22 @@ TEST_F(PerfReaderTest, TheFirstIntervalComesWithTheFirstNewSample)
     EXPECT_FALSE(reading.attachedAgain);
     EXPECT_EQ(queries, 1);
     EXPECT_EQ(reader->Names().counters[1].index, 2004u);
-    EXPECT_EQ(reader->Names().counters[1].scale, -5);
+    EXPECT_EQ(reader->Names().counters[1].scale, -4);  // as the provider says; the table of the product says -5
+}
+
+// The sample behind the baseline was 0.7 s old when we attached; peaks began there.
+TEST_F(PerfReaderTest, PeaksCoverTheTimeSinceTheReadBefore)
+{
+    now = 10700;
+    auto reader = Waiting();
+    Sample(20000);
+    now = 20400;
+    EXPECT_EQ(reader->Next().peakMs, 9700u);
+    Sample(30000);
+    now = 30100;
+    const Reading reading = reader->Next();
+    EXPECT_EQ(reading.peakMs, 9700u);
+    EXPECT_EQ(reading.coveredMs, 10000u);
 }
 
 TEST_F(PerfReaderTest, WithoutANewSampleTheOldRowsAreStaleAndNothingIsCollected)
@@ -252,6 +267,19 @@ TEST_F(PerfReaderTest, ADeadSampleIsSaidAndItsMissedPollsCountOnce)
     EXPECT_EQ(reading.coveredMs, 30000u);
 }
 
+TEST_F(PerfReaderTest, EachStallCountsItsOwnMissedPolls)
+{
+    auto reader = Waiting();
+    now = 31001;  // 21 s behind the sample: two intervals
+    EXPECT_EQ(reader->Next().pollsMissedTotal, 2u);
+    Sample(40000);
+    EXPECT_EQ(reader->Next().pollsMissedTotal, 2u);
+    now = 51001;
+    const Reading reading = reader->Next();
+    EXPECT_EQ(reading.pollsMissed, 1u);
+    EXPECT_EQ(reading.pollsMissedTotal, 3u);
+}
+
 TEST_F(PerfReaderTest, IdleIsNoMeasuredHundredAndNoMeasuredZero)
 {
     auto reader = Waiting();
@@ -265,6 +293,11 @@ TEST_F(PerfReaderTest, IdleIsNoMeasuredHundredAndNoMeasuredZero)
     EXPECT_EQ(cells[12], "0");
     EXPECT_EQ(Cells(idle.rows[0])[0], "idle");
     EXPECT_EQ(Cells(idle.rows[0])[1], "9");
+
+    // Handed over and nothing sent yet: still no ratio.
+    Row(1, 3) += 100;
+    Sample(25000);
+    EXPECT_EQ(Cells(reader->Next().rows[1])[0], "idle");
 
     // All that was handed over was sent, each piece in no time: measured.
     Row(1, 3) += 100;
@@ -351,6 +384,7 @@ TEST_F(PerfReaderTest, ASampleBetweenCopyAndQueryIsKnownByItsValues)
                    } };
     reading = reader->Next();
     EXPECT_EQ(reading.coveredMs, 5000u);
+    EXPECT_EQ(reading.ageMs, 10000u);
     EXPECT_EQ(reading.sampleTime.wSecond, 30);
     EXPECT_EQ(Cells(reading.rows[1])[11], "200");
     reading = reader->Next();
@@ -412,6 +446,35 @@ TEST_F(PerfReaderTest, CollectionSwitchedOffIsNoZero)
     EXPECT_EQ(reading.state, ReadingState::Unavailable);
     EXPECT_THAT(reading.words, HasSubstr("collection is switched off"));
     EXPECT_EQ(queries, 0);
+}
+
+// Our row is still there, and the provider's baseline is of before: an interval over the gap would mean nothing.
+TEST_F(PerfReaderTest, CollectionThatWasOffBeginsANewInterval)
+{
+    for (const bool seenByLook : { false, true }) {
+        Sample(10000);
+        auto      reader = Waiting();
+        const int before = opens;
+        region->local_time = SYSTEMTIME{};
+        if (seenByLook)
+            reader->Look();
+        else
+            EXPECT_EQ(reader->Next().state, ReadingState::Unavailable);
+        Sample(40000);
+        EXPECT_EQ(reader->Next().words, "waiting for the first interval");
+        EXPECT_EQ(opens, before + 1);
+        Sample(50000);
+        EXPECT_EQ(reader->Next().coveredMs, 10000u);
+    }
+}
+
+TEST_F(PerfReaderTest, OurNumberInTheProducersRowIsNoRowOfOurs)
+{
+    auto reader = Waiting();
+    region->PMProcessID[2] = 0;
+    region->PMProcessID[0] = OWN;
+    Sample(20000);
+    EXPECT_EQ(reader->Next().words, "the disk agent was started again: waiting for the first interval");
 }
 
 TEST_F(PerfReaderTest, AFullTableIsNotTriedUnlessAReaderInItIsDead)

@@ -2,6 +2,7 @@
  * The loop of dkpfctl top on a clock that moves in waits alone.
  */
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <deque>
 
 #include "top_loop.h"
@@ -75,17 +76,27 @@ public:
     {
         return SYSTEMTIME{ 2026, 3, 6, 7, 14, 5, static_cast<WORD>((ms - 5000) / 1000), 0 };
     }
-    bool Wait(DWORD wait) override
+    TopWish Wait(DWORD wait) override
     {
         waits.push_back(wait);
+        if (waits.size() == endAfter)
+            return TopWish::End;
+        if (!keys.empty()) {
+            const TopWish key = keys.front();
+            keys.pop_front();
+            ms += std::min(wait, keyMs);
+            return key;
+        }
         ms += wait;
-        return waits.size() == endAfter;
+        return TopWish::None;
     }
 
     std::deque<std::pair<int, int>>      sizes;
     std::vector<std::vector<ScreenLine>> frames;
     std::string                          said;
     std::vector<DWORD>                   waits;
+    std::deque<TopWish>                  keys;  // one ends each wait, after keyMs
+    DWORD                                keyMs = 100;
     ULONGLONG                            ms = 5000;
     size_t                               endAfter = 1000;
 };
@@ -281,4 +292,51 @@ TEST_F(TopLoopTest, EachFrameHasTheSizeOfItsMoment)
     EXPECT_EQ(view.frames[1][6].text.size(), 176u);  // all 17
     EXPECT_EQ(view.frames[2].size(), 6u);
     EXPECT_EQ(view.frames[2][3].text.size(), 36u);  // 3 columns
+}
+
+/* First disk on a frame of AllDisks, of at least 12 lines. */
+static std::string FirstDisk(const std::vector<ScreenLine>& frame)
+{
+    return frame[7].text.substr(0, frame[7].text.find(' '));
+}
+
+// 24 lines hold 15 of the 64 disks. A step, a page, both ends, and nothing beyond them.
+TEST_F(TopLoopTest, KeysScrollTheDisks)
+{
+    view.sizes = { { 80, 24 } };
+    view.keyMs = 1;
+    view.keys = { TopWish::Down,   TopWish::Down, TopWish::Up,   TopWish::PageDown, TopWish::PageUp, TopWish::PageUp,
+                  TopWish::PageUp, TopWish::Up,   TopWish::Last, TopWish::Down,     TopWish::Up,     TopWish::First };
+    source.Add(AllDisks());
+    view.endAfter = 13;
+    Run();
+    std::vector<std::string> first;
+    for (const auto& frame : view.frames) {
+        EXPECT_EQ(frame[6].text.substr(0, 6), "_Total");
+        first.push_back(FirstDisk(frame));
+    }
+    EXPECT_EQ(first, (std::vector<std::string>{ "NMP1", "NMP2", "NMP3", "NMP2", "NMP17", "NMP2", "NMP1", "NMP1", "NMP1",
+                                                "NMP50", "NMP50", "NMP49", "NMP1" }));
+    EXPECT_EQ(source.reads, 1);
+}
+
+// A key held down: 100 ms each, for 3 s. The readings come when they are due, and the place stays over them.
+TEST_F(TopLoopTest, KeysPutOffNoReading)
+{
+    view.sizes = { { 80, 24 } };
+    view.keys.assign(30, TopWish::Down);
+    source.Add(AllDisks());
+    Run(4);
+    EXPECT_EQ(source.reads, 5);
+    EXPECT_EQ(view.ms, 9000u);
+    EXPECT_EQ(FirstDisk(view.frames.back()), "NMP31");
+}
+
+TEST_F(TopLoopTest, KeysMeanNothingToPlainLines)
+{
+    view.keys = { TopWish::Down, TopWish::Last };
+    source.Add(ThreeDisks());
+    EXPECT_TRUE(Run(2).everRead);
+    EXPECT_EQ(source.reads, 3);
+    EXPECT_TRUE(view.frames.empty());
 }

@@ -17,7 +17,15 @@ using Lines = std::vector<std::string>;
 std::vector<ScreenLine> Screen(const Reading& reading, int width, int height,
                                const CounterNames& names = NamesFromSystem())
 {
-    return TopScreen(reading, names, "NODE1", width, height);
+    TopScroll scroll;
+    return TopScreen(reading, names, "NODE1", width, height, &scroll);
+}
+
+std::vector<ScreenLine> ScreenOf(const std::string& computer, const Reading& reading, const CounterNames& names,
+                                 int width, int height)
+{
+    TopScroll scroll;
+    return TopScreen(reading, names, computer, width, height, &scroll);
 }
 
 Lines Texts(const std::vector<ScreenLine>& screen)
@@ -303,7 +311,7 @@ TEST(TopScreen, ThreeDisksAt200ColumnsShowAllCounters)
         "      64 B"
         "      64 B"
         "      64 B",
-        "q or Ctrl+C ends | counter names from the installed table",
+        "q or Ctrl+C ends | names from the installed table",
     };
     EXPECT_EQ(Texts(Screen(ThreeDisks(), 200, 50, NamesFromTable())), expected);
 }
@@ -344,7 +352,38 @@ TEST(TopScreen, SixtyFourDisksAt80By24)
                          "  14.7 KiB"
                          "   >9999 %");
     EXPECT_EQ(lines[22], "49 more disks");
-    EXPECT_EQ(lines[23], "q or Ctrl+C ends");
+    EXPECT_EQ(lines[23], "q or Ctrl+C ends | Up Down PgUp PgDn scroll");
+    EXPECT_EQ(Texts(Screen(AllDisks(), 80, 24, NamesFromTable()))[23],
+              "q or Ctrl+C ends | Up Down PgUp PgDn scroll | names from the installed table");
+}
+
+TEST(TopScreen, TheDisksScrollBelowTheTotal)
+{
+    const auto lines = [](size_t first, int height, size_t firstThen, size_t page) {
+        TopScroll   scroll = { first, 0 };
+        const Lines texts = Texts(TopScreen(AllDisks(), NamesFromSystem(), "NODE1", 80, height, &scroll));
+        EXPECT_EQ(scroll.first, firstThen);
+        EXPECT_EQ(scroll.page, page);
+        return texts;
+    };
+    const Lines middle = lines(15, 24, 15, 15);
+    EXPECT_EQ(middle[6].substr(0, 6), "_Total");
+    EXPECT_EQ(middle[7].substr(0, 6), "NMP16 ");
+    EXPECT_EQ(middle[21].substr(0, 6), "NMP30 ");
+    EXPECT_EQ(middle[22], "15 disks above, 34 below");
+    EXPECT_EQ(lines(1, 24, 1, 15)[22], "1 disk above, 48 below");
+
+    const Lines last = lines(64, 24, 49, 15);
+    EXPECT_EQ(last[7].substr(0, 6), "NMP50 ");
+    EXPECT_EQ(last[21].substr(0, 6), "NMP64 ");
+    EXPECT_EQ(last[22], "49 disks above");
+    EXPECT_EQ(last[23], "q or Ctrl+C ends | Up Down PgUp PgDn scroll");
+
+    // In a window that holds all of them nothing is left out.
+    EXPECT_EQ(lines(49, 72, 0, 64)[7].substr(0, 6), "NMP1  ");
+    EXPECT_EQ(lines(49, 72, 0, 64)[71], "q or Ctrl+C ends");
+    // Two lines behind sample and titles: the total and the count.
+    EXPECT_EQ(lines(0, 5, 0, 0)[4], "64 more disks");
 }
 
 TEST(TopScreen, SixtyFourDisksAt200ColumnsFillTheWindowWhateverItsHeight)
@@ -436,10 +475,9 @@ TEST(TopScreen, AFlatWindowKeepsSampleTitlesAndRows)
 
 TEST(TopScreen, LettersAreCountedNotBytes)
 {
-    const auto lines = TopScreen(ThreeDisks(), NamesFromSystem(), "\xC3\x84\xC3\x96\xC3\x9C", 3, 24);
+    const auto lines = ScreenOf("\xC3\x84\xC3\x96\xC3\x9C", ThreeDisks(), NamesFromSystem(), 3, 24);
     EXPECT_EQ(lines[0].text, "\xC3\x84\xC3\x96\xC3\x9C");
-    EXPECT_EQ(TopScreen(ThreeDisks(), NamesFromSystem(), "\xC3\x84\xC3\x96\xC3\x9C", 2, 24)[0].text,
-              "\xC3\x84\xC3\x96");
+    EXPECT_EQ(ScreenOf("\xC3\x84\xC3\x96\xC3\x9C", ThreeDisks(), NamesFromSystem(), 2, 24)[0].text, "\xC3\x84\xC3\x96");
 }
 
 // ---- States
@@ -500,7 +538,7 @@ TEST(TopScreen, NothingToReadSaysWhyAndShowsNoTable)
 {
     const Reading reading =
         UnavailableBecause("there is no shared region: the disk agent does not run; start it with net start dkpfagent");
-    const auto  screen = TopScreen(reading, CounterNames(), "NODE1", 80, 24);
+    const auto  screen = Screen(reading, 80, 24, CounterNames());
     const Lines expected = {
         "NODE1: performance of the mirror disks",
         "NO VALUES: there is no shared region: the disk agent does not run; start it with",
@@ -510,7 +548,7 @@ TEST(TopScreen, NothingToReadSaysWhyAndShowsNoTable)
     EXPECT_EQ(Texts(screen), expected);
     EXPECT_EQ(screen[1].look, Look::Loud);
     EXPECT_EQ(screen[2].look, Look::Loud);
-    EXPECT_TRUE(Shows(Texts(TopScreen(reading, CounterNames(), "NODE1", 80, 3)), "NO VALUES: there is no"));
+    EXPECT_TRUE(Shows(Texts(Screen(reading, 80, 3, CounterNames())), "NO VALUES: there is no"));
 }
 
 TEST(TopScreen, WithoutASampleItWaits)

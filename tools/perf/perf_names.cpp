@@ -133,6 +133,7 @@ CounterNames NamesOf(const NameSources& sources, DWORD firstCounter, DWORD first
     const PerfTexts& helps = names.fromSystem ? sources.helps : sources.installed.helps;
     const DWORD      nameBase = names.fromSystem ? firstCounter : 0;
     const DWORD      helpBase = names.fromSystem ? firstHelp : 0;
+    names.objectIndex = firstCounter;
     names.object = TextAt(texts, nameBase);
     names.objectHelp = TextAt(helps, helpBase);
     for (DWORD i = 0; i < DKPF_COUNTER_NUM; i++) {

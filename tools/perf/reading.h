@@ -62,6 +62,7 @@ struct CounterName {
 };
 
 struct CounterNames {
+    DWORD                    objectIndex = 0;  // title index
     std::string              object;
     std::string              objectHelp;
     std::vector<CounterName> counters;            // in the order of the counters
