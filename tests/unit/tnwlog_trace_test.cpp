@@ -110,7 +110,7 @@ HANDLE WINAPI MutexHook(LPSECURITY_ATTRIBUTES lpSa, BOOL bOwner, LPCWSTR lpName)
 }
 
 class Trace : public TnwLogTest {
-  protected:
+protected:
     explicit Trace(const wchar_t* lpLeaf = L"home") : TnwLogTest(lpLeaf)
     {
         g_calls = Calls();
@@ -736,6 +736,24 @@ TEST_F(Trace, ALockWhoseOwnerWasKilledIsTaken)
     api->log_term(hLog);
 }
 
+TEST_F(Trace, APartOfALineThatAKilledOwnerLeftIsClosedAlsoBehindAnOpenHandle)
+{
+    HTNWLOG hLog = Open();
+    HANDLE  hFile = INVALID_HANDLE_VALUE;
+    DWORD   dwWritten = 0;
+
+    Put(hLog, "before");
+    hFile = CreateFileW(home.Path(L"log\\diskperf.log").c_str(), FILE_APPEND_DATA,
+                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_TRUE(WriteFile(hFile, "hal", 3, &dwWritten, nullptr));
+    CloseHandle(hFile);
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    g_calls.waitResult = WAIT_ABANDONED;
+    Put(hLog, "next");
+    EXPECT_THAT(Texts(), ElementsAre("before", "hal", "next"));
+    api->log_term(hLog);
+}
+
 TEST_F(Trace, ALockThatCannotBeHadDoesNotStopTheLog)
 {
     HTNWLOG hLog = nullptr;
@@ -812,7 +830,7 @@ TEST_F(Trace, WithoutMemoryNoLogOpensAndNothingStaysBehind)
 /* ---- The home ---- */
 
 class OtherLetters : public Trace {
-  protected:
+protected:
     OtherLetters() : Trace(L"H\u00E4user \u6771\u4EAC")
     {
     }
@@ -828,7 +846,7 @@ TEST_F(OtherLetters, AHomeWithOtherLettersIsAHome)
 }
 
 class DeepHome : public Trace {
-  protected:
+protected:
     DeepHome() : Trace((std::wstring(120, L'a') + L"\\" + std::wstring(120, L'b')).c_str())
     {
     }
