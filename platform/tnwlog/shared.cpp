@@ -143,7 +143,13 @@ static DWORD WriteLate(TNW_SHARED* lpShared, const char* lpLines, DWORD dwLength
     DWORD      dwStatus = TnwFileOpen(&lpShared->set, SHARE_ALL, &hFile);
 
     if (dwStatus == TNWLOG_OK) {
-        dwStatus = TnwFileSize(hFile, &size) ? TnwFileAppend(hFile, size, lpLines, dwLength) : TNWLOG_WRITE_FAILED;
+        dwStatus = TnwFileSize(hFile, &size) ? TnwFileCloseLine(hFile, size, FALSE) : TNWLOG_WRITE_FAILED;
+    }
+    if (dwStatus == TNWLOG_OK && !TnwFileSize(hFile, &size)) {
+        dwStatus = TNWLOG_WRITE_FAILED;
+    }
+    if (dwStatus == TNWLOG_OK) {
+        dwStatus = TnwFileAppend(hFile, size, lpLines, dwLength);
     }
     TnwFileClose(&hFile);
     if (bTaken) {
