@@ -32,8 +32,7 @@ static DWORD StatusOfWrite(DWORD dwW32)
     return IsDiskFull(dwW32) ? TNWLOG_DISK_FULL : TNWLOG_WRITE_FAILED;
 }
 
-/* An account that may append but not read takes the file as it is. Any other refusal could hide half a line. */
-static DWORD StatusOfRead(DWORD dwW32)
+DWORD TnwStatusOfRead(DWORD dwW32)
 {
     return dwW32 == ERROR_ACCESS_DENIED ? TNWLOG_OK : TNWLOG_WRITE_FAILED;
 }
@@ -204,7 +203,7 @@ static DWORD FindTextEnd(HANDLE hFile, ULONGLONG size, ULONGLONG* lpEnd)
     for (; size > 0; size -= dwPart) {
         dwPart = static_cast<DWORD>(size < sizeof block ? size : sizeof block);
         if (!TnwFileRead(hFile, size - dwPart, block, dwPart)) {
-            return StatusOfRead(GetLastError());
+            return TnwStatusOfRead(GetLastError());
         }
         for (DWORD dw = dwPart; dw > 0; dw--, (*lpEnd)--) {
             if (block[dw - 1] != '\0') {
@@ -227,7 +226,7 @@ static DWORD IsQuoteOpen(HANDLE hFile, ULONGLONG end, BOOL* lpfOpen)
     while (end > stop) {
         dwPart = static_cast<DWORD>(end - stop < sizeof block ? end - stop : sizeof block);
         if (!TnwFileRead(hFile, end - dwPart, block, dwPart)) {
-            return StatusOfRead(GetLastError());
+            return TnwStatusOfRead(GetLastError());
         }
         for (; dwPart > 0; dwPart--, end--) {
             if (block[dwPart - 1] == '\n') {
@@ -268,7 +267,7 @@ DWORD TnwFileCloseLine(HANDLE hFile, ULONGLONG size, BOOL fQuotes)
         return TNWLOG_OK;
     }
     if (!TnwFileRead(hFile, size - 1, &last, 1)) {
-        return StatusOfRead(GetLastError());
+        return TnwStatusOfRead(GetLastError());
     }
     if (last == '\n') {
         return TNWLOG_OK;
