@@ -37,6 +37,12 @@ HANDLE WINAPI OpenHook(LPCWSTR lpPath, DWORD dwAccess, DWORD dwShare, LPSECURITY
     return CreateFileW(lpPath, dwAccess, dwShare, lpSa, dwHow, dwFlags, hTemplate);
 }
 
+BOOL WINAPI NoRead(HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED)
+{
+    SetLastError(ERROR_IO_DEVICE);
+    return FALSE;
+}
+
 BOOL WINAPI MoveHook(LPCWSTR lpFrom, LPCWSTR lpTo, DWORD dwFlags)
 {
     if (g_moveError != 0) {
@@ -661,6 +667,19 @@ TEST_F(Csv, EachRefusalToOpenHasItsStatus)
         hFile = nullptr;
         home.Remove(CSV);
     }
+}
+
+TEST_F(Csv, AFileThatCannotBeReadIsNotTakenForOneWithAnotherHeader)
+{
+    home.Write(CSV, std::string(HEADER) + "\r\n1\r\n");
+    {
+        ImportHook read(api->Module(), "kernel32.dll", "ReadFile", NoRead);
+        ASSERT_EQ(Open(), TNWLOG_OK);
+        EXPECT_EQ(Put("lost"), TNWLOG_WRITE_FAILED);
+    }
+    EXPECT_EQ(Put("2"), TNWLOG_OK);
+    EXPECT_THAT(File(), ElementsAre(HEADER, "1", "2"));
+    EXPECT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" });
 }
 
 TEST_F(Csv, AFolderInWhichNothingMayBeRenamedCostsNoLine)
