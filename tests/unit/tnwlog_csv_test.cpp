@@ -15,7 +15,7 @@ const char* const    HEADER_2 = "\"(PDH-CSV 4.0)\",\"\\\\SERVER1\\b\"";
 const wchar_t* const CSV = L"perf\\nmp1.csv";
 const DWORD          MAX_LINE = 13440;
 
-DWORD g_shortWrite, g_writeError, g_openError, g_moveError;
+DWORD g_shortWrite, g_writeError, g_openError, g_moveError, g_reads;
 
 BOOL WINAPI WriteHook(HANDLE hFile, LPCVOID lpData, DWORD dwLength, LPDWORD lpdwWritten, LPOVERLAPPED lpAt)
 {
@@ -37,10 +37,14 @@ HANDLE WINAPI OpenHook(LPCWSTR lpPath, DWORD dwAccess, DWORD dwShare, LPSECURITY
     return CreateFileW(lpPath, dwAccess, dwShare, lpSa, dwHow, dwFlags, hTemplate);
 }
 
-BOOL WINAPI NoRead(HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED)
+// The first read looks at the file's end, the second one at its header.
+BOOL WINAPI NoHeaderRead(HANDLE hFile, LPVOID lpData, DWORD dwLength, LPDWORD lpdwRead, LPOVERLAPPED lpAt)
 {
-    SetLastError(ERROR_IO_DEVICE);
-    return FALSE;
+    if (++g_reads % 2 == 0) {
+        SetLastError(ERROR_IO_DEVICE);
+        return FALSE;
+    }
+    return ReadFile(hFile, lpData, dwLength, lpdwRead, lpAt);
 }
 
 BOOL WINAPI MoveHook(LPCWSTR lpFrom, LPCWSTR lpTo, DWORD dwFlags)
@@ -67,7 +71,7 @@ class Csv : public TnwLogTest {
 protected:
     explicit Csv(const wchar_t* lpLeaf = L"home") : TnwLogTest(lpLeaf)
     {
-        g_shortWrite = g_writeError = g_openError = g_moveError = 0;
+        g_shortWrite = g_writeError = g_openError = g_moveError = g_reads = 0;
     }
     void TearDown() override
     {
@@ -673,7 +677,7 @@ TEST_F(Csv, AFileThatCannotBeReadIsNotTakenForOneWithAnotherHeader)
 {
     home.Write(CSV, std::string(HEADER) + "\r\n1\r\n");
     {
-        ImportHook read(api->Module(), "kernel32.dll", "ReadFile", NoRead);
+        ImportHook read(api->Module(), "kernel32.dll", "ReadFile", NoHeaderRead);
         ASSERT_EQ(Open(), TNWLOG_OK);
         EXPECT_EQ(Put("lost"), TNWLOG_WRITE_FAILED);
     }
