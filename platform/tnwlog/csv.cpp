@@ -30,23 +30,30 @@ static const DWORD FLAGS = 3;
 
 enum FIRST_LINE { FIRST_NONE, FIRST_PART, FIRST_SAME, FIRST_OTHER };
 
-/* How the file begins, seen from the header. FIRST_PART: the machine went down while the header was written. */
-static FIRST_LINE ReadFirstLine(const TNWLOG_CSV* lpCsv, ULONGLONG size)
+/* How the file begins, seen from the header. FIRST_PART: the machine went down while the header was written. A file
+ * that the account may not read has another header. */
+static DWORD ReadFirstLine(const TNWLOG_CSV* lpCsv, ULONGLONG size, FIRST_LINE* lpeFirst)
 {
     char        block[4096];
     const DWORD dwCompare = size < lpCsv->dwHeader ? static_cast<DWORD>(size) : lpCsv->dwHeader;
     DWORD       dwDone = 0, dwPart = 0;
 
-    if (size == 0) {
-        return FIRST_NONE;
-    }
+    *lpeFirst = FIRST_OTHER;
     for (; dwDone < dwCompare; dwDone += dwPart) {
         dwPart = dwCompare - dwDone < sizeof block ? dwCompare - dwDone : static_cast<DWORD>(sizeof block);
-        if (!TnwFileRead(lpCsv->hFile, dwDone, block, dwPart) || memcmp(block, lpCsv->lpHeader + dwDone, dwPart) != 0) {
-            return FIRST_OTHER;
+        if (!TnwFileRead(lpCsv->hFile, dwDone, block, dwPart)) {
+            return TnwStatusOfRead(GetLastError());
+        }
+        if (memcmp(block, lpCsv->lpHeader + dwDone, dwPart) != 0) {
+            return TNWLOG_OK;
         }
     }
-    return size < lpCsv->dwHeader ? FIRST_PART : FIRST_SAME;
+    if (size == 0) {
+        *lpeFirst = FIRST_NONE;
+    } else {
+        *lpeFirst = size < lpCsv->dwHeader ? FIRST_PART : FIRST_SAME;
+    }
+    return TNWLOG_OK;
 }
 
 static DWORD AppendHeader(TNWLOG_CSV* lpCsv, ULONGLONG size)
@@ -60,41 +67,39 @@ static DWORD AppendHeader(TNWLOG_CSV* lpCsv, ULONGLONG size)
 /* Opens what is there and finds out whether it can be continued. */
 static DWORD OpenFile(TNWLOG_CSV* lpCsv)
 {
-    ULONGLONG size = 0;
-    DWORD     dwStatus = TnwFileOpen(&lpCsv->set, SHARE_READERS, &lpCsv->hFile);
+    ULONGLONG  size = 0;
+    FIRST_LINE eFirst = FIRST_OTHER;
+    DWORD      dwStatus = TnwFileOpen(&lpCsv->set, SHARE_READERS, &lpCsv->hFile);
 
     lpCsv->fHeaded = FALSE;
     if (dwStatus != TNWLOG_OK) {
         return dwStatus;
     }
     dwStatus = TnwFileTrim(lpCsv->hFile, &size);
+    if (dwStatus == TNWLOG_OK) {
+        dwStatus = ReadFirstLine(lpCsv, size, &eFirst);
+    }
     if (dwStatus != TNWLOG_OK) {
         return dwStatus;
     }
-    /* Before the last line is closed: a header cut short must not get a line end of its own. */
-    if (ReadFirstLine(lpCsv, size) == FIRST_PART) {
+    switch (eFirst) {
+    case FIRST_PART: /* gets no line end: it would be a line of its own */
         if (!TnwFileCut(lpCsv->hFile, 0)) {
             return TNWLOG_WRITE_FAILED;
         }
-        size = 0;
-    }
-    dwStatus = TnwFileCloseLine(lpCsv->hFile, size, TRUE);
-    if (dwStatus != TNWLOG_OK) {
-        return dwStatus;
-    }
-    switch (ReadFirstLine(lpCsv, size)) {
+        lpCsv->fRotateDue = FALSE;
+        return AppendHeader(lpCsv, 0);
     case FIRST_NONE:
         lpCsv->fRotateDue = FALSE;
         return AppendHeader(lpCsv, 0);
     case FIRST_SAME:
         lpCsv->fHeaded = TRUE;
-        return TNWLOG_OK;
-    case FIRST_PART:
+        break;
     case FIRST_OTHER:
         lpCsv->fRotateDue = TRUE;
         break;
     }
-    return TNWLOG_OK;
+    return TnwFileCloseLine(lpCsv->hFile, size, TRUE);
 }
 
 /* The file open for appending becomes generation 1. On failure it stays the current one, and open. */

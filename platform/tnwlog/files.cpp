@@ -32,6 +32,11 @@ static DWORD StatusOfWrite(DWORD dwW32)
     return IsDiskFull(dwW32) ? TNWLOG_DISK_FULL : TNWLOG_WRITE_FAILED;
 }
 
+DWORD TnwStatusOfRead(DWORD dwW32)
+{
+    return dwW32 == ERROR_ACCESS_DENIED ? TNWLOG_OK : TNWLOG_WRITE_FAILED;
+}
+
 /* ---- Names ---- */
 
 /* A dot is refused because NAME.1 would be both a log of its own and a generation of NAME. */
@@ -163,7 +168,11 @@ BOOL TnwFileRead(HANDLE hFile, ULONGLONG offset, void* lpData, DWORD dwLength)
 
     at.Offset = static_cast<DWORD>(offset);
     at.OffsetHigh = static_cast<DWORD>(offset >> 32);
-    return ReadFile(hFile, lpData, dwLength, &dwRead, &at) && dwRead == dwLength;
+    if (!ReadFile(hFile, lpData, dwLength, &dwRead, &at)) {
+        return FALSE;
+    }
+    SetLastError(ERROR_HANDLE_EOF); /* what a part of it means to the caller */
+    return dwRead == dwLength;
 }
 
 DWORD TnwFileAppend(HANDLE hFile, ULONGLONG size, const char* lpData, DWORD dwLength)
@@ -184,76 +193,92 @@ DWORD TnwFileAppend(HANDLE hFile, ULONGLONG size, const char* lpData, DWORD dwLe
     return dwStatus;
 }
 
-/* End of the text in front of closing NULs. FALSE: this account may not read. */
-static BOOL FindTextEnd(HANDLE hFile, ULONGLONG size, ULONGLONG* lpEnd)
+/* End of the text in front of closing NULs; the file's end where this account may not read. */
+static DWORD FindTextEnd(HANDLE hFile, ULONGLONG size, ULONGLONG* lpEnd)
 {
     char  block[4096];
     DWORD dwPart = 0;
 
-    while (size > 0) {
+    *lpEnd = size;
+    for (; size > 0; size -= dwPart) {
         dwPart = static_cast<DWORD>(size < sizeof block ? size : sizeof block);
         if (!TnwFileRead(hFile, size - dwPart, block, dwPart)) {
-            return FALSE;
+            return TnwStatusOfRead(GetLastError());
         }
-        for (; dwPart > 0; dwPart--, size--) {
-            if (block[dwPart - 1] != '\0') {
-                *lpEnd = size;
-                return TRUE;
+        for (DWORD dw = dwPart; dw > 0; dw--, (*lpEnd)--) {
+            if (block[dw - 1] != '\0') {
+                return TNWLOG_OK;
             }
         }
     }
-    *lpEnd = 0;
-    return TRUE;
+    return TNWLOG_OK;
 }
 
 /* Whether the last line has an odd number of quotes: what follows would then be read as a part of its last field. */
-static BOOL IsQuoteOpen(HANDLE hFile, ULONGLONG end)
+static DWORD IsQuoteOpen(HANDLE hFile, ULONGLONG end, BOOL* lpfOpen)
 {
     const ULONGLONG longest = 1024 * 1024; /* more than any line of ours; ends the search in a foreign file */
     const ULONGLONG stop = end > longest ? end - longest : 0;
     char            block[4096];
     DWORD           dwPart = 0;
-    BOOL            bOpen = FALSE;
 
+    *lpfOpen = FALSE;
     while (end > stop) {
         dwPart = static_cast<DWORD>(end - stop < sizeof block ? end - stop : sizeof block);
         if (!TnwFileRead(hFile, end - dwPart, block, dwPart)) {
-            return FALSE;
+            return TnwStatusOfRead(GetLastError());
         }
         for (; dwPart > 0; dwPart--, end--) {
             if (block[dwPart - 1] == '\n') {
-                return bOpen;
+                return TNWLOG_OK;
             }
-            bOpen ^= block[dwPart - 1] == '"' ? TRUE : FALSE;
+            *lpfOpen ^= block[dwPart - 1] == '"' ? TRUE : FALSE;
         }
     }
-    return bOpen;
+    return TNWLOG_OK;
 }
 
 DWORD TnwFileTrim(HANDLE hFile, ULONGLONG* lpSize)
 {
     ULONGLONG end = 0;
+    DWORD     dwStatus = TNWLOG_OK;
 
     if (!TnwFileSize(hFile, lpSize)) {
         return TNWLOG_WRITE_FAILED;
     }
-    if (FindTextEnd(hFile, *lpSize, &end) && end != *lpSize) {
-        if (!TnwFileCut(hFile, end)) {
-            return StatusOfWrite(GetLastError());
-        }
-        *lpSize = end;
+    dwStatus = FindTextEnd(hFile, *lpSize, &end);
+    if (dwStatus != TNWLOG_OK || end == *lpSize) {
+        return dwStatus;
     }
+    if (!TnwFileCut(hFile, end)) {
+        return StatusOfWrite(GetLastError());
+    }
+    *lpSize = end;
     return TNWLOG_OK;
 }
 
 DWORD TnwFileCloseLine(HANDLE hFile, ULONGLONG size, BOOL fQuotes)
 {
-    char last = '\n';
+    char  last = '\n';
+    DWORD dwStatus = TNWLOG_OK;
+    BOOL  bOpen = FALSE;
 
-    if (size == 0 || !TnwFileRead(hFile, size - 1, &last, 1) || last == '\n') {
+    if (size == 0) {
         return TNWLOG_OK;
     }
-    if (fQuotes && IsQuoteOpen(hFile, size)) {
+    if (!TnwFileRead(hFile, size - 1, &last, 1)) {
+        return TnwStatusOfRead(GetLastError());
+    }
+    if (last == '\n') {
+        return TNWLOG_OK;
+    }
+    if (fQuotes) {
+        dwStatus = IsQuoteOpen(hFile, size, &bOpen);
+    }
+    if (dwStatus != TNWLOG_OK) {
+        return dwStatus;
+    }
+    if (bOpen) {
         return TnwFileAppend(hFile, size, "\"\r\n", 3);
     }
     return last == '\r' ? TnwFileAppend(hFile, size, "\n", 1) : TnwFileAppend(hFile, size, "\r\n", 2);

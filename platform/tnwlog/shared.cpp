@@ -44,14 +44,15 @@ static HANDLE CreateLock(const TNW_SET* lpSet, const wchar_t* lpSuffix)
     return hLock;
 }
 
-static BOOL TakeLock(HANDLE hLock, DWORD dwMs)
+/* *lpfAbandoned: the lock is taken, and its last owner died with it. */
+static BOOL TakeLock(HANDLE hLock, DWORD dwMs, BOOL* lpfAbandoned)
 {
     DWORD dwWait = WAIT_FAILED;
 
     if (hLock != NULL) {
         dwWait = WaitForSingleObject(hLock, dwMs);
     }
-    /* Abandoned counts as taken: every state a killed owner can leave is one that the next writer heals. */
+    *lpfAbandoned = dwWait == WAIT_ABANDONED;
     return dwWait == WAIT_OBJECT_0 || dwWait == WAIT_ABANDONED;
 }
 
@@ -135,13 +136,20 @@ static DWORD WriteLocked(TNW_SHARED* lpShared, const char* lpLines, DWORD dwLeng
 /* hFile may be in use by the lock's owner, perhaps a thread of this process: the file is opened for this line alone. */
 static DWORD WriteLate(TNW_SHARED* lpShared, const char* lpLines, DWORD dwLength)
 {
-    const BOOL bTaken = TakeLock(lpShared->hLate, LATE_MS);
+    BOOL       bAbandoned = FALSE;
+    const BOOL bTaken = TakeLock(lpShared->hLate, LATE_MS, &bAbandoned);
     HANDLE     hFile = INVALID_HANDLE_VALUE;
     ULONGLONG  size = 0;
     DWORD      dwStatus = TnwFileOpen(&lpShared->set, SHARE_ALL, &hFile);
 
     if (dwStatus == TNWLOG_OK) {
-        dwStatus = TnwFileSize(hFile, &size) ? TnwFileAppend(hFile, size, lpLines, dwLength) : TNWLOG_WRITE_FAILED;
+        dwStatus = TnwFileSize(hFile, &size) ? TnwFileCloseLine(hFile, size, FALSE) : TNWLOG_WRITE_FAILED;
+    }
+    if (dwStatus == TNWLOG_OK && !TnwFileSize(hFile, &size)) {
+        dwStatus = TNWLOG_WRITE_FAILED;
+    }
+    if (dwStatus == TNWLOG_OK) {
+        dwStatus = TnwFileAppend(hFile, size, lpLines, dwLength);
     }
     TnwFileClose(&hFile);
     if (bTaken) {
@@ -153,14 +161,18 @@ static DWORD WriteLate(TNW_SHARED* lpShared, const char* lpLines, DWORD dwLength
 DWORD TnwSharedWrite(TNW_SHARED* lpShared, const char* lpLines, DWORD dwLength, BOOL* lpfLate)
 {
     DWORD dwStatus = TNWLOG_OK;
+    BOOL  bAbandoned = FALSE;
 
-    *lpfLate = !TakeLock(lpShared->hLock, lpShared->lStuck != 0 ? 0 : LOCK_MS);
+    *lpfLate = !TakeLock(lpShared->hLock, lpShared->lStuck != 0 ? 0 : LOCK_MS, &bAbandoned);
     if (*lpfLate) {
         InterlockedExchange(&lpShared->lStuck, 1);
         return WriteLate(lpShared, lpLines, dwLength);
     }
     if (lpShared->lStuck != 0) {
         InterlockedExchange(&lpShared->lStuck, 0);
+    }
+    if (bAbandoned) {
+        TnwFileClose(&lpShared->hFile); /* who died may have left a part of a line: opening the file ends it */
     }
     dwStatus = WriteLocked(lpShared, lpLines, dwLength);
     ReleaseMutex(lpShared->hLock);

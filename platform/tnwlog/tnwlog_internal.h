@@ -81,6 +81,10 @@ DWORD TnwFileAppend(HANDLE hFile, ULONGLONG size, const char* lpData, DWORD dwLe
 BOOL  TnwFileCut(HANDLE hFile, ULONGLONG size);
 BOOL  TnwFileRead(HANDLE hFile, ULONGLONG offset, void* lpData, DWORD dwLength); /* FALSE unless all of it */
 
+/* Of a read that failed: an account that may append but not read takes the file as it is, TNWLOG_OK. Any other refusal
+ * could hide half a line. */
+DWORD TnwStatusOfRead(DWORD dwW32);
+
 /* ---- shared.cpp ---- */
 
 /* A file that every process of the machine may append to. hFile and opened belong to the holder of hLock. */

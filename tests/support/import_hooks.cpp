@@ -1,11 +1,20 @@
 #include "support/import_hooks.h"
 
+#include <ctype.h>
 #include <string.h>
 
 #include <stdexcept>
 
-/* The slot of one import, by name or, with name NULL, by ordinal. */
-static void** ImportSlot(HMODULE module, const char* dll, const char* name, WORD ordinal)
+/* One import: by name or, with name NULL, by ordinal. */
+struct Import {
+    const char* dll;
+    const char* name;
+    WORD        ordinal;
+    void**      slot;
+};
+
+/* Calls visit for each import of the module until it answers true. */
+static void VisitImports(HMODULE module, const std::function<bool(const Import&)>& visit)
 {
     BYTE*                       base = reinterpret_cast<BYTE*>(module);
     auto*                       dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
@@ -14,25 +23,38 @@ static void** ImportSlot(HMODULE module, const char* dll, const char* name, WORD
     auto*                       entry = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
 
     for (; entry->Name != 0; entry++) {
-        if (_stricmp(reinterpret_cast<char*>(base + entry->Name), dll) != 0) {
-            continue;
-        }
         auto* asked = reinterpret_cast<IMAGE_THUNK_DATA*>(base + entry->OriginalFirstThunk);
         auto* bound = reinterpret_cast<IMAGE_THUNK_DATA*>(base + entry->FirstThunk);
         for (; asked->u1.AddressOfData != 0; asked++, bound++) {
+            Import import = { reinterpret_cast<char*>(base + entry->Name), nullptr, 0,
+                              reinterpret_cast<void**>(&bound->u1.Function) };
             if (IMAGE_SNAP_BY_ORDINAL(asked->u1.Ordinal)) {
-                if (name == nullptr && IMAGE_ORDINAL(asked->u1.Ordinal) == ordinal) {
-                    return reinterpret_cast<void**>(&bound->u1.Function);
-                }
-            } else if (name != nullptr) {
+                import.ordinal = static_cast<WORD>(IMAGE_ORDINAL(asked->u1.Ordinal));
+            } else {
                 auto* hint = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + asked->u1.AddressOfData);
-                if (strcmp(reinterpret_cast<char*>(hint->Name), name) == 0) {
-                    return reinterpret_cast<void**>(&bound->u1.Function);
-                }
+                import.name = reinterpret_cast<char*>(hint->Name);
+            }
+            if (visit(import)) {
+                return;
             }
         }
     }
-    return nullptr;
+}
+
+/* NULL where the module has no such import. */
+static void** ImportSlot(HMODULE module, const char* dll, const char* name, WORD ordinal)
+{
+    void** slot = nullptr;
+
+    VisitImports(module, [&](const Import& import) {
+        const bool same = name != nullptr ? import.name != nullptr && strcmp(import.name, name) == 0
+                                          : import.name == nullptr && import.ordinal == ordinal;
+        if (same && _stricmp(import.dll, dll) == 0) {
+            slot = import.slot;
+        }
+        return slot != nullptr;
+    });
+    return slot;
 }
 
 static void Put(void** slot, void* routine)
@@ -77,6 +99,21 @@ bool ImportHooks::Replace(const char* dll, WORD ordinal, void* routine)
         Store(slot, routine);
     }
     return slot != nullptr;
+}
+
+void ImportHooks::ReplaceEach(
+    const std::function<void*(const std::string& dll, const char* name, void* original)>& choose)
+{
+    VisitImports(m_module, [&](const Import& import) {
+        if (import.name != nullptr) {
+            std::string dll = import.dll;
+            for (char& letter : dll) {
+                letter = static_cast<char>(tolower(static_cast<unsigned char>(letter)));
+            }
+            Store(import.slot, choose(dll, import.name, *import.slot));
+        }
+        return false;
+    });
 }
 
 void ImportHooks::RestoreAll()

@@ -1,9 +1,8 @@
 """The disk with the perf folder runs full and is freed: lines are missing, one warning, one all-clear, no torn line."""
+import datetime
 import errno
-import re
-import subprocess
 
-from product import expect, fields_of, main, wait_for
+from product import expect, expect_whole_passes, fields_of, main, wait_for
 
 # Long numbers, so that the lines soon need a new page each.
 SCENARIO = """
@@ -24,12 +23,7 @@ def fill(path):
 
 def check(product):
     product.install(SCENARIO)
-    mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m", "tmpfs", str(product.perf)], capture_output=True,
-                           text=True)
-    if mount.returncode != 0:
-        # The one reason that counts: this account may not mount.
-        print(f"no small disk can be made here, mount says: {mount.stderr.strip()}")
-        expect("permission denied" in mount.stderr or "must be superuser" in mount.stderr, mount.stderr)
+    if not product.mount(product.perf, "size=4m"):
         return
     product.start()
     product.wait_lines("nmp_total_raw", 3)
@@ -37,11 +31,11 @@ def check(product):
     fill(product.perf / "filler")
     # A line fails when it needs a new page. 5 is 'disk full'; a line may fit again while only few have failed.
     wait_for("the warning", lambda: product.events("0x800012C3"))
-    wait_for("files that stand still", lambda: len(set(re.findall(r"log_util_write\((\w+)\) failed\(5,0xb0000027\)",
-                                                                 product.text("diskperf_trace.log")))) >= 64)
+    wait_for("files that stand still", lambda: product.failures(5) >= 64)
     code, text = product.ctl("status")
     expect(code == 1 and "Performance CSV logs cannot be written." in text, f"status: {code}\n{text}")
     (product.perf / "filler").unlink()
+    freed = datetime.datetime.now()
     wait_for("the all-clear", lambda: product.events("0x400012C4"))
     product.wait_lines("nmp_total_raw", product.count("nmp_total_raw") + 2)
     product.stop()
@@ -49,15 +43,12 @@ def check(product):
     expect(len(product.events("0x800012C3")) == 1, f"warnings: {product.events('0x800012C3')}")
     expect(len(product.events("0x400012C4")) == 1, f"all-clears: {product.events('0x400012C4')}")
     names = [f"nmp{n}{end}" for n in [*range(1, 65), "_total"] for end in ("", "_raw")]
-    stamps = {}
-    for name in names:
-        columns = 19 if name.endswith("_raw") else 17
-        stamps[name] = [fields_of(line, columns)[0] for line in product.csv(name)[1:]]
+    stamps = product.stamps()
+    expect(set(stamps) == set(names), f"files: {sorted(stamps)}")
     everything = set().union(*map(set, stamps.values()))
     missing = {name: len(everything - set(each)) for name, each in stamps.items() if everything - set(each)}
     expect(missing, "no line is missing: the disk was never full")
-    last = stamps["nmp_total_raw"][-1]
-    expect(all(each[-1] == last for each in stamps.values()), "a file did not go on")
+    expect_whole_passes(stamps, freed)
     for n in range(1, 65):
         fed = {row[0] for row in product.journal(n)}
         for line in product.csv(f"nmp{n}_raw")[1:]:

@@ -2,6 +2,7 @@
 
 A case is a script that calls main(check); check gets the Product, and raises Failed through expect() and wait_for().
 """
+import datetime
 import os
 import pathlib
 import re
@@ -54,6 +55,16 @@ def fields_of(line, count):
     expect(re.fullmatch(shape, line), f"no data line: {line!r}")
     fields = line[1:-1].split('","')
     return fields[0], [int(field) for field in fields[1:]]
+
+
+def expect_whole_passes(stamps, since):
+    """Each pass later than a moment has its line in every file."""
+    def is_later(stamp):
+        return datetime.datetime.strptime(stamp, "%m/%d/%Y %H:%M:%S.%f") > since
+    passes = {stamp for each in stamps.values() for stamp in each if is_later(stamp)}
+    expect(passes, f"no pass since {since}")
+    missing = {name: len(passes - set(each)) for name, each in stamps.items() if passes - set(each)}
+    expect(not missing, f"lines that are missing of {len(passes)} passes since {since}: {missing}")
 
 
 class Product:
@@ -152,26 +163,43 @@ class Product:
             os.kill(number, signal.SIGKILL)
         wait_for(f"{program} gone", lambda: not self.processes(program))
 
+    def mount(self, folder, options):
+        """Puts a small disk over a folder of the home. False: this account may not, the one reason that counts."""
+        done = subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", str(folder)], capture_output=True,
+                              text=True)
+        if done.returncode != 0:
+            print(f"no small disk can be made here, mount says: {done.stderr.strip()}")
+            expect("permission denied" in done.stderr or "must be superuser" in done.stderr, done.stderr)
+        return done.returncode == 0
+
+    def unmount(self):
+        for folder in (self.perf, self.log):
+            while os.path.ismount(folder):
+                subprocess.run(["umount", str(folder)], check=True)
+
     def remove(self):
         """Ends everything of this case and removes its folder."""
         if self.prefix.exists():
             self.shell("product_stop || true; stop_prefix \"$WINEPREFIX\"")
-        while os.path.ismount(self.perf):
-            subprocess.run(["umount", str(self.perf)], check=True)
+        self.unmount()
         subprocess.run(["rm", "-rf", str(self.folder)], check=True)
 
     def end(self):
         """Ends everything; the files stay, for whoever looks at a failure. The prefix is made anew each time."""
         if self.prefix.exists():
             self.shell("product_stop || true; stop_prefix \"$WINEPREFIX\"")
-        while os.path.ismount(self.perf):
-            subprocess.run(["umount", str(self.perf)], check=True)
+        self.unmount()
         subprocess.run(["rm", "-rf", str(self.prefix)], check=True)
 
     # ---- What it left ----
 
     def csv(self, name):
         return lines_of(self.perf / f"{name}.csv")
+
+    def stamps(self):
+        """Times of the lines of each current CSV file, as texts; every line is looked at."""
+        return {path.stem: [fields_of(line, 19 if path.stem.endswith("_raw") else 17)[0] for line in lines_of(path)[1:]]
+                for path in self.perf.glob("nmp*.csv") if "." not in path.stem}
 
     def count(self, name):
         """Whole lines of a file that may grow at this moment, the header counted; 0: not there."""
@@ -194,6 +222,11 @@ class Product:
     def events(self, number):
         """Entries of the event log with this number."""
         return [line for line in self.text("diskperf_event.log").split("\n") if f" {number} " in line]
+
+    def failures(self, status):
+        """How many CSV files have answered a write with this status."""
+        return len(set(re.findall(r"log_util_write\((\w+)\) failed\(%d,0xb0000027\)" % status,
+                                  self.text("diskperf_trace.log"))))
 
     def computer_name(self):
         key = r"HKLM\System\CurrentControlSet\Control\ComputerName\ActiveComputerName"

@@ -3,14 +3,18 @@ include(support/test_home.cmake)
 dkpf_test_product(tnwlog)
 dkpf_test_product(tnwmsg)
 
+# Every call that a module makes.
+add_library(import_watch STATIC support/import_watch.cpp)
+target_link_libraries(import_watch PUBLIC import_hooks PRIVATE dkpf_warnings)
+
 dkpf_test(tnwlog_strings_test unit SOURCES unit/tnwlog_strings_test.cpp LIBS test_home)
-dkpf_test(tnwlog_trace_test unit SOURCES unit/tnwlog_trace_test.cpp LIBS test_home)
+dkpf_test(tnwlog_trace_test unit SOURCES unit/tnwlog_trace_test.cpp LIBS test_home import_watch)
 dkpf_test(tnwlog_events_test unit SOURCES unit/tnwlog_events_test.cpp LIBS test_home)
-dkpf_test(tnwlog_csv_test unit SOURCES unit/tnwlog_csv_test.cpp LIBS test_home)
+dkpf_test(tnwlog_csv_test unit SOURCES unit/tnwlog_csv_test.cpp LIBS test_home import_watch)
 
 # Role program: one writer of a trace log, in a process of its own.
 add_executable(tnwlog_writer process/tnwlog_writer.cpp)
 target_include_directories(tnwlog_writer PRIVATE ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR}/platform/include)
-target_link_libraries(tnwlog_writer PRIVATE test_home dkpf_warnings)
+target_link_libraries(tnwlog_writer PRIVATE test_home import_watch dkpf_warnings)
 dkpf_test_product(tnwlog_writer)
 dkpf_test(tnwlog_process_test process SOURCES process/tnwlog_process_test.cpp LIBS test_home)

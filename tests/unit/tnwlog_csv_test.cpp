@@ -1,6 +1,10 @@
 // CSV log files: header first, whole lines, bounded files, and what a restart or a reader finds.
+#include "support/import_watch.h"
 #include "tnwlog_fixture.h"
 #include <algorithm>
+#include <iostream>
+#include <random>
+#include <stdlib.h>
 
 namespace {
 
@@ -11,7 +15,7 @@ const char* const    HEADER_2 = "\"(PDH-CSV 4.0)\",\"\\\\SERVER1\\b\"";
 const wchar_t* const CSV = L"perf\\nmp1.csv";
 const DWORD          MAX_LINE = 13440;
 
-DWORD g_shortWrite, g_writeError;
+DWORD g_shortWrite, g_writeError, g_openError, g_moveError, g_reads;
 
 BOOL WINAPI WriteHook(HANDLE hFile, LPCVOID lpData, DWORD dwLength, LPDWORD lpdwWritten, LPOVERLAPPED lpAt)
 {
@@ -21,6 +25,35 @@ BOOL WINAPI WriteHook(HANDLE hFile, LPCVOID lpData, DWORD dwLength, LPDWORD lpdw
     }
     return WriteFile(hFile, lpData, g_shortWrite != 0 && g_shortWrite < dwLength ? g_shortWrite : dwLength, lpdwWritten,
                      lpAt);
+}
+
+HANDLE WINAPI OpenHook(LPCWSTR lpPath, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES lpSa, DWORD dwHow,
+                       DWORD dwFlags, HANDLE hTemplate)
+{
+    if (g_openError != 0) {
+        SetLastError(g_openError);
+        return INVALID_HANDLE_VALUE;
+    }
+    return CreateFileW(lpPath, dwAccess, dwShare, lpSa, dwHow, dwFlags, hTemplate);
+}
+
+// The first read looks at the file's end, the second one at its header.
+BOOL WINAPI NoHeaderRead(HANDLE hFile, LPVOID lpData, DWORD dwLength, LPDWORD lpdwRead, LPOVERLAPPED lpAt)
+{
+    if (++g_reads % 2 == 0) {
+        SetLastError(ERROR_IO_DEVICE);
+        return FALSE;
+    }
+    return ReadFile(hFile, lpData, dwLength, lpdwRead, lpAt);
+}
+
+BOOL WINAPI MoveHook(LPCWSTR lpFrom, LPCWSTR lpTo, DWORD dwFlags)
+{
+    if (g_moveError != 0) {
+        SetLastError(g_moveError);
+        return FALSE;
+    }
+    return MoveFileExW(lpFrom, lpTo, dwFlags);
 }
 
 LPVOID WINAPI NoMemory(HANDLE, DWORD, SIZE_T)
@@ -35,10 +68,10 @@ BOOL WINAPI NoCut(HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD)
 }
 
 class Csv : public TnwLogTest {
-  protected:
-    Csv()
+protected:
+    explicit Csv(const wchar_t* lpLeaf = L"home") : TnwLogTest(lpLeaf)
     {
-        g_shortWrite = g_writeError = 0;
+        g_shortWrite = g_writeError = g_openError = g_moveError = g_reads = 0;
     }
     void TearDown() override
     {
@@ -291,34 +324,93 @@ TEST_F(Csv, AFileOfNulsAloneIsAnEmptyFile)
     EXPECT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" });
 }
 
-// The machine went down while the last two lines were on their way to the disk: whatever of them arrived, with or
-// without NULs behind it, the file goes on without a line made of two.
-TEST_F(Csv, CutAtAnyByteTheFileGoesOnWithWholeLines)
+class PowerLoss : public Csv {
+protected:
+    // What the file has to be, worked out from what is left of it: NULs go; a header cut short is written anew; a last
+    // line cut short ends where it stops, its open quote closed.
+    static std::string Mended(const std::string& left, const std::string& header)
+    {
+        const size_t      end = left.rfind("\r\n") == std::string::npos ? 0 : left.rfind("\r\n") + 2;
+        const std::string rest = left.substr(end);
+
+        if (left.size() < header.size()) {
+            return header;
+        }
+        if (rest.empty()) {
+            return left;
+        }
+        if (std::count(rest.begin(), rest.end(), '"') % 2 != 0) {
+            return left + "\"\r\n";
+        }
+        return left + (rest.back() == '\r' ? "\n" : "\r\n");
+    }
+
+    // The machine starts again with this much of the file, and NULs behind it.
+    void Lose(const std::string& whole, size_t cut, size_t nuls)
+    {
+        const std::string header = std::string(HEADER) + "\r\n";
+
+        home.Write(CSV, whole.substr(0, cut) + std::string(nuls, '\0'));
+        ASSERT_EQ(Open(), TNWLOG_OK);
+        ASSERT_EQ(Put("\"08\",\"111\""), TNWLOG_OK);
+        ASSERT_EQ(Put("\"09\",\"222\""), TNWLOG_OK);
+        ASSERT_EQ(api->log_util_term(hFile), TNWLOG_OK);
+        hFile = nullptr;
+        ASSERT_EQ(home.Read(CSV), Mended(whole.substr(0, cut), header) + "\"08\",\"111\"\r\n\"09\",\"222\"\r\n")
+            << "cut at " << cut << ", " << nuls << " NULs";
+        ASSERT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" }) << "cut at " << cut << ", " << nuls << " NULs";
+    }
+
+    static std::string Line(int n)
+    {
+        return "\"03/07/2026 14:05:" + std::to_string(n) + "\",\"" + std::to_string(n * 7919) + "\"\r\n";
+    }
+};
+
+// The machine went down while the last two lines were on their way to the disk, or the header itself.
+TEST_F(PowerLoss, CutAtAnyByteOfItsLastTwoLinesTheFileGoesOnWithWholeLines)
 {
-    const std::string header = std::string(HEADER) + "\r\n", one = "\"01\",\"123\"\r\n", two = "\"02\",\"456\"\r\n";
-    const std::string whole = header + one + two;
+    const std::string header = std::string(HEADER) + "\r\n", whole = header + Line(1) + Line(2);
 
     for (size_t cut = 0; cut <= whole.size(); cut++) {
-        for (size_t nuls : { 0u, 700u }) {
-            home.Write(CSV, whole.substr(0, cut) + std::string(nuls, '\0'));
-            ASSERT_EQ(Open(), TNWLOG_OK);
-            ASSERT_EQ(Put("\"03\",\"789\""), TNWLOG_OK);
-            ASSERT_EQ(api->log_util_term(hFile), TNWLOG_OK);
-            hFile = nullptr;
-
-            const std::vector<std::string> lines = File();
-            ASSERT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" }) << cut;
-            ASSERT_EQ(lines.front(), HEADER) << cut;
-            ASSERT_EQ(lines.back(), "\"03\",\"789\"") << cut;
-            // A line that was whole is there as it was; of the torn one no more than a beginning, its quotes in pairs.
-            const size_t done = cut < header.size() ? 0 : (cut - header.size()) / one.size();
-            ASSERT_GE(lines.size(), done + 2) << cut;
-            ASSERT_LE(lines.size(), done + 3) << cut;
-            for (const std::string& line : lines) {
-                ASSERT_EQ(std::count(line.begin(), line.end(), '"') % 2, 0) << cut;
+        for (size_t nuls : { 0u, 1u, 512u, 4096u, 9000u }) {
+            Lose(whole, cut, nuls);
+            if (HasFatalFailure()) {
+                return;
             }
         }
     }
+}
+
+TEST_F(PowerLoss, CutAnywhereElseTheFileGoesOnWithWholeLines)
+{
+    const char*    given = getenv("DKPF_TEST_SEED");
+    const unsigned seed = given != nullptr ? static_cast<unsigned>(atoi(given)) : std::random_device{}();
+    std::mt19937   random(seed);
+    std::string    whole = std::string(HEADER) + "\r\n";
+
+    std::cout << "seed " << seed << " (DKPF_TEST_SEED=" << seed << " repeats it)" << std::endl;
+    for (int n = 0; whole.size() < 60000; n++) {
+        whole += Line(n);
+    }
+    for (int n = 0; n < 500; n++) {
+        const size_t cut = random() % (whole.size() - 80);  // in front of the last two lines
+        // Half of them end in NULs, and half of those at the end of a sector or page.
+        const size_t nuls = random() % 2 == 0 ? 0 : (random() % 2 == 0 ? random() % 5000 + 1 : 4096 - cut % 4096);
+        Lose(whole, cut, nuls);
+        if (HasFatalFailure()) {
+            return;
+        }
+    }
+}
+
+TEST_F(PowerLoss, AHeaderOfAnotherChoiceCutShortBecomesAGeneration)
+{
+    home.Write(CSV, std::string(HEADER_2).substr(0, 25));
+    ASSERT_EQ(Open("\"t\",\"x\""), TNWLOG_OK);
+    EXPECT_EQ(Put("1"), TNWLOG_OK);
+    EXPECT_THAT(File(L"perf\\nmp1.1.csv"), ElementsAre(std::string(HEADER_2).substr(0, 25) + "\""));
+    EXPECT_THAT(File(), ElementsAre("\"t\",\"x\"", "1"));
 }
 
 /* ---- A new header while open ---- */
@@ -557,6 +649,201 @@ TEST_F(Csv, EachRefusalOfTheSystemHasItsStatus)
     EXPECT_THAT(File(), ElementsAre(HEADER, "here"));
 }
 
+// Write-protected, no right, gone: whatever it was, the first line that finds it over is written.
+TEST_F(Csv, EachRefusalToOpenHasItsStatus)
+{
+    struct {
+        DWORD dwW32, dwStatus;
+    } const aCase[] = { { 2, TNWLOG_NOT_OPEN },   { 3, TNWLOG_NO_DIRECTORY }, { 5, TNWLOG_NOT_OPEN },
+                        { 19, TNWLOG_NOT_OPEN },  { 21, TNWLOG_NOT_OPEN },    { 32, TNWLOG_NOT_OPEN },
+                        { 39, TNWLOG_DISK_FULL }, { 112, TNWLOG_DISK_FULL },  { 1295, TNWLOG_DISK_FULL } };
+
+    for (const auto& c : aCase) {
+        Hook("kernel32.dll", "CreateFileW", OpenHook);
+        g_openError = c.dwW32;
+        ASSERT_EQ(Open(), TNWLOG_OK);
+        EXPECT_EQ(Put("lost"), c.dwStatus) << c.dwW32;
+        EXPECT_EQ(Rotate(HEADER_2), c.dwStatus) << c.dwW32;
+        g_openError = 0;
+        EXPECT_EQ(Put("here"), TNWLOG_OK);
+        EXPECT_THAT(File(), ElementsAre(HEADER_2, "here"));
+        EXPECT_EQ(api->log_util_term(hFile), TNWLOG_OK);
+        hFile = nullptr;
+        home.Remove(CSV);
+    }
+}
+
+TEST_F(Csv, AFileThatCannotBeReadIsNotTakenForOneWithAnotherHeader)
+{
+    home.Write(CSV, std::string(HEADER) + "\r\n1\r\n");
+    {
+        ImportHook read(api->Module(), "kernel32.dll", "ReadFile", NoHeaderRead);
+        ASSERT_EQ(Open(), TNWLOG_OK);
+        EXPECT_EQ(Put("lost"), TNWLOG_WRITE_FAILED);
+    }
+    EXPECT_EQ(Put("2"), TNWLOG_OK);
+    EXPECT_THAT(File(), ElementsAre(HEADER, "1", "2"));
+    EXPECT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" });
+}
+
+TEST_F(Csv, AFolderInWhichNothingMayBeRenamedCostsNoLine)
+{
+    Open(HEADER, 1, 3);
+    Hook("kernel32.dll", "MoveFileExW", MoveHook);
+    g_moveError = ERROR_ACCESS_DENIED;
+    for (const char* lpMark : { "a", "b", "c" }) {
+        EXPECT_EQ(Put(lpMark + std::string(600, '.')), TNWLOG_OK);
+    }
+    EXPECT_EQ(Rotate(HEADER), TNWLOG_NOT_OPEN);
+    EXPECT_EQ(File().size(), 4u);
+    g_moveError = 0;
+    EXPECT_EQ(Put("d"), TNWLOG_OK);
+    EXPECT_EQ(File(L"perf\\nmp1.1.csv").size(), 4u);
+    EXPECT_THAT(File(), ElementsAre(HEADER, "d"));
+}
+
+// The n-th call that can fail does, alone or with those behind it, from the opening of a file that a power loss left to
+// a change of columns. Each answer is one of the list; a line is in the files if and only if its call said so; each
+// line stands under its own header; the first call that finds the cause gone succeeds.
+TEST_F(Csv, WhateverCallFailsTheAnswerIsTrueAndOfTheList)
+{
+    struct {
+        DWORD dwError;
+        int   nWidth;
+    } const aTrouble[] = {
+        { ERROR_ACCESS_DENIED, 1 }, { ERROR_IO_DEVICE, 1 }, { ERROR_DISK_FULL, 3 }, { ERROR_DISK_FULL, 1000 }
+    };
+    int nRuns = 0, nFailed = 0;
+
+    for (const auto& trouble : aTrouble) {
+        int nCalls = 0;
+        for (int nFirst = 1; nFirst <= nCalls + 1; nFirst++, nRuns++) {
+            SCOPED_TRACE("calls " + std::to_string(nFirst) + " and on, error " + std::to_string(trouble.dwError) +
+                         ", width " + std::to_string(trouble.nWidth));
+            std::vector<std::string> expected = { "1-old", "1-half" };
+            auto                     Write = [&](const std::string& text) {
+                const DWORD dwStatus = Put(text + "," + std::string(250, '.'));
+                if (dwStatus == TNWLOG_OK) {
+                    expected.push_back(text);
+                }
+                return dwStatus;
+            };
+            auto IsListed = [&](DWORD dwStatus) {
+                nFailed += dwStatus != TNWLOG_OK ? 1 : 0;
+                return dwStatus == TNWLOG_OK || dwStatus == TNWLOG_NOT_OPEN || dwStatus == TNWLOG_DISK_FULL ||
+                       dwStatus == TNWLOG_WRITE_FAILED;
+            };
+
+            home.Remove(L"perf");
+            home.MakeFolder(L"perf");
+            // Who is refused to read, but may append, does not see what a power loss left.
+            home.Write(CSV, "head1\r\n1-old,\r\n1-half," +
+                                (trouble.dwError != ERROR_ACCESS_DENIED ? std::string(100, '\0') : "\r\n"));
+            {
+                ImportWatch watch(api->Module(), [&](const ImportWatch::Call& call) {
+                    return ImportWatch::CanFail(call) && call.name != "HeapAlloc" && ++nCalls >= nFirst &&
+                           nCalls < nFirst + trouble.nWidth;
+                });
+                watch.Error = trouble.dwError;
+                nCalls = 0;
+                ASSERT_EQ(Open("head1", 1, 20), TNWLOG_OK);
+                for (int n = 1; n <= 6; n++) {
+                    ASSERT_TRUE(IsListed(Write("1-" + std::to_string(n))));
+                }
+                ASSERT_TRUE(IsListed(Rotate("head2")));
+                for (int n = 1; n <= 6; n++) {
+                    ASSERT_TRUE(IsListed(Write("2-" + std::to_string(n))));
+                }
+            }
+            ASSERT_EQ(Write("2-last"), TNWLOG_OK);
+            ASSERT_EQ(api->log_util_term(hFile), TNWLOG_OK);
+            hFile = nullptr;
+
+            std::vector<std::string> found;
+            for (int n = 20; n >= 0; n--) {
+                const std::wstring tag = n != 0 ? L"." + std::to_wstring(n) : L"";
+                std::string        head;
+                for (const std::string& line : File((L"perf\\nmp1" + tag + L".csv").c_str())) {
+                    if (line.compare(0, 4, "head") == 0) {
+                        head = line;
+                    } else {
+                        ASSERT_EQ(head, "head" + line.substr(0, 1)) << line;
+                        found.push_back(line.substr(0, line.find(',')));
+                    }
+                }
+            }
+            ASSERT_EQ(found, expected);
+        }
+        EXPECT_GT(nCalls, 60);
+    }
+    std::cout << nRuns << " runs, " << nFailed << " calls that failed" << std::endl;
+}
+
+/* ---- Names and homes ---- */
+
+// A name comes in the ANSI code page and has its letters on the disk, also among the generations.
+TEST_F(Csv, ANameWithOtherLettersIsAName)
+{
+    const wchar_t* const lpWide = L"Pl\u00E4tze";
+    char                 szName[32];
+    BOOL                 bLost = FALSE;
+
+    ASSERT_NE(WideCharToMultiByte(CP_ACP, 0, lpWide, -1, szName, sizeof szName, nullptr, &bLost), 0);
+    ASSERT_FALSE(bLost);
+    for (const char* lpHeader : { HEADER, HEADER_2 }) {
+        ASSERT_EQ(api->log_util_init(szName, &hFile, 3, 0, 64, 2, MAX_LINE, lpHeader, 0, 0), TNWLOG_OK);
+        EXPECT_EQ(Put("1"), TNWLOG_OK);
+        EXPECT_EQ(api->log_util_term(hFile), TNWLOG_OK);
+        hFile = nullptr;
+    }
+    EXPECT_EQ(home.List(L"perf"), (Names{ L"Pl\u00E4tze.1.csv", L"Pl\u00E4tze.csv" }));
+    EXPECT_THAT(File(L"perf\\Pl\u00E4tze.1.csv"), ElementsAre(HEADER, "1"));
+    EXPECT_THAT(File(L"perf\\Pl\u00E4tze.csv"), ElementsAre(HEADER_2, "1"));
+}
+
+// Homes whose path has other letters, or more than 260 characters.
+class CsvHome : public Csv {
+protected:
+    explicit CsvHome(const wchar_t* lpLeaf) : Csv(lpLeaf)
+    {
+    }
+    void WriteAndRotate()
+    {
+        Open();
+        EXPECT_EQ(Put("1"), TNWLOG_OK);
+        EXPECT_EQ(Rotate(HEADER_2), TNWLOG_OK);
+        Reopen(HEADER_2);
+        EXPECT_EQ(Put("2"), TNWLOG_OK);
+        EXPECT_THAT(File(L"perf\\nmp1.1.csv"), ElementsAre(HEADER, "1"));
+        EXPECT_THAT(File(), ElementsAre(HEADER_2, "2"));
+    }
+};
+
+class CsvHomeOfOtherLetters : public CsvHome {
+protected:
+    CsvHomeOfOtherLetters() : CsvHome(L"H\u00E4user \u6771\u4EAC")
+    {
+    }
+};
+
+TEST_F(CsvHomeOfOtherLetters, IsAHome)
+{
+    WriteAndRotate();
+}
+
+class CsvDeepHome : public CsvHome {
+protected:
+    CsvDeepHome() : CsvHome((std::wstring(120, L'a') + L"\\" + std::wstring(120, L'b')).c_str())
+    {
+    }
+};
+
+TEST_F(CsvDeepHome, IsAHome)
+{
+    ASSERT_GT(home.Path(CSV).size(), 260u);
+    WriteAndRotate();
+}
+
 /* ---- Arguments and handles ---- */
 
 TEST_F(Csv, WrongArgumentsAreRefusedAndSetNoHandle)
@@ -626,23 +913,71 @@ TEST_F(Csv, WithoutMemoryNoFileOpensAndNoneIsMade)
     EXPECT_TRUE(home.List(L"perf").empty());
 }
 
-TEST_F(Csv, OneHundredAndThirtyFilesAreOpenAtOnce)
-{
-    std::vector<HTNWCSV> files(130);
+class ManyFiles : public Csv {
+protected:
+    void OpenAll(const char* lpHeader)
+    {
+        for (size_t n = 0; n < files.size(); n++) {
+            ASSERT_EQ(api->log_util_init(("file" + std::to_string(n)).c_str(), &files[n], 3, 0, 64, 3, MAX_LINE,
+                                         lpHeader, 0, 0),
+                      TNWLOG_OK);
+        }
+    }
+    void PutAll(const std::string& mark)
+    {
+        for (size_t n = 0; n < files.size(); n++) {
+            EXPECT_EQ(api->log_util_write(files[n], "%s%d", mark.c_str(), static_cast<int>(n)), TNWLOG_OK);
+        }
+    }
+    void CloseAll()
+    {
+        for (HTNWCSV& hOne : files) {
+            EXPECT_EQ(api->log_util_term(hOne), TNWLOG_OK);
+        }
+    }
+    std::vector<std::string> FileOf(size_t n, const wchar_t* lpGeneration = L"")
+    {
+        return File((L"perf\\file" + std::to_wstring(n) + lpGeneration + L".csv").c_str());
+    }
 
-    for (size_t n = 0; n < files.size(); n++) {
-        ASSERT_EQ(
-            api->log_util_init(("file" + std::to_string(n)).c_str(), &files[n], 3, 0, 64, 3, MAX_LINE, HEADER, 0, 0),
-            TNWLOG_OK);
+    std::vector<HTNWCSV> files = std::vector<HTNWCSV>(130);
+};
+
+TEST_F(ManyFiles, OneHundredAndThirtyAreOpenAtOnceGoOnAfterARestartAndChangeTheirHeader)
+{
+    OpenAll(HEADER);
+    PutAll("a");
+    CloseAll();
+    Restart();
+    OpenAll(HEADER);
+    PutAll("b");
+    for (HTNWCSV hOne : files) {
+        EXPECT_EQ(api->log_util_rotate(hOne, MAX_LINE, HEADER_2), TNWLOG_OK);
     }
+    PutAll("c");
+    CloseAll();
     for (size_t n = 0; n < files.size(); n++) {
-        EXPECT_EQ(api->log_util_write(files[n], "%d", static_cast<int>(n)), TNWLOG_OK);
+        const std::string number = std::to_string(n);
+        EXPECT_THAT(FileOf(n, L".1"), ElementsAre(HEADER, "a" + number, "b" + number));
+        EXPECT_THAT(FileOf(n), ElementsAre(HEADER_2, "c" + number));
     }
+    EXPECT_EQ(home.List(L"perf").size(), 260u);
+}
+
+TEST_F(ManyFiles, OneThatIsHeldCostsItsOwnLinesAlone)
+{
+    home.Write(L"perf\\file7.csv", "");
+    const HANDLE hReader = home.Hold(L"perf\\file7.csv", 0);
+
+    OpenAll(HEADER);
     for (size_t n = 0; n < files.size(); n++) {
-        EXPECT_THAT(File((L"perf\\file" + std::to_wstring(n) + L".csv").c_str()),
-                    ElementsAre(HEADER, std::to_string(n)));
-        EXPECT_EQ(api->log_util_term(files[n]), TNWLOG_OK);
+        EXPECT_EQ(api->log_util_write(files[n], "a"), n == 7 ? TNWLOG_NOT_OPEN : TNWLOG_OK);
     }
+    CloseHandle(hReader);
+    PutAll("b");
+    CloseAll();
+    EXPECT_THAT(FileOf(7), ElementsAre(HEADER, "b7"));
+    EXPECT_THAT(FileOf(8), ElementsAre(HEADER, "a", "b8"));
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Trace logs: the line, the levels, the files, and what happens when a file, a lock or a disk does not do as it should.
+#include "support/import_watch.h"
 #include "tnwlog_fixture.h"
 #include <algorithm>
+#include <iostream>
 #include <stdio.h>
 
 namespace {
@@ -16,6 +18,7 @@ struct Calls {
     DWORD     failMoveAt = 0;  // the n-th rename from now fails as if the file were held
     DWORD     shortWrite = 0;  // not 0: WriteFile writes so many bytes less, and succeeds
     DWORD     writeError = 0;  // not 0: WriteFile fails with it
+    DWORD     openError = 0;   // not 0: CreateFileW fails with it
     bool      refuseRead = false;
     bool      mutexRefused = false;
     ULONGLONG ticks = 1000000;
@@ -74,6 +77,10 @@ HANDLE WINAPI OpenHook(LPCWSTR lpPath, DWORD dwAccess, DWORD dwShare, LPSECURITY
                        DWORD dwFlags, HANDLE hTemplate)
 {
     g_calls.opens++;
+    if (g_calls.openError != 0) {
+        SetLastError(g_calls.openError);
+        return INVALID_HANDLE_VALUE;
+    }
     if (g_calls.refuseRead && (dwAccess & FILE_READ_DATA) != 0) {
         SetLastError(ERROR_ACCESS_DENIED);
         return INVALID_HANDLE_VALUE;
@@ -89,6 +96,12 @@ BOOL WINAPI MoveHook(LPCWSTR lpFrom, LPCWSTR lpTo, DWORD dwFlags)
         return FALSE;
     }
     return MoveFileExW(lpFrom, lpTo, dwFlags);
+}
+
+BOOL WINAPI NoRename(LPCWSTR, LPCWSTR, DWORD)
+{
+    SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
 }
 
 HANDLE WINAPI MutexHook(LPSECURITY_ATTRIBUTES lpSa, BOOL bOwner, LPCWSTR lpName)
@@ -110,7 +123,7 @@ HANDLE WINAPI MutexHook(LPSECURITY_ATTRIBUTES lpSa, BOOL bOwner, LPCWSTR lpName)
 }
 
 class Trace : public TnwLogTest {
-  protected:
+protected:
     explicit Trace(const wchar_t* lpLeaf = L"home") : TnwLogTest(lpLeaf)
     {
         g_calls = Calls();
@@ -267,19 +280,24 @@ TEST_F(Trace, NoLogWritesNothing)
     EXPECT_TRUE(home.List(L"log").empty());
 }
 
+// No call of anything at all: what allocates, formats or asks the system goes through the import table.
 TEST_F(Trace, ALineBelowTheLevelFormatsAllocatesAndCallsNothing)
 {
-    HTNWLOG hLog = Open(TNWLOG_ERROR);
+    HTNWLOG                  hLog = Open(TNWLOG_ERROR);
+    std::vector<std::string> called;
 
     Put(hLog, "first", TNWLOG_ERROR);
-    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
-    Hook("kernel32.dll", "WriteFile", WriteHook);
-    Hook("kernel32.dll", "GetLocalTime", TimeHook);
-    Hook("kernel32.dll", "HeapAlloc", AllocHook);
-    Hook("kernel32.dll", "GetTickCount64", TickHook);
-    Hook("msvcrt.dll", "_vsnprintf", FormatHook);
-    Put(hLog, "below", TNWLOG_DUMP);
-    EXPECT_EQ(g_calls.waits + g_calls.writes + g_calls.times + g_calls.allocations + g_calls.formats, 0);
+    ImportWatch watch(api->Module(), [&](const ImportWatch::Call& call) {
+        called.push_back(call.name);
+        return false;
+    });
+    for (DWORD dwLevel : { TNWLOG_WARNING, TNWLOG_NOTICE, TNWLOG_ENTEREXIT, TNWLOG_DETAIL, TNWLOG_DUMP }) {
+        Put(hLog, "below", dwLevel);
+    }
+    Put(nullptr, "no log", TNWLOG_ERROR);
+    EXPECT_THAT(called, testing::IsEmpty());
+    Put(hLog, "second", TNWLOG_ERROR);
+    EXPECT_THAT(called, testing::IsSupersetOf({ "WriteFile", "_vsnprintf" }));  // it does see
     api->log_term(hLog);
 }
 
@@ -558,6 +576,43 @@ TEST_F(Trace, AMissingFolderCostsLinesNeverAStart)
     api->log_term(hLog);
 }
 
+// No right to make the file, or to write the one that is there: readers of performance data start all the same.
+TEST_F(Trace, AFolderWithoutWriteRightsCostsLinesNeverAStart)
+{
+    HTNWLOG hLog = nullptr;
+
+    for (DWORD dwW32 : { 5u, 19u, 3u, 32u, 112u }) {  // refused, write-protected, no path, held, full
+        Hook("kernel32.dll", "CreateFileW", OpenHook);
+        g_calls.openError = dwW32;
+        hLog = Open();
+        ASSERT_NE(hLog, nullptr);
+        Put(hLog, "lost");
+        api->log_write(hLog, TNWLOG_EVENT, 0x800012C1, "s", 1, "r", "lost too");
+        EXPECT_TRUE(home.List(L"log").empty());
+        hooks.clear();
+        Put(hLog, "here");
+        ASSERT_EQ(Texts().size(), 2u);
+        EXPECT_THAT(Texts()[0], HasSubstr(": 2 lines were dropped"));
+        EXPECT_EQ(Texts()[1], "here");
+        api->log_term(hLog);
+        home.Remove(L"log\\diskperf.log");
+    }
+}
+
+// The file may be written, but nothing in the folder renamed: it grows.
+TEST_F(Trace, AFolderInWhichNothingMayBeRenamedCostsNoLine)
+{
+    HTNWLOG hLog = Open(0x3F, 1);
+
+    Hook("kernel32.dll", "MoveFileExW", NoRename);
+    for (const char* lpMark : { "a", "b", "c" }) {
+        Put(hLog, Big(lpMark));
+    }
+    EXPECT_THAT(Texts(), ElementsAre(Big("a"), Big("b"), Big("c")));
+    EXPECT_EQ(home.List(L"log"), Names{ L"diskperf.log" });
+    api->log_term(hLog);
+}
+
 TEST_F(Trace, AFileHeldWithoutSharingDropsLinesUntilItIsFree)
 {
     HTNWLOG hLog = Open();
@@ -648,6 +703,167 @@ TEST_F(Trace, NulsThatAPowerLossLeftAreCut)
     api->log_term(hLog);
 }
 
+// The machine went down: whatever arrived of the last two lines, with or without NULs behind it, the log goes on with
+// whole lines, and the torn one stands alone.
+TEST_F(Trace, CutAtAnyByteTheFileGoesOnWithWholeLines)
+{
+    const std::string one = "first line\r\n", two = "second line\r\n", whole = one + two;
+
+    for (size_t cut = 0; cut <= whole.size(); cut++) {
+        for (size_t nuls : { 0u, 1u, 511u, 4096u, 9000u }) {
+            const std::string        left = whole.substr(0, cut);
+            std::vector<std::string> expected = Lines(left + (left.empty() || left.back() == '\n' ? "" : "\r\n"));
+            // Half a line end is completed.
+            if (!left.empty() && left.back() == '\r') {
+                expected.back().pop_back();
+            }
+            expected.push_back("third");
+
+            home.Write(L"log\\diskperf.log", left + std::string(nuls, '\0'));
+            HTNWLOG hLog = Open();
+            Put(hLog, "third");
+            api->log_term(hLog);
+            ASSERT_EQ(Texts(), expected) << cut << " + " << nuls;
+        }
+    }
+}
+
+/* ---- Every call in turn ---- */
+
+// Calls of the library itself, in an order that is the same in every run.
+class EachCall : public Trace {
+protected:
+    // A generation, and a current file that is whole or has what a power loss left: half a line, and NULs.
+    void MakeFiles(bool bPowerLoss = true)
+    {
+        home.Remove(L"log");
+        home.MakeFolder(L"log");
+        home.Write(L"log\\diskperf.1.log", "Routine:older\r\n");
+        home.Write(L"log\\diskperf.log",
+                   "Routine:whole\r\nRoutine:hal" + (bPowerLoss ? std::string(100, '\0') : "\r\n"));
+    }
+
+    static std::string Text(int n)
+    {
+        return "line " + std::to_string(n) + std::string(300, '.');
+    }
+};
+
+// The n-th call that can fail does, alone or with those behind it. What was not dropped is there, once and in order;
+// what was dropped is counted; the first line that finds the cause gone is written.
+TEST_F(EachCall, ThatFailsCostsLinesThatAreCountedAndNoOther)
+{
+    const int nLines = 10;
+    int       nRuns = 0, nDropped = 0;
+
+    struct {
+        DWORD dwError;
+        int   nWidth;
+    } const aTrouble[] = {
+        { ERROR_ACCESS_DENIED, 1 }, { ERROR_IO_DEVICE, 1 }, { ERROR_IO_DEVICE, 4 }, { ERROR_DISK_FULL, 1000 }
+    };
+
+    for (const auto& trouble : aTrouble) {
+        const DWORD dwError = trouble.dwError;
+        const int   nWidth = trouble.nWidth;
+        int         nCalls = 0;
+        for (int nFirst = 1; nFirst <= nCalls + 1; nFirst++, nRuns++) {
+            // Who is refused to read, but may append, does not see what a power loss left.
+            MakeFiles(dwError != ERROR_ACCESS_DENIED);
+            HTNWLOG hLog = Open(0x3F, 1);
+            {
+                ImportWatch watch(api->Module(), [&](const ImportWatch::Call& call) {
+                    return ImportWatch::CanFail(call) && ++nCalls >= nFirst && nCalls < nFirst + nWidth;
+                });
+                watch.Error = dwError;
+                nCalls = 0;
+                for (int n = 1; n <= nLines; n++) {
+                    Put(hLog, Text(n));
+                }
+            }
+            Put(hLog, "last");
+            Put(hLog, "and one");  // tells of lines that went without the lock
+            api->log_term(hLog);
+
+            std::vector<std::string>       expected = { "older", "whole", "hal" }, found;
+            const std::vector<std::string> all = AllTexts();
+            int                            nLost = 0, nTold = 0;
+            for (const std::string& text : all) {
+                const size_t at = text.find(" log_write: ");
+                if (at == std::string::npos) {
+                    // Cut off by the owner of the lock alone.
+                    found.push_back(text.substr(0, text.find('\0')));
+                } else if (text.find("dropped") != std::string::npos) {
+                    nTold += atoi(text.c_str() + at + 12);
+                }
+            }
+            for (int n = 1; n <= nLines; n++) {
+                if (std::find(found.begin(), found.end(), Text(n)) != found.end()) {
+                    expected.push_back(Text(n));
+                } else {
+                    nLost++;
+                }
+            }
+            expected.push_back("last");
+            expected.push_back("and one");
+            ASSERT_EQ(found, expected) << "call " << nFirst << " to " << nFirst + nWidth << ", error " << dwError;
+            ASSERT_EQ(nTold, nLost) << "call " << nFirst << " to " << nFirst + nWidth << ", error " << dwError;
+            nDropped += nLost;
+        }
+        EXPECT_GT(nCalls, 40);
+    }
+    EXPECT_GT(nDropped, 0);
+    std::cout << nRuns << " runs, " << nDropped << " lines dropped and counted" << std::endl;
+}
+
+// The owner of the lock stands still in front of any of the calls of a rotation; another process, tired of waiting,
+// writes without the lock. Then the owner goes on.
+TEST_F(EachCall, OfARotationStandsStillWhileAnotherProcessWritesWithoutTheLock)
+{
+    int nCalls = 0, nFirst = 0;
+
+    for (nFirst = 1; nFirst <= nCalls + 1; nFirst++) {
+        MakeFiles();
+        HTNWLOG hOwner = Open(0x3F, 1), hLate = Open(0x3F, 1);
+        Put(hLate, Big("full"));
+        bool late = false;
+        {
+            ImportWatch watch(api->Module(), [&](const ImportWatch::Call& call) {
+                if (late) {
+                    return call.name == "WaitForSingleObject";  // as for one who does not get the lock
+                }
+                if (call.dll == "kernel32.dll" && ++nCalls == nFirst) {
+                    late = true;
+                    Put(hLate, "late");
+                    late = false;
+                }
+                return false;
+            });
+            nCalls = 0;
+            Put(hOwner, "owner");
+        }
+        Put(hLate, "last");
+        Put(hOwner, "last");
+        api->log_term(hOwner);
+        api->log_term(hLate);
+
+        std::vector<std::string> found = AllTexts();
+        found.erase(std::remove_if(found.begin(), found.end(),
+                                   [](const std::string& text) { return text.find("without the lock") < text.size(); }),
+                    found.end());
+        // The two lines are in the order in which they were written; that of the owner is its last but a few calls.
+        if (nFirst <= nCalls) {
+            auto at = std::find(found.begin(), found.end(), "late");
+            ASSERT_NE(at, found.end()) << nFirst;
+            found.erase(at);
+        }
+        ASSERT_EQ(found, (std::vector<std::string>{ "older", "whole", "hal", Big("full"), "owner", "last", "last" }))
+            << nFirst;
+    }
+    EXPECT_GT(nCalls, 20);
+    std::cout << nCalls << " calls to stand still at" << std::endl;
+}
+
 /* ---- The lock ---- */
 
 TEST_F(Trace, TheLocksAreOpenToEveryAccountAndNamedByHomeAndLog)
@@ -736,6 +952,24 @@ TEST_F(Trace, ALockWhoseOwnerWasKilledIsTaken)
     api->log_term(hLog);
 }
 
+TEST_F(Trace, APartOfALineThatAKilledOwnerLeftIsClosedAlsoBehindAnOpenHandle)
+{
+    HTNWLOG hLog = Open();
+    HANDLE  hFile = INVALID_HANDLE_VALUE;
+    DWORD   dwWritten = 0;
+
+    Put(hLog, "before");
+    hFile = CreateFileW(home.Path(L"log\\diskperf.log").c_str(), FILE_APPEND_DATA,
+                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_TRUE(WriteFile(hFile, "hal", 3, &dwWritten, nullptr));
+    CloseHandle(hFile);
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    g_calls.waitResult = WAIT_ABANDONED;
+    Put(hLog, "next");
+    EXPECT_THAT(Texts(), ElementsAre("before", "hal", "next"));
+    api->log_term(hLog);
+}
+
 TEST_F(Trace, ALockThatCannotBeHadDoesNotStopTheLog)
 {
     HTNWLOG hLog = nullptr;
@@ -812,7 +1046,7 @@ TEST_F(Trace, WithoutMemoryNoLogOpensAndNothingStaysBehind)
 /* ---- The home ---- */
 
 class OtherLetters : public Trace {
-  protected:
+protected:
     OtherLetters() : Trace(L"H\u00E4user \u6771\u4EAC")
     {
     }
@@ -828,7 +1062,7 @@ TEST_F(OtherLetters, AHomeWithOtherLettersIsAHome)
 }
 
 class DeepHome : public Trace {
-  protected:
+protected:
     DeepHome() : Trace((std::wstring(120, L'a') + L"\\" + std::wstring(120, L'b')).c_str())
     {
     }
