@@ -107,8 +107,9 @@ void AgentLife::StartDriver()
 AgentExit AgentLife::BringUp()
 {
     DWORD code = 0;
-    m_ports.device
-        .Hold();  // before the library opens it: a handle that lives longer than the library's would hide its end
+    // Before the library opens it: a handle that lives longer than the library's would hide its end.
+    m_deviceHeld = m_ports.device.Hold();
+    m_state.broughtUp = Now();  // before its threads are there to raise an event
     m_up = m_ports.product.Initialize(&code);
     if (!m_up) {
         const std::string words = "DkpfInitialize failed with " + ResultText(code);
@@ -184,14 +185,16 @@ void AgentLife::LookAtDevice()
     if ((*m_state.inForce)[PERF_ENABLE] == 0 || (m_up && !m_deviceGone && m_ports.device.Lives()))
         return;
     if (!m_deviceGone) {
-        const std::string words = "the driver's device is gone";
+        const std::string words = m_deviceHeld ? "the driver's device is gone" : "the driver's device is not there";
         AGENT_LINE(TNWLOG_WARNING, " " + words + "; waiting until it opens again");
         Remember(words);
         Save();
         m_deviceGone = true;
     }
-    if (m_ports.device.Hold())
+    if (m_ports.device.Hold()) {
+        m_deviceHeld = true;
         BringUpAnew();
+    }
 }
 
 /* Leaves m_deviceGone set where it has to be tried again. */
@@ -215,13 +218,15 @@ void AgentLife::BringUpAnew()
         }
         m_up = false;
     }
+    m_state.broughtUp = Now();
     m_up = m_ports.product.Initialize(&code);
     if (!m_up) {
         const std::string words = "DkpfInitialize failed with " + ResultText(code);
         AGENT_LINE(TNWLOG_ERROR, " " + words + "; trying again");
         Remember(words);
     } else {
-        AGENT_LINE(TNWLOG_NOTICE, " the driver's device is back, the performance library was brought up anew");
+        // The one all-clear where a worker thread had stopped on an error: that event has none.
+        AGENT_LINE(TNWLOG_NOTICE, " the driver's device is there, the performance library was brought up anew");
         m_state.inForce = verdict.values;
         m_deviceGone = false;
     }

@@ -48,6 +48,7 @@ private:
     std::string m_version;
     AgentState  m_state;
     bool        m_up = false;          // the library
+    bool        m_deviceHeld = false;  // it was there once
     bool        m_deviceGone = false;  // told; the library is brought up anew when the device is back
     bool        m_unsaved = false;     // the last save failed; the next tick tries again
 };

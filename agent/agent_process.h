@@ -7,6 +7,7 @@
 #include <windows.h>
 #include <functional>
 
+#include "console_control.h"
 #include "exit_codes.h"
 
 namespace dkpf {
@@ -21,16 +22,16 @@ class Front {
     virtual void Stopped(AgentExit code) = 0;
 };
 
-class AgentProcess {
+class AgentProcess : public Stoppable {
   public:
     explicit AgentProcess(Front& front);
-    ~AgentProcess();
+    ~AgentProcess() override;
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
 
-    void AskStop();    // any thread
-    void AskReload();  // any thread
-    void WaitEnd();    // any thread; returns when Live is done
+    void AskStop() override;  // any thread
+    void AskReload();         // any thread
+    void WaitEnd() override;  // any thread; returns when Live is done
 
     /* Lives until the end is asked for or the start fails; has called front.Stopped then. Does not return where the
      * library did not come down: ends the process. */

@@ -40,11 +40,7 @@ AgentProcess* g_process;  // set before the handler is
 
 BOOL WINAPI OnConsoleControl(DWORD control)
 {
-    g_process->AskStop();
-    // The system ends the process when the handler of one of these returns: hold it until all is down.
-    if (control == CTRL_CLOSE_EVENT || control == CTRL_LOGOFF_EVENT || control == CTRL_SHUTDOWN_EVENT)
-        g_process->WaitEnd();
-    return TRUE;
+    return AnswerConsoleControl(control, *g_process);
 }
 
 }  // namespace

@@ -31,6 +31,13 @@ struct ConsumerFact {
     ProcessLife life = ProcessLife::Gone;
 };
 
+/* The feed whose values the simulated driver hands over; another driver knows of none. */
+struct FedFact {
+    bool  known = false;
+    DWORD feeds = 0;  // since the driver's start
+    DWORD ageMs = 0;  // of the last one; only where there was one
+};
+
 /* What the doctor's checks came to. */
 struct DoctorSummary {
     size_t checks = 0;
@@ -43,6 +50,7 @@ struct StatusFacts {
     ServiceFact driver;
     ServiceFact feeder;
     ServiceFact agentService;
+    FedFact     fed;
 
     StateFileContent agent;
     bool             agentAlive = false;  // agent.state names a process that is there and has not stopped

@@ -87,6 +87,13 @@ static Json SampleJson(const StatusFacts& facts)
              { "local_time", LocalTimeText(facts.view.localTime) } };
 }
 
+static Json FedJson(const FedFact& fed)
+{
+    if (!fed.known)
+        return Json();
+    return { { "feeds", fed.feeds }, { "age_s", fed.feeds != 0 ? Json(fed.ageMs / 1000.0) : Json() } };
+}
+
 static Json ConsumersJson(const StatusFacts& facts)
 {
     Json consumers = Json::array();
@@ -125,6 +132,7 @@ std::string StatusJson(const StatusFacts& facts, const std::vector<Trouble>& tro
     json["agent"] = AgentJson(facts);
     json["configuration"] = ConfigurationJson(facts);
     json["sample"] = SampleJson(facts);
+    json["fed"] = FedJson(facts.fed);
     json["disks"] = known ? Json(facts.view.disks) : Json();
     json["consumers"] = known ? ConsumersJson(facts) : Json();
     json["events"] = EventsJson(facts);

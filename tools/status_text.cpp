@@ -110,10 +110,18 @@ static std::string SampleWords(const StatusFacts& facts)
     return inForce != nullptr && (*inForce)[PERF_ENABLE] == 0 ? "none: collection is switched off" : "none yet";
 }
 
+static std::string FedText(const FedFact& fed)
+{
+    if (!fed.known)
+        return "";
+    return fmt::format("  {:<27}{}\n", "driver fed", fed.feeds == 0 ? "not yet" : AgeText(fed.ageMs) + " ago");
+}
+
 static std::string RegionText(const StatusFacts& facts)
 {
     const bool  known = facts.region == RegionStatus::Copied;
     std::string text = fmt::format("  {:<27}{}\n", "last sample", SampleWords(facts));
+    text += FedText(facts.fed);
     text += fmt::format("  {:<27}{}\n", "disks present", known ? DiskListText(facts.view.disks) : "unknown");
     text += fmt::format("  {:<27}{}\n", "readers",
                         known ? fmt::format("{} of 32 rows", facts.consumers.size()) : "unknown");

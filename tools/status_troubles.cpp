@@ -23,7 +23,7 @@ void AboutDriver(const StatusFacts& facts, Troubles* troubles)
         troubles->push_back({ "driver_not_installed", "the driver velcor is not installed", InstallCommand(facts) });
     else if (driver.state != SERVICE_RUNNING)
         troubles->push_back({ "driver_not_running", "the driver velcor is " + ServiceStateText(driver.state),
-                              "net start velcor, then restart the disk agent" });
+                              "net start velcor; a running disk agent takes it up by itself" });
 }
 
 void AboutFeeder(const StatusFacts& facts, Troubles* troubles)
@@ -135,7 +135,8 @@ void AboutSamples(const StatusFacts& facts, Troubles* troubles)
 
 void AboutEvents(const StatusFacts& facts, Troubles* troubles)
 {
-    /* Each kind with the entry that takes it back; 0: none does. */
+    const std::string broughtUp = EventTimeOf(facts.agent.state.broughtUp);
+    /* Each kind with the entry that takes it back; 0: none does but a library brought up anew. */
     struct Kind {
         DWORD raised;
         DWORD cleared;
@@ -151,7 +152,7 @@ void AboutEvents(const StatusFacts& facts, Troubles* troubles)
         const EventEntry* open = nullptr;
         for (const EventEntry& entry : facts.events.entries) {
             if (entry.id == kind.raised)
-                open = &entry;
+                open = kind.cleared == 0 && entry.time < broughtUp ? nullptr : &entry;
             else if (kind.cleared != 0 && entry.id == kind.cleared)
                 open = nullptr;
         }

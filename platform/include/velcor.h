@@ -2,11 +2,13 @@
  * velcor: control device of the mirror-disk driver, as the driver and everybody who talks to it see it.
  *
  * The driver and the disk filter both keep one performance record of this layout. VELCOR_GET_PERFORMANCE is the
- * production request; the private codes exist in the simulated driver alone. The header needs the integer types of
- * windows.h or ntddk.h before it, and nothing else, so that driver and programs share it.
+ * production request; the private codes exist in the simulated driver alone. The header needs nothing of windows.h or
+ * ntddk.h, so that driver and programs share it.
  */
 #ifndef VELCOR_H
 #define VELCOR_H
+
+#include <stddef.h>
 
 #define VELCOR_SERVICE_NAME "velcor"
 #define VELCOR_DEVICE_PATH "\\\\.\\VELCOR_CTRL"
@@ -19,6 +21,8 @@
 #define VELCOR_PRIVATE_FEED VELCOR_CODE(0x861u, 2u)
 /* In and out: VELCOR_FILTER_EXCHANGE. The filter's record, for the filter library; resets its peaks. */
 #define VELCOR_PRIVATE_GET_FILTER VELCOR_CODE(0x862u, 0u)
+/* Out: VELCOR_FED. When the values that stand there were fed; resets nothing, so anybody may ask. */
+#define VELCOR_PRIVATE_GET_FED VELCOR_CODE(0x863u, 0u)
 
 #define VELCOR_DISK_MAX 64u
 #define VELCOR_REQUEST_HEADER 0x311u /* header word of every request */
@@ -86,23 +90,59 @@ typedef struct VELCOR_FEED {
     unsigned int driver_status; /* status word of the next replies, without a record; 0 as usual */
     unsigned int refuse;        /* not 0: VELCOR_GET_PERFORMANCE itself is refused (STATUS_DEVICE_NOT_READY) */
     unsigned int filter_error;  /* not 0: Win32 error number that the filter library answers */
-    unsigned int reserved;
+    unsigned int tick;          /* GetTickCount() at the feed, ms; for VELCOR_PRIVATE_GET_FED */
     VELCOR_RECORD driver;
     VELCOR_RECORD filter;
 } VELCOR_FEED;
 
+/* About the last feed. Its age is the difference of ticks, 32 bits wide: right for 49.7 days. */
+typedef struct VELCOR_FED {
+    unsigned int feeds; /* since the driver's start; 0: none yet */
+    unsigned int tick;  /* that of the last one */
+} VELCOR_FED;
+
+/* Driver, feeder and collect thread are built apart: each length and place is the same in all, or nothing builds. */
 #ifdef __cplusplus
-static_assert(sizeof(VELCOR_ENTRY) == 256, "device format");
-static_assert(sizeof(VELCOR_RECORD) == 0x4008, "device format");
-static_assert(sizeof(VELCOR_EXCHANGE) == 0x4010, "device format");
-static_assert(sizeof(VELCOR_FEED) == 0x8020, "device format");
-static_assert(VELCOR_GET_PERFORMANCE == 0x9F8F2180u, "device format");
+#define VELCOR_ASSERT(condition) static_assert(condition, "device format")
 #else
-_Static_assert(sizeof(VELCOR_ENTRY) == 256, "device format");
-_Static_assert(sizeof(VELCOR_RECORD) == 0x4008, "device format");
-_Static_assert(sizeof(VELCOR_EXCHANGE) == 0x4010, "device format");
-_Static_assert(sizeof(VELCOR_FEED) == 0x8020, "device format");
-_Static_assert(VELCOR_GET_PERFORMANCE == 0x9F8F2180u, "device format");
+#define VELCOR_ASSERT(condition) _Static_assert(condition, "device format")
 #endif
+#define VELCOR_AT(record, field, offset) VELCOR_ASSERT(offsetof(record, field) == (offset))
+
+VELCOR_ASSERT(VELCOR_GET_PERFORMANCE == 0x9F8F2180u);
+VELCOR_ASSERT(VELCOR_PRIVATE_FEED == 0x9F8FA184u);
+VELCOR_ASSERT(VELCOR_PRIVATE_GET_FILTER == 0x9F8F2188u);
+VELCOR_ASSERT(VELCOR_PRIVATE_GET_FED == 0x9F8F218Cu);
+VELCOR_ASSERT(sizeof(VELCOR_ENTRY) == 256);
+VELCOR_AT(VELCOR_ENTRY, mode, 0);
+VELCOR_AT(VELCOR_ENTRY, state, 4);
+VELCOR_AT(VELCOR_ENTRY, write_bytes, 8);
+VELCOR_AT(VELCOR_ENTRY, handed_bytes, 16);
+VELCOR_AT(VELCOR_ENTRY, transfer_bytes, 24);
+VELCOR_AT(VELCOR_ENTRY, write_us, 32);
+VELCOR_AT(VELCOR_ENTRY, write_us_max, 40);
+VELCOR_AT(VELCOR_ENTRY, writes, 48);
+VELCOR_AT(VELCOR_ENTRY, send_queue, 56);
+VELCOR_AT(VELCOR_ENTRY, send_queue_peak, 64);
+VELCOR_AT(VELCOR_ENTRY, history, 72);
+VELCOR_AT(VELCOR_ENTRY, history_peak, 80);
+VELCOR_AT(VELCOR_ENTRY, request_queue, 88);
+VELCOR_AT(VELCOR_ENTRY, request_queue_peak, 96);
+VELCOR_AT(VELCOR_ENTRY, memory, 104);
+VELCOR_AT(VELCOR_ENTRY, memory_peak, 112);
+VELCOR_AT(VELCOR_ENTRY, unsynced, 120);
+VELCOR_AT(VELCOR_ENTRY, unsynced_peak, 128);
+VELCOR_AT(VELCOR_ENTRY, transfer_us, 136);
+VELCOR_AT(VELCOR_ENTRY, transfer_us_max, 144);
+VELCOR_AT(VELCOR_ENTRY, transfers, 152);
+VELCOR_ASSERT(sizeof(VELCOR_RECORD) == VELCOR_RECORD_LENGTH);
+VELCOR_AT(VELCOR_RECORD, entry, 8);
+VELCOR_ASSERT(sizeof(VELCOR_EXCHANGE) == 0x4010);
+VELCOR_AT(VELCOR_EXCHANGE, length, 4);
+VELCOR_AT(VELCOR_EXCHANGE, record, 8);
+VELCOR_ASSERT(sizeof(VELCOR_FEED) == 0x8020);
+VELCOR_AT(VELCOR_FEED, driver, 16);
+VELCOR_AT(VELCOR_FEED, filter, 16 + 0x4008);
+VELCOR_ASSERT(sizeof(VELCOR_FED) == 8);
 
 #endif

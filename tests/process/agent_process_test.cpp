@@ -7,6 +7,7 @@
 #include <windows.h>
 #include <memory>
 #include <stdexcept>
+#include <stdlib.h>
 
 #include "region_reader.h"
 #include "support/driver.h"
@@ -184,6 +185,89 @@ TEST_F(Agent, ASecondOneIsRefusedAndLeavesTheFirstAlone)
     EXPECT_EQ(77u, Published().perf_log_size);
     EXPECT_EQ("running", StateText("state"));
     EXPECT_EQ(static_cast<DWORD>(SERVICE_RUNNING), service->State());
+}
+
+TEST_F(Agent, BesideOneInTheForegroundServiceAndForegroundAreRefused)
+{
+    const std::wstring exe = home.Path(L"bin\\dkpfagent.exe");
+    Program            first(exe, "--console");
+    ASSERT_TRUE(Eventually([this] { return StateText("state") == "running"; }));
+    const Ran second = RunToEnd(exe, "--console");
+    EXPECT_EQ(3u, second.code);
+    EXPECT_THAT(second.output, HasSubstr("not started: another disk agent runs on this machine: end it first"));
+    service->Launch();
+    EXPECT_TRUE(Eventually([this] { return service->State() == SERVICE_STOPPED && SpecificExitCode() == 3; }));
+    EXPECT_EQ(first.Id(), State()["pid"]);
+    EXPECT_EQ("running", StateText("state"));
+    const std::string log = Log();
+    const std::string words = "not started: another disk agent runs on this machine";
+    EXPECT_NE(log.find(words), log.rfind(words));  // both said so
+}
+
+// An account without the right to create global objects gets error 5, as here: the name is taken, and open to nobody.
+TEST_F(Agent, WithoutTheRightToCreateGlobalObjectsItIsRefusedInWords)
+{
+    const std::wstring  exe = home.Path(L"bin\\dkpfagent.exe");
+    std::wstring        command = L"\"" + exe + L"\" --console";
+    STARTUPINFOW        startup = {};
+    PROCESS_INFORMATION process = {};
+    SECURITY_DESCRIPTOR descriptor = {};
+    ACL                 empty = {};
+    SECURITY_ATTRIBUTES nobody = { sizeof(nobody), &descriptor, FALSE };
+    DWORD               code = 0;
+    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+    InitializeAcl(&empty, sizeof(empty), ACL_REVISION);
+    SetSecurityDescriptorDacl(&descriptor, TRUE, &empty, FALSE);
+    startup.cb = sizeof(startup);
+    ASSERT_TRUE(
+        CreateProcessW(exe.c_str(), &command[0], NULL, NULL, FALSE, CREATE_SUSPENDED, NULL, NULL, &startup, &process));
+    const std::wstring name = L"Global\\TNW_DKPF_AGENT_PROBE_" + std::to_wstring(process.dwProcessId);
+    const HANDLE       taken = CreateFileMappingW(INVALID_HANDLE_VALUE, &nobody, PAGE_READWRITE, 0, 4096, name.c_str());
+    EXPECT_NE(static_cast<HANDLE>(NULL), taken);
+    ResumeThread(process.hThread);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process.hProcess, PATIENCE_MS));
+    GetExitCodeProcess(process.hProcess, &code);
+    EXPECT_EQ(6u, code);
+    EXPECT_THAT(Log(), HasSubstr("not started: this account may not create named memory for all sessions (error 5"));
+    EXPECT_EQ("", home.Read(L"log\\agent.state"));
+    EXPECT_EQ(dkpf::RegionStatus::Absent, dkpf::ReadRegion().status);
+    for (HANDLE handle : { taken, process.hThread, process.hProcess }) {
+        CloseHandle(handle);
+    }
+}
+
+// A process that holds the region's mutex keeps the library from coming down. In the long form it never lets go.
+TEST_F(Agent, AStopThatHangsShowsRisingCheckPointsAndIsGivenUpAfter310Seconds)
+{
+    const bool forGood = getenv("DKPF_TEST_LONG") != nullptr;
+    ASSERT_TRUE(StartAndAwaitRunning());
+    const HANDLE region = OpenMutexA(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, "Global\\TNW_DKPF_MUTEX_INFO");
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(region, PATIENCE_MS));
+    ASSERT_TRUE(service->Control(SERVICE_CONTROL_STOP));
+    DWORD last = 0;
+    ASSERT_TRUE(Eventually([&] {
+        const SERVICE_STATUS status = service->Status();
+        EXPECT_EQ(static_cast<DWORD>(SERVICE_STOP_PENDING), status.dwCurrentState);
+        EXPECT_EQ(5000u, status.dwWaitHint);
+        EXPECT_EQ(0u, status.dwControlsAccepted);
+        EXPECT_GE(status.dwCheckPoint, last);
+        last = status.dwCheckPoint;
+        return last >= 3;
+    }));
+    EXPECT_EQ("stopping", StateText("state"));
+    if (forGood) {
+        for (int minute = 0; minute < 6 && service->State() != SERVICE_STOPPED; minute++) {
+            Eventually([this] { return service->State() == SERVICE_STOPPED; });
+        }
+        EXPECT_EQ(7u, SpecificExitCode());
+        EXPECT_THAT(Log(), HasSubstr(" not down after 310 s: the process ends now"));
+    }
+    ReleaseMutex(region);
+    CloseHandle(region);
+    EXPECT_TRUE(Eventually([this] { return service->State() == SERVICE_STOPPED; }));
+    EXPECT_EQ(forGood ? 7u : 0u, SpecificExitCode());
+    ASSERT_TRUE(service->Start());  // and again
+    EXPECT_TRUE(Eventually([this] { return StateText("state") == "running"; }));
 }
 
 TEST_F(Agent, AKilledOneIsFollowedByTheNext)

@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 
 #include <windows.h>
+#include <algorithm>
 #include <memory>
+#include <stdlib.h>
 #include <string.h>
 #include <thread>
 #include <vector>
@@ -242,43 +244,130 @@ TEST_F(Driver, ARefusedRequestLeavesThePeaks)
     EXPECT_EQ(feed.filter.entry[2].send_queue_peak, FiltersDisk(3).send_queue_peak);
 }
 
-TEST_F(Driver, ABufferTooSmallIsRefusedOnEitherSide)
+/* What a control code needs of the two buffers, bytes. */
+struct Need {
+    DWORD code;
+    DWORD in;
+    DWORD out;
+};
+static const Need NEEDS[] = {
+    { VELCOR_GET_PERFORMANCE, 0x4010, 0x4010 },
+    { VELCOR_PRIVATE_GET_FILTER, 0x4010, 0x4010 },
+    { VELCOR_PRIVATE_FEED, 0x8020, 0 },
+    { VELCOR_PRIVATE_GET_FED, 0, 8 },
+};
+
+/* Every length from 0 to 8 beyond need, all of them in the long form; otherwise each 61st, and those around 0, need and
+ * the record's own length. */
+static std::vector<DWORD> LengthsTo(DWORD need)
 {
-    std::vector<unsigned char> buffer(sizeof(VELCOR_FEED) + 16);
-    const VELCOR_EXCHANGE      request = Request();
-    memcpy(buffer.data(), &request, sizeof(request));
-    for (DWORD code : { DWORD(VELCOR_GET_PERFORMANCE), DWORD(VELCOR_PRIVATE_GET_FILTER) }) {
-        for (DWORD small : { 0ul, 1ul, 8ul, 0x4008ul, 0x400Ful }) {
-            EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER),
-                      Control(device, code, buffer.data(), small, buffer.data(), 0x4010));
-            EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER),
-                      Control(device, code, buffer.data(), 0x4010, buffer.data(), small));
+    const bool         all = getenv("DKPF_TEST_LONG") != nullptr;
+    std::vector<DWORD> lengths;
+    for (DWORD length = 0; length <= need + 8; length++) {
+        const bool telling = length <= 24 || (length >= 0x4000 && length <= 0x4020) || length + 8 >= need;
+        if (all || telling || length % 61 == 0) {
+            lengths.push_back(length);
         }
-        EXPECT_EQ(0u, Control(device, code, buffer.data(), 0x4010, buffer.data(), 0x4010));
     }
-    for (DWORD small : { 0ul, 1ul, 16ul, 0x4018ul, 0x801Ful }) {
-        EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER),
-                  Control(device, VELCOR_PRIVATE_FEED, buffer.data(), small, NULL, 0));
+    return lengths;
+}
+
+TEST_F(Driver, EveryBufferLengthHasItsAnswerOnEitherSide)
+{
+    static const DWORD         LARGEST = 0x8020 + 8;
+    const VELCOR_EXCHANGE      request = Request();
+    std::vector<unsigned char> inBuffer(LARGEST + 1);
+    std::vector<unsigned char> outBuffer(LARGEST + 17);
+    unsigned char*             in = inBuffer.data() + 1;  // at odd addresses, as a careless caller's may be
+    unsigned char*             out = outBuffer.data() + 1;
+
+    const auto ask = [&](const Need& need, DWORD inLength, DWORD outLength) {
+        const bool whole = inLength >= need.in && outLength >= need.out;
+        DWORD      returned = 99;
+        memset(out, 0xEE, LARGEST + 16);
+        const DWORD error = Control(device, need.code, inLength == 0 ? NULL : in, inLength, outLength == 0 ? NULL : out,
+                                    outLength, &returned);
+        ASSERT_EQ(error, whole ? 0u : DWORD{ ERROR_INSUFFICIENT_BUFFER })
+            << std::hex << need.code << " in " << inLength << " out " << outLength;
+        ASSERT_EQ(returned, whole ? need.out : 0u);
+        // Not a byte behind what was answered.
+        ASSERT_EQ(std::count(out + returned, out + LARGEST + 16, 0xEE), static_cast<long>(LARGEST + 16 - returned))
+            << std::hex << need.code << " in " << inLength << " out " << outLength;
+    };
+    for (const Need& need : NEEDS) {
+        if (need.in == sizeof(request)) {
+            memcpy(in, &request, sizeof(request));
+        } else {
+            memset(in, 0, LARGEST);  // an empty feed
+        }
+        for (const DWORD length : LengthsTo(need.in)) {
+            ASSERT_NO_FATAL_FAILURE(ask(need, length, need.out));
+        }
+        for (const DWORD length : LengthsTo(need.out)) {
+            ASSERT_NO_FATAL_FAILURE(ask(need, need.in, length));
+        }
     }
-    EXPECT_EQ(0u, Control(device, VELCOR_PRIVATE_FEED, buffer.data(), 0x8020, NULL, 0));
+    EXPECT_EQ(0u, Get().status);
+}
+
+TEST_F(Driver, ALengthWithoutABufferReachesNobody)
+{
+    for (const Need& need : NEEDS) {
+        if (need.in != 0) {
+            EXPECT_NE(0u, Control(device, need.code, NULL, need.in, NULL, 0)) << need.code;
+        }
+    }
+    EXPECT_EQ(0u, Get().status);
 }
 
 TEST_F(Driver, NoBuffersAtAllAreRefused)
 {
-    for (DWORD code : { DWORD(VELCOR_GET_PERFORMANCE), DWORD(VELCOR_PRIVATE_GET_FILTER), DWORD(VELCOR_PRIVATE_FEED) }) {
-        EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER), Control(device, code, NULL, 0, NULL, 0));
+    for (const Need& need : NEEDS) {
+        EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER), Control(device, need.code, NULL, 0, NULL, 0));
     }
     EXPECT_EQ(0u, Get().status);
 }
 
 TEST_F(Driver, UnknownCodesAreNoBugCheck)
 {
-    VELCOR_EXCHANGE exchange = Request();
-    for (DWORD code : { 0ul, 0x9F8F2183ul, 0x9F8F2187ul, 0x9F8F218Cul, 0x9F8E2180ul, 0xFFFFFFFCul }) {
-        EXPECT_NE(0u, Exchange(code, exchange)) << code;
+    std::vector<unsigned char> buffer(0x8020);
+    // Neighbours of the known functions, other devices, and the known functions with other ways to hand buffers over.
+    for (DWORD code : { 0ul, 0x9F8F217Cul, 0x9F8F2190ul, 0x9F8F2180ul | 0xC000ul, 0x9F8E2180ul, 0xFFFFFFFCul,
+                        0x9F8F2181ul, 0x9F8F2182ul, 0x9F8F2183ul, 0x9F8FA185ul, 0x9F8FA187ul, 0x9F8F2184ul }) {
+        for (DWORD length : { 0ul, 1ul, 8ul, 0x4010ul, 0x8020ul }) {
+            const DWORD error = Control(device, code, length == 0 ? NULL : buffer.data(), length,
+                                        length == 0 ? NULL : buffer.data(), length);
+            EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_FUNCTION), error) << std::hex << code << " length " << length;
+        }
     }
-    EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_FUNCTION), Exchange(0x9F8F218C, exchange));
     EXPECT_EQ(0u, Get().status);
+}
+
+TEST_F(Driver, TellsWhenItWasFedAndResetsNothingByThat)
+{
+    VELCOR_FED fed = { 77, 77 };
+    EXPECT_EQ(0u, Control(device, VELCOR_PRIVATE_GET_FED, NULL, 0, &fed, sizeof(fed)));
+    EXPECT_EQ(0u, fed.feeds);
+    FillTelling(feed);
+    feed.tick = 0xFFFFFFF0;
+    ASSERT_EQ(0u, FeedIt(feed));
+    ASSERT_EQ(0u, FeedIt(feed));
+    HANDLE reader = OpenDevice(GENERIC_READ);
+    EXPECT_EQ(0u, Control(reader, VELCOR_PRIVATE_GET_FED, NULL, 0, &fed, sizeof(fed)));
+    EXPECT_EQ(2u, fed.feeds);
+    EXPECT_EQ(0xFFFFFFF0u, fed.tick);
+    CloseHandle(reader);
+    EXPECT_EQ(feed.driver.entry[0].history_peak, DriversDisk(1).history_peak);
+}
+
+TEST_F(Driver, SumsThatWrapAt64BitsPassAsTheyAre)
+{
+    feed.driver.entry[0].state = VELCOR_STATE_INITIALIZED;
+    for (unsigned long long sum : { 0xFFFFFFFFFFFFFFFFull, 4ull, 0xFFFFFFFFull, 0x100000000ull }) {
+        feed.driver.entry[0].write_bytes = sum;
+        ASSERT_EQ(0u, FeedIt(feed));
+        EXPECT_EQ(sum, DriversDisk(1).write_bytes);
+    }
 }
 
 TEST_F(Driver, FeedingNeedsAHandleThatMayWrite)
@@ -775,6 +864,15 @@ TEST_F(Driver, ASecondFeederIsRefusedInWords)
     Feeder second;
     EXPECT_EQ(4u, second.Run("--host --once"));
     EXPECT_THAT(second.File("out"), HasSubstr("another velcorfeed feeds the driver of this machine"));
+    Service asService("velcorfeed", SERVICE_WIN32_OWN_PROCESS, "\"" + second.Exe() + "\" --service --host");
+    asService.Launch();
+    EXPECT_TRUE(Eventually([&] {
+        const SERVICE_STATUS status = asService.Status();
+        return status.dwCurrentState == SERVICE_STOPPED && status.dwServiceSpecificExitCode == 4;
+    }));
+    EXPECT_THAT(second.File("log\\velcorfeed.log"),
+                HasSubstr("another velcorfeed feeds the driver of this machine; stop it first."));
+    EXPECT_EQ(1u, DriversDisk(7).state);  // the first one's
 }
 
 TEST_F(Driver, AfterAKilledFeederTheValuesFreezeAndTheNextOneMayFeed)

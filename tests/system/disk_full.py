@@ -56,4 +56,5 @@ def check(product):
     print(f"{len(everything)} passes; {len(missing)} of 130 files lack lines, {sum(missing.values())} in all")
 
 
-main(check)
+if __name__ == "__main__":
+    main(check)

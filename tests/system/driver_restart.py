@@ -13,7 +13,7 @@ def check(product):
     expect(product.state("dkpfagent") == "RUNNING", "the agent does not run")
 
     product.start("velcor", "velcorfeed")
-    wait_for("the library anew", lambda: "the driver's device is back, the performance library was brought up anew" in
+    wait_for("the library anew", lambda: "the driver's device is there, the performance library was brought up anew" in
              product.text("diskperf.log"))
     lines = product.count("nmp1")
     product.wait_lines("nmp1", lines + 2)

@@ -113,6 +113,54 @@ TEST(ProducerGuard, OnlyAdministratorsAndTheSystemMayOpenIt)
     CloseHandle(mutex);
 }
 
+/* Security that nobody passes, as an account without the right meets it. */
+class NobodyMay {
+public:
+    NobodyMay()
+    {
+        InitializeSecurityDescriptor(&m_descriptor, SECURITY_DESCRIPTOR_REVISION);
+        InitializeAcl(&m_empty, sizeof(m_empty), ACL_REVISION);
+        SetSecurityDescriptorDacl(&m_descriptor, TRUE, &m_empty, FALSE);
+    }
+    SECURITY_ATTRIBUTES* Attributes()
+    {
+        return &m_attributes;
+    }
+
+private:
+    ACL                 m_empty{};
+    SECURITY_DESCRIPTOR m_descriptor{};
+    SECURITY_ATTRIBUTES m_attributes{ sizeof(m_attributes), &m_descriptor, FALSE };
+};
+
+TEST(ProducerGuard, AnAccountThatMayNotMakeNamedMemoryForAllSessionsIsRefusedInWords)
+{
+    NobodyMay          nobody;
+    const std::wstring name = L"Global\\TNW_DKPF_AGENT_PROBE_" + std::to_wstring(GetCurrentProcessId());
+    const HANDLE       taken =
+        CreateFileMappingW(INVALID_HANDLE_VALUE, nobody.Attributes(), PAGE_READWRITE, 0, 4096, name.c_str());
+    ASSERT_NE(taken, nullptr);
+    std::string words;
+    MutexGuard  guard(NAME);
+    EXPECT_EQ(guard.Take(&words), GuardResult::NoRight);
+    EXPECT_THAT(words, testing::StartsWith("this account may not create named memory for all sessions (error 5"));
+    EXPECT_THAT(words, testing::EndsWith("start it as an administrator"));
+    EXPECT_EQ(OpenMutexW(SYNCHRONIZE, FALSE, NAME), nullptr);  // not even made
+    CloseHandle(taken);
+}
+
+TEST(ProducerGuard, AMutexThatThisAccountMayNotOpenIsAMissingRight)
+{
+    NobodyMay    nobody;
+    const HANDLE theirs = CreateMutexW(nobody.Attributes(), FALSE, NAME);
+    ASSERT_NE(theirs, nullptr);
+    std::string words;
+    MutexGuard  guard(NAME);
+    EXPECT_EQ(guard.Take(&words), GuardResult::NoRight);
+    EXPECT_THAT(words, testing::HasSubstr("could not be created: error 5"));
+    CloseHandle(theirs);
+}
+
 TEST(ProducerGuard, TheProbeForNamedMemoryLeavesNothingBehind)
 {
     EXPECT_EQ(ProbeGlobalMemory(), static_cast<DWORD>(ERROR_SUCCESS));

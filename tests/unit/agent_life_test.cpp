@@ -10,6 +10,7 @@
 #include "tnwlog.h"
 
 using namespace dkpf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -68,6 +69,7 @@ public:
     std::deque<Signal>        signals;  // then Stop
     std::deque<int>           offsets;  // minutes; the last one stays
     std::deque<DWORD>         saveErrors;
+    std::deque<WORD>          times;  // seconds of the clock; the last one stays
     bool                      stopDuringDriver = false;
     DWORD                     openedLevel = 0;
     DWORD                     openedSize = 0;
@@ -137,7 +139,7 @@ public:
     }
     SYSTEMTIME LocalTime() override
     {
-        return SYSTEMTIME{ 2026, 3, 6, 7, 14, 5, 9, 42 };
+        return SYSTEMTIME{ 2026, 3, 6, 7, 14, 5, Next(&times, WORD{ 9 }), 42 };
     }
     int UtcOffsetMinutes() override
     {
@@ -343,7 +345,7 @@ TEST_F(AgentLifeTest, ADeadHandleIsToldOnceAndTheLibraryComesUpAnewWhenTheDevice
                             "hold", "check", "reinitialize", "terminate", "initialize", "terminate"));
     EXPECT_THAT(world.Texts(TNWLOG_WARNING), ElementsAre(" the driver's device is gone; waiting until it opens again"));
     EXPECT_EQ(world.Texts(TNWLOG_NOTICE)[3],
-              " the driver's device is back, the performance library was brought up anew");
+              " the driver's device is there, the performance library was brought up anew");
     EXPECT_EQ(Last().lastFailure->message, "the driver's device is gone");
 }
 
@@ -355,6 +357,23 @@ TEST_F(AgentLifeTest, ADriverThatWasAbsentAtTheStartIsTakenUpWhenItComes)
     Live();
     EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold in vain", "initialize", "hold",
                                          "check", "reinitialize", "terminate", "initialize", "terminate"));
+    EXPECT_THAT(world.Texts(TNWLOG_WARNING),
+                ElementsAre(" the driver's device is not there; waiting until it opens again"));
+    EXPECT_THAT(world.Texts(TNWLOG_NOTICE),
+                Contains(" the driver's device is there, the performance library was brought up anew"));
+}
+
+// Readers of agent.state take an event of a stopped thread for settled where it is older than this.
+TEST_F(AgentLifeTest, AgentStateTellsWhenTheLibraryWasLastBroughtUp)
+{
+    world.lives = { false, true };
+    world.signals = { Signal::Nothing };
+    world.times = { 5, 6, 7, 8, 9 };
+    Live();
+    EXPECT_EQ(world.saved[0].broughtUp, "");
+    EXPECT_EQ(world.saved[1].phase, AgentPhase::Running);
+    EXPECT_EQ(world.saved[1].broughtUp, "2026-03-07T14:05:06.042+01:00");
+    EXPECT_EQ(Last().broughtUp, "2026-03-07T14:05:08.042+01:00");  // 7 is the time of the failure
 }
 
 TEST_F(AgentLifeTest, AHandleThatLivesIsLeftAlone)

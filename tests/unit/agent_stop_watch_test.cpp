@@ -71,6 +71,19 @@ TEST(StopWatch, TheLibrarysWholeTimeOutIsWaitedFor)
     EXPECT_EQ(watch.checkPoints.size(), 300u);
 }
 
+// What the service manager is promised has to be kept even where each wait comes back late.
+TEST(StopWatch, TheNextSignOfLifeComesWithinTheHintAndEveryCheckPointIsAboveTheLast)
+{
+    Watch watch;
+    watch.lateMs = 3900;
+    WatchStop(watch);
+    EXPECT_GT(STOP_HINT_MS, STOP_STEP_MS + watch.lateMs);
+    ASSERT_FALSE(watch.checkPoints.empty());
+    for (size_t i = 0; i < watch.checkPoints.size(); i++)
+        EXPECT_EQ(watch.checkPoints[i], i + 1);
+    EXPECT_EQ(watch.givenUp, 1);
+}
+
 TEST(StopWatch, AnEndThatNeverComesIsGivenUpAfter310Seconds)
 {
     Watch watch;

@@ -17,6 +17,7 @@ static AgentState Full()
     state.pid = 4711;
     state.processStarted = 134397291210313921ull;  // odd and above 2^53: a double would lose it
     state.started = "2026-03-07T14:05:09.042+09:00";
+    state.broughtUp = "2026-03-07T14:05:11.000+09:00";
     state.utcOffsetMinutes = 540;
     state.reloads = 3;
     state.inForce = SettingValues{ 1, 0, 64, 99, 3600, 86400, 0x1ffff, 0xffff, 0xffffffff };
@@ -41,6 +42,7 @@ TEST(AgentStateJson, EveryFieldComesBack)
     EXPECT_EQ(after.pid, 4711u);
     EXPECT_EQ(after.processStarted, 134397291210313921ull);
     EXPECT_EQ(after.started, before.started);
+    EXPECT_EQ(after.broughtUp, before.broughtUp);
     EXPECT_EQ(after.utcOffsetMinutes, 540);
     EXPECT_EQ(after.reloads, 3u);
     EXPECT_EQ(*after.inForce, *before.inForce);

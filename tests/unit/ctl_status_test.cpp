@@ -245,6 +245,37 @@ TEST_F(StatusTest, AStoppedThreadIsNeverTakenBack)
     EXPECT_THAT(FindTroubles(facts).front().cure, HasSubstr("restart the disk agent"));
 }
 
+TEST_F(StatusTest, AStoppedThreadIsSettledByALibraryBroughtUpAfterwards)
+{
+    Raise(0xC00012C5, "2026/03/07 15:00:00.000");
+    facts.agent.state.broughtUp = "2026-03-07T15:00:00.000+09:00";  // the same moment: the new threads' own
+    EXPECT_THAT(Codes(), ElementsAre("warning_open"));
+    facts.agent.state.broughtUp = "2026-03-07T15:00:00.001+09:00";
+    EXPECT_THAT(Codes(), IsEmpty());
+    Raise(0xC00012C5, "2026/03/07 15:00:00.500");
+    EXPECT_THAT(Codes(), ElementsAre("warning_open"));
+}
+
+TEST_F(StatusTest, AWarningWithAnAllClearOfItsOwnIsNotSettledByTheLibrary)
+{
+    Raise(0x800012C1, "2026/03/07 15:00:00.000");
+    facts.agent.state.broughtUp = "2026-03-07T16:00:00.000+09:00";
+    EXPECT_THAT(Codes(), ElementsAre("warning_open"));
+}
+
+// A feeder that was killed: the samples stay young, what was fed grows old.
+TEST_F(StatusTest, TheAgeOfTheFedValuesStandsBesideThatOfTheSample)
+{
+    EXPECT_THAT(StatusText(facts, {}), Not(HasSubstr("driver fed")));  // a driver that knows nothing of feeds
+    facts.fed = { true, 0, 5000 };
+    EXPECT_THAT(StatusText(facts, {}), HasSubstr("  driver fed                 not yet\n"));
+    facts.fed = { true, 7, 93210 };
+    EXPECT_THAT(StatusText(facts, {}),
+                HasSubstr("  last sample                4.2 s old, taken 2026/03/07 15:00:00.001\n"
+                          "  driver fed                 93.2 s ago\n"));
+    EXPECT_THAT(StatusJson(facts, {}), HasSubstr("\"fed\": {\n    \"feeds\": 7,\n    \"age_s\": 93.21\n  }"));
+}
+
 TEST_F(StatusTest, CausesStandBeforeTheirEffects)
 {
     facts.driver.info.state = SERVICE_STOPPED;
@@ -263,7 +294,7 @@ TEST_F(StatusTest, TheWholeTextOfAMachineWithOneTroubleAndWaitingSettings)
     Raise(0x400012C2, "2026/03/07 15:02:00.000");
     EXPECT_EQ(StatusText(facts, FindTroubles(facts)),
               "WRONG: the driver velcor is stopped\n"
-              "       net start velcor, then restart the disk agent\n"
+              "       net start velcor; a running disk agent takes it up by itself\n"
               "\n"
               "services\n"
               "  velcor                     stopped\n"

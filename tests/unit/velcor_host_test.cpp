@@ -263,6 +263,34 @@ TEST(HostCounter, BeginsAnewWhereItIsNoWrap)
     EXPECT_EQ(5u, counter.Sum());
 }
 
+TEST(HostCounter, AWrapAt64BitsIsNoStartAnewAndTheSumWrapsToo)
+{
+    HostCounter counter;
+    counter.last = 0xFFFFFFFFFFFFFFFEull;
+    EXPECT_EQ(5u, counter.Take(3));
+    EXPECT_EQ(3u, counter.Sum());
+    counter.last = 0xFFFFFFFFull;
+    counter.wrapped = 0xFFFFFFFF00000000ull;  // 2^32 - 1 wraps of a 32-bit counter
+    EXPECT_EQ(1u, counter.Take(0));
+    EXPECT_EQ(0u, counter.Sum());
+}
+
+TEST(HostCounter, TheHalfsAreTheBorderBetweenAWrapAndAStartAnew)
+{
+    HostCounter counter;
+    counter.last = 0x80000000ull;  // falls by 2^31: no more than half
+    EXPECT_EQ(0u, counter.Take(0));
+    counter.last = 0x80000001ull;
+    EXPECT_EQ(0x7FFFFFFFull, counter.Take(0));
+    counter = HostCounter();
+    counter.last = 0x100000000ull;  // beyond 32 bits it is none of 32
+    EXPECT_EQ(0u, counter.Take(0));
+    counter.last = 0x8000000000000000ull;
+    EXPECT_EQ(0u, counter.Take(0));
+    counter.last = 0x8000000000000001ull;
+    EXPECT_EQ(0x7FFFFFFFFFFFFFFFull, counter.Take(0));
+}
+
 TEST(HostCounter, AStartAnewForgetsTheWrapsBefore)
 {
     HostCounter counter;
@@ -304,4 +332,50 @@ TEST_F(Host, ADiskThatBeginsAnewBeginsItsSumsAnewWithoutALoad)
     EXPECT_EQ(3u, feed.filter.entry[0].writes);
     EXPECT_EQ(0u, feed.filter.entry[0].send_queue_peak);
     EXPECT_EQ(handed, feed.driver.entry[0].handed_bytes);  // what was handed over stays handed over
+}
+
+// 2^55 sectors are 2^64 bytes.
+TEST_F(Host, BytesThatWrapAt64BitsGoOnWithTheRightLoad)
+{
+    SetDisk("sda", 10, (1ull << 55) - 4, 5);
+    HostSource source = Make();
+    EXPECT_EQ(0xFFFFFFFFFFFFF800ull, Next(source).feed.filter.entry[0].write_bytes);
+    SetDisk("sda", 12, (1ull << 55) + 4, 6);
+    const VELCOR_FEED feed = Next(source).feed;
+    EXPECT_EQ(2048u, feed.filter.entry[0].write_bytes);
+    EXPECT_EQ(4096u, feed.filter.entry[0].send_queue_peak);  // 8 sectors were written
+}
+
+// Another disk under the old name: 3,000,000,000 sectors would look like a wrap.
+TEST_F(Host, ADiskThatWasAwayAndComesBackWithSmallerCountersHasNotWrapped)
+{
+    SetDisk("sda", 4000000000ull, 3000000000ull, 4200000000ull);
+    HostSource source = Make();
+    Next(source);
+    disks.clear();
+    Next(source);
+    SetDisk("sda", 2, 16, 3);
+    VELCOR_FEED feed = Next(source).feed;
+    EXPECT_EQ(VELCOR_STATE_INITIALIZED, feed.driver.entry[0].state);
+    EXPECT_EQ(8192u, feed.filter.entry[0].write_bytes);
+    EXPECT_EQ(2u, feed.filter.entry[0].writes);
+    EXPECT_EQ(3000u, feed.filter.entry[0].write_us);
+    EXPECT_EQ(0u, feed.filter.entry[0].send_queue_peak);
+    SetDisk("sda", 3, 24, 4);
+    feed = Next(source).feed;
+    EXPECT_EQ(4096u, feed.filter.entry[0].send_queue_peak);
+}
+
+// What a disk wrote while it was away from our sight is its load when it comes back: its sums stay the host's.
+TEST_F(Host, ADiskThatComesBackWithLargerCountersGoesOnWithThem)
+{
+    SetDisk("sda", 1, 16, 1);
+    HostSource source = Make();
+    Next(source);
+    disks.clear();
+    Next(source);
+    SetDisk("sda", 2, 32, 2);
+    const VELCOR_FEED feed = Next(source).feed;
+    EXPECT_EQ(16384u, feed.filter.entry[0].write_bytes);
+    EXPECT_EQ(8192u, feed.filter.entry[0].send_queue_peak);
 }

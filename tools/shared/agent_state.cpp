@@ -64,6 +64,7 @@ std::string AgentStateToJson(const AgentState& state)
     json["pid"] = state.pid;
     json["process_started"] = fmt::format("{}", state.processStarted);  // a text: larger than what readers keep exact
     json["started"] = state.started;
+    json["brought_up"] = state.broughtUp;
     json["utc_offset_minutes"] = state.utcOffsetMinutes;
     json["exit_code"] = state.exitCode;
     json["reloads"] = state.reloads;
@@ -128,6 +129,7 @@ static AgentState StateOf(const Json& json)
     state.pid = json.at("pid").get<DWORD>();
     std::from_chars(processStarted.data(), processStarted.data() + processStarted.size(), state.processStarted);
     state.started = json.at("started").get<std::string>();
+    state.broughtUp = json.value("brought_up", std::string());
     state.utcOffsetMinutes = json.at("utc_offset_minutes").get<int>();
     state.exitCode = json.at("exit_code").get<DWORD>();
     state.reloads = json.at("reloads").get<DWORD>();

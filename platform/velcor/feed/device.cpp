@@ -24,6 +24,7 @@ DWORD Device::Feed(VELCOR_FEED& feed)
     DWORD returned = 0;
     DWORD error = Open();
 
+    feed.tick = GetTickCount();
     if (error == ERROR_SUCCESS &&
         !DeviceIoControl(m_handle, VELCOR_PRIVATE_FEED, &feed, sizeof(feed), NULL, 0, &returned, NULL)) {
         error = GetLastError();

@@ -19,7 +19,7 @@ class Device {
     /** Opens the device unless it is open. @return 0, or the Win32 error number (2, 3: the driver does not run). */
     DWORD Open();
 
-    /** Hands a feed over. @return 0, or the Win32 error number; the device is then closed. */
+    /** Hands a feed over, with the time of now. @return 0, or the Win32 error number; the device is then closed. */
     DWORD Feed(VELCOR_FEED& feed);
 
   private:

@@ -17,8 +17,19 @@ unsigned long long HostCounter::Take(unsigned long long now)
         wrapped += 1ull << 32;
         return now + (1ull << 32) - before;
     }
+    if (before - now > 1ull << 63) {
+        return now - before;  // both wrap alike, and so does the sum
+    }
     wrapped = 0;
     return 0;
+}
+
+void HostCounter::Restart(unsigned long long now)
+{
+    if (now < last) {
+        last = now;
+        wrapped = 0;
+    }
 }
 
 unsigned long long HostCounter::Sum() const
@@ -49,6 +60,11 @@ void HostSource::TakeDisk(const DiskStat& stat, Disk& disk)
         disk.ms.last = stat.ms;
         StartAt(disk.mirror, stat.sectors * SECTOR, stat.writes, stat.ms * 1000, HOST_LINK);
         disk.seen = true;
+    } else if (!disk.present) {
+        // It was away: a counter that fell meanwhile is another disk's, or a new start's, and never a wrap.
+        disk.sectors.Restart(stat.sectors);
+        disk.writes.Restart(stat.writes);
+        disk.ms.Restart(stat.ms);
     }
     load.writeBytes = disk.sectors.Take(stat.sectors) * SECTOR;
     load.writes = disk.writes.Take(stat.writes);

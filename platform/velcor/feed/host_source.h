@@ -8,10 +8,11 @@
  *   longest write   the mean of the step's writes, rounded up: the host does not tell the longest
  *   request queue   requests under way * mean size of the last step's writes
  *
- * A host counter that goes back: from the upper half of 32 bits to a smaller number is a wrap of a 32-bit counter, and
+ * A host counter that goes back by more than half of 32 bits from within 32 bits is a wrap of a 32-bit counter, and
  * 2^32 is added from there on (time in ms does so every 49.7 days of writing, sectors on old kernels every 2 TiB); the
- * next start of the feeder no longer knows of it. Anything else is a counter that began anew: the sums begin anew with
- * it, and the step's load is 0.
+ * next start of the feeder no longer knows of it. One that goes back by more than half of 64 bits wrapped there, and
+ * the sums wrap with it. Anything else is a counter that began anew: the sums begin anew with it, and the step's load
+ * is 0. So is every fall of a disk that was away in the step before.
  */
 #ifndef VELCORFEED_HOST_SOURCE_H
 #define VELCORFEED_HOST_SOURCE_H
@@ -34,6 +35,8 @@ struct HostCounter {
 
     /** @return what was added since the last value; 0 where the counter began anew. */
     unsigned long long Take(unsigned long long now);
+    /** Before the first Take behind a gap: a fall is no wrap. */
+    void               Restart(unsigned long long now);
     unsigned long long Sum() const;
 };
 
