@@ -4,7 +4,9 @@
  * Every routine may be called from any thread of any process; a handle belongs to the process that got it, and is not
  * closed while another thread uses it. Processes that open the same trace log write the same files. All texts are
  * narrow strings of the ANSI code page and are copied: nothing that is passed in needs to live longer than the call. No
- * routine throws, and none changes a caller's buffer unless it says so. Binding is by ordinal (import/tnwlog.def).
+ * routine throws, none changes a caller's buffer unless it says so, and none promises to keep the thread's last-error
+ * value: the status tells all. Arguments are judged before anything is done. A handle that is closed, or one of another
+ * kind, is answered and not followed, except by log_write. Binding is by ordinal (import/tnwlog.def).
  *
  * HOME is the parent of the folder (bin) that tnwlog.dll itself lies in. HOME/log and HOME/perf are made by set-up,
  * never here: a missing one is a status or a dropped line. tnwmsg.dll lies beside tnwlog.dll.
@@ -57,14 +59,17 @@ typedef struct TNWLOG_CSV*     HTNWCSV;     /* an open CSV log file */
 
 /**
  * Ordinal 1. Opens a trace log of this process.
- * @param lpName      name of the log; files are HOME/log/NAME.log, NAME.1.log (newest older one) to NAME.15.log
+ * @param lpName      name of the log, 1 to 64 characters; files are HOME/log/NAME.log, NAME.1.log (newest older one) to
+ *                    NAME.15.log. A log may be open several times, each handle with a level and size of its own
  * @param phLog       receives the handle; set to NULL on failure
- * @param dwLevel     level bits that are written
+ * @param dwLevel     level bits that are written; TNWLOG_EVENT need not be among them
  * @param dwSize      bound of one file, KiB, 1 to 4194303
  * @param dwReserved  0
  * @param lpKey       key of the log in the product's inventory of log files; not empty
- * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY. A file that cannot be opened is no failure: lines are
- *         dropped and counted, and each further line tries again. Opens no file: the first line does.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT (a null pointer, a name or size out of its bounds, a reserved argument that
+ *         is not 0, an empty key); TNWLOG_NO_MEMORY. A failure leaves nothing open. A file that cannot be opened is no
+ *         failure: lines are dropped and counted, and each further line tries again. Opens no file, the first line does,
+ *         and waits for nothing.
  *
  * A file is rotated by the first line that finds it at its bound, so it passes the bound by one line at most (by more
  * only while a reader holds it, or a generation, so that it cannot be renamed). Where processes give different bounds,
@@ -74,8 +79,9 @@ typedef struct TNWLOG_CSV*     HTNWCSV;     /* an open CSV log file */
 DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, DWORD dwReserved, const char* lpKey);
 
 /**
- * Ordinal 2. Closes a trace log. Every line handed over before is in the file already.
- * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for NULL or a handle that is not open.
+ * Ordinal 2. Closes a trace log. Every line handed over before is in the file already; other handles of the same log
+ * stay open.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for NULL, a handle that is closed, or one of another kind. Waits for nothing.
  */
 DWORD log_term(HTNWLOG hLog);
 
@@ -83,9 +89,10 @@ DWORD log_term(HTNWLOG hLog);
  * Ordinal 3. Writes one line: "2026/03/07 14:05:09.042 <pid>:<tid> <level> <source>(<line>) <routine>:<text>" CR LF.
  * Time is local and without a zone, pid and tid decimal, the level hexadecimal with four digits ("0x0001"). Line breaks
  * in the text become blanks.
- * @param hLog         the log, open; NULL writes nothing
+ * @param hLog         the log, open (a closed one is not noticed: too many lines pass here); NULL writes nothing, nor
+ *                     does it raise an event
  * @param dwLevel      one level bit
- * @param dwMessage    0, or with TNWLOG_EVENT the event ID
+ * @param dwMessage    with TNWLOG_EVENT the event ID, or 0 for a line alone; no meaning at other levels
  * @param lpSource     source unit, for example "diskperf/src/diskperf_shm"; NULL as ""
  * @param nLine        line in it
  * @param lpRoutine    routine's name; NULL as ""
@@ -111,31 +118,39 @@ void log_write(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const char* lpSourc
 
 /**
  * Ordinal 6. Opens the message strings of a component.
- * @param lpComponent  "diskperf"
+ * @param lpComponent  "diskperf", in this spelling
  * @param dwReserved   0
  * @param phTable      receives the table; set to NULL on failure
- * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY; TNWLOG_NO_TABLE.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT (a null pointer, an empty component, a reserved argument that is not 0);
+ *         TNWLOG_NO_MEMORY; TNWLOG_NO_TABLE (another component; tnwmsg.dll is missing or has no table). A failure leaves
+ *         nothing open. Blocks as long as the loader does; not from DllMain.
  */
 DWORD TnwLoadStringTable(const char* lpComponent, DWORD dwReserved, HTNWSTRINGS* phTable);
 
-/** Ordinal 7. Closes a table. @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for NULL or a table that is not open. */
+/**
+ * Ordinal 7. Closes a table. Texts that were copied stay, other tables too.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for NULL, a table that is closed, or a handle of another kind.
+ */
 DWORD TnwFreeStringTable(HTNWSTRINGS hTable);
 
 /**
  * Ordinal 9. Copies one text with its NUL, without a line end.
- * @param dwNumber    number of the message
+ * @param hTable      the table, open
+ * @param dwNumber    number of the message, 0 to 40 without 18 and 19; an event's number has the event's text
  * @param lpText      destination; untouched unless the result is TNWLOG_OK
  * @param dwSize      its size in bytes
  * @param dwReserved  0
- * @return TNWLOG_OK; TNWLOG_NO_SUCH_MESSAGE; TNWLOG_TEXT_TOO_LONG; TNWLOG_INVALID_ARGUMENT.
+ * @return TNWLOG_OK; TNWLOG_NO_SUCH_MESSAGE (no text has this number); TNWLOG_TEXT_TOO_LONG (text and NUL do not fit);
+ *         TNWLOG_INVALID_ARGUMENT (no open table, a null pointer, a reserved argument that is not 0); TNWLOG_NO_MEMORY.
+ *         Waits for nothing.
  */
 DWORD TnwFormatMessage(HTNWSTRINGS hTable, DWORD dwNumber, char* lpText, DWORD dwSize, DWORD dwReserved);
 
 /**
  * Ordinal 19. Opens a CSV log file, HOME/perf/NAME.csv, older generations NAME.1.csv (newest) to NAME.<n>.csv.
- * @param lpName         base name
+ * @param lpName         base name, 1 to 64 characters
  * @param phFile         receives the handle; set to NULL on failure
- * @param dwFlags        3
+ * @param dwFlags        3, nothing else
  * @param dwReserved1    0
  * @param dwSize         bound of one file, KiB, 1 to 4194303
  * @param dwGenerations  older generations kept, 0 to 99
@@ -143,18 +158,22 @@ DWORD TnwFormatMessage(HTNWSTRINGS hTable, DWORD dwNumber, char* lpText, DWORD d
  * @param lpHeader       header line without line end (one in it is an invalid argument); copied
  * @param dwReserved2    0
  * @param dwReserved3    0
- * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY; TNWLOG_LINE_TOO_LONG for the header. A file that
- *         cannot be opened or headed now is no failure: each write tries again and returns the status.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT; TNWLOG_NO_MEMORY; TNWLOG_LINE_TOO_LONG for the header. A failure leaves
+ *         nothing open and makes no file. A file that cannot be opened or headed now is no failure: each write tries
+ *         again and returns the status. Waits for the disk alone.
  *
  * A file that is there with the same header is continued; one with another header is rotated. NULs that a power loss
  * left at its end are cut; a half-written last line is closed with CR LF, and before it with a quote where its last
- * field lacks one; a half-written header is written anew. A file has one writer: a second one gets TNWLOG_NOT_OPEN from
- * its writes. Readers are free to open, copy and hold it.
+ * field lacks one; a half-written header is written anew. A file has one writer: a second handle, of this process or
+ * another, gets TNWLOG_NOT_OPEN from its writes until the first is closed. Readers are free to open, copy and hold it.
  */
 DWORD log_util_init(const char* lpName, HTNWCSV* phFile, DWORD dwFlags, DWORD dwReserved1, DWORD dwSize,
                     DWORD dwGenerations, DWORD dwMaxLine, const char* lpHeader, DWORD dwReserved2, DWORD dwReserved3);
 
-/** Ordinal 20. Closes a CSV file. @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for NULL or a handle that is not open. */
+/**
+ * Ordinal 20. Closes a CSV file. Every line whose write was answered with TNWLOG_OK is in it.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for NULL, a handle that is closed, or one of another kind.
+ */
 DWORD log_util_term(HTNWCSV hFile);
 
 /**
@@ -173,7 +192,10 @@ DWORD log_util_write(HTNWCSV hFile, const char* lpFormat, ...);
  * Ordinal 22. Starts a new generation whose files begin with another header.
  * @param dwMaxLine  longest line from now on; as in log_util_init
  * @param lpHeader   the new header; copied
- * @return as log_util_write. After a failure the handle is open and the new header holds: the next write tries again.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT, TNWLOG_LINE_TOO_LONG (the header) or TNWLOG_NO_MEMORY: file, header and
+ *         maximum are as before; TNWLOG_NOT_OPEN (also: a reader holds the file so that it cannot be renamed),
+ *         TNWLOG_NO_DIRECTORY, TNWLOG_DISK_FULL or TNWLOG_WRITE_FAILED: the new header and maximum hold, and the next
+ *         write tries again. The handle stays open. Waits as log_util_write.
  */
 DWORD log_util_rotate(HTNWCSV hFile, DWORD dwMaxLine, const char* lpHeader);
 

@@ -6,7 +6,9 @@
  * The state between init and term belongs to the process; the routines lock it, so calls from several threads do not
  * corrupt it, but one init-to-term sequence is meant for one thread. xmllib_check and xmllib_edit keep no state and may run at any time.
  * Results are 64 bits wide; success is a value whose low 32 bits are 0. Binding is by ordinal (import/tnwxml.def).
- * Arguments are judged before the order of calls. A call that fails changes nothing. No routine may be called from DllMain.
+ * Arguments are judged before the order of calls. A call that fails changes nothing: what was loaded stays loaded, and the
+ * call may be made again. No routine throws, none promises to keep the thread's last-error value, and none may be called
+ * from DllMain. A call waits for another thread's call, so for its file too; xmllib_check waits for nobody.
  *
  * HOME is the parent of the folder in which tnwxml.dll lies. A file is read as UTF-8, with or without byte order mark, up
  * to 1 MiB and 64 levels of elements; both documents are held in memory, no file stays open.
@@ -46,25 +48,27 @@ typedef unsigned long long XMLLIB_STATUS; /* low 32 bits: a status below */
 XMLLIB_STATUS xmllib_init(const char* lpComponent);
 
 /**
- * Ordinal 2. Ends the sequence and releases whatever it still holds.
+ * Ordinal 2. Ends the sequence and releases whatever it still holds: configuration and policy need not be unloaded first.
  * @return XMLLIB_OK; XMLLIB_WRONG_ORDER (no sequence is under way)
  */
 XMLLIB_STATUS xmllib_term(void);
 
 /**
  * Ordinal 4. Reads HOME/etc/policy/COMPONENT.xml: type, range, default, unit and text of each key. One policy at a time.
- * @param lpComponent  name as for xmllib_init
- * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_WRONG_ORDER (no init, or a policy is loaded); XMLLIB_NO_MEMORY;
- *         XMLLIB_NO_FILE; XMLLIB_NOT_WELL_FORMED; XMLLIB_BAD_POLICY. After a failure no policy is loaded.
+ * @param lpComponent  name as for xmllib_init; need not be the same
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT (null, or no such name); XMLLIB_WRONG_ORDER (no init, or a policy is loaded:
+ *         that one stays); XMLLIB_NO_MEMORY; XMLLIB_NO_FILE; XMLLIB_NOT_WELL_FORMED; XMLLIB_BAD_POLICY. A failing
+ *         call loads nothing.
  * May block 100 ms: a file that cannot be opened or is not well-formed may just be being saved and is read three times,
  * 50 ms apart.
  */
 XMLLIB_STATUS xmllib_load_policy(const char* lpComponent);
 
 /**
- * Ordinal 5.
- * @param lpComponent  the name that was loaded
- * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_WRONG_ORDER (no policy of this name, or a configuration is loaded)
+ * Ordinal 5. Releases the policy; another one, or the same anew, may be loaded then.
+ * @param lpComponent  the name that was loaded, in the same spelling
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT (null, or no such name); XMLLIB_WRONG_ORDER (no policy of this name is
+ *         loaded, or a configuration still is)
  */
 XMLLIB_STATUS xmllib_unload_policy(const char* lpComponent);
 
@@ -72,14 +76,15 @@ XMLLIB_STATUS xmllib_unload_policy(const char* lpComponent);
  * Ordinal 6. Reads the configuration file as a whole. Values are judged by xmllib_get_value, so that the caller's trace
  * names the key that is wrong.
  * @param dwConfig  XMLLIB_CONFIG_CLUSTER
- * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_WRONG_ORDER (no policy, or a configuration is loaded);
- *         XMLLIB_NO_MEMORY; XMLLIB_NO_FILE; XMLLIB_NOT_WELL_FORMED; XMLLIB_KEY_TWICE. After a failure none is loaded.
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT (another number); XMLLIB_WRONG_ORDER (no policy, or a configuration is
+ *         loaded: that one stays); XMLLIB_NO_MEMORY; XMLLIB_NO_FILE; XMLLIB_NOT_WELL_FORMED; XMLLIB_KEY_TWICE. A failing
+ *         call loads nothing and leaves the policy.
  * May block 100 ms, as xmllib_load_policy.
  */
 XMLLIB_STATUS xmllib_load_config(DWORD dwConfig);
 
 /**
- * Ordinal 7.
+ * Ordinal 7. Releases the configuration; the policy stays, and a changed file may be loaded anew.
  * @return XMLLIB_OK; XMLLIB_WRONG_ORDER (no configuration is loaded)
  */
 XMLLIB_STATUS xmllib_unload_config(void);
@@ -91,8 +96,9 @@ XMLLIB_STATUS xmllib_unload_config(void);
  * @param dwType    XMLLIB_TYPE_DWORD
  * @param lpValue   receives the value; untouched on failure
  * @param lpdwSize  in: size of the destination, at least 4; out: bytes written, 4; untouched on failure
- * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT; XMLLIB_WRONG_ORDER (no configuration is loaded); XMLLIB_NO_SUCH_KEY;
- *         XMLLIB_NO_NUMBER; XMLLIB_OUT_OF_RANGE
+ * @return XMLLIB_OK; XMLLIB_INVALID_ARGUMENT (a null pointer, another type, a size below 4); XMLLIB_WRONG_ORDER (no
+ *         configuration is loaded); XMLLIB_NO_SUCH_KEY (neither file knows it); XMLLIB_NO_NUMBER; XMLLIB_OUT_OF_RANGE.
+ *         One refused value keeps no other from being read. Reads no file and waits for nothing but another thread's call.
  */
 XMLLIB_STATUS xmllib_get_value(const char* lpKey, DWORD dwType, void* lpValue, DWORD* lpdwSize);
 

@@ -15,11 +15,17 @@
 #define VELCOR_DEVICE_TYPE 0x9F8Fu
 #define VELCOR_CODE(function, access) ((VELCOR_DEVICE_TYPE << 16) | ((access) << 14) | ((function) << 2)) /* METHOD_BUFFERED */
 
-/* In and out: VELCOR_EXCHANGE. Resets the peaks of the driver's record: only the collect thread sends it. */
+/* In and out: VELCOR_EXCHANGE, both buffers at least that long. Resets the peaks of the driver's record: only the collect
+ * thread sends it. Wrong words and scripted failures come back in the status word of a request that succeeds; the record
+ * then is the caller's own, and no peak is reset. The request itself fails with ERROR_INSUFFICIENT_BUFFER for a short
+ * buffer, ERROR_NOT_READY where VELCOR_FEED refuses it, and an error for good on a handle that is older than the driver's
+ * last start. Never waits. */
 #define VELCOR_GET_PERFORMANCE VELCOR_CODE(0x860u, 0u) /* 0x9F8F2180, any access */
-/* In: VELCOR_FEED. Sets both records and the scripted failures. Needs a handle with write access (0x0002). */
+/* In: VELCOR_FEED. Sets both records and the scripted failures. Needs a handle with write access (0x0002), or fails with
+ * ERROR_ACCESS_DENIED; with ERROR_INSUFFICIENT_BUFFER where the feed is not whole. A failed feed changes nothing. */
 #define VELCOR_PRIVATE_FEED VELCOR_CODE(0x861u, 2u)
-/* In and out: VELCOR_FILTER_EXCHANGE. The filter's record, for the filter library; resets its peaks. */
+/* In and out: VELCOR_FILTER_EXCHANGE. The filter's record, for the filter library; resets its peaks. As
+ * VELCOR_GET_PERFORMANCE, but the status word of wrong words is ERROR_INVALID_PARAMETER, and it is never refused. */
 #define VELCOR_PRIVATE_GET_FILTER VELCOR_CODE(0x862u, 0u)
 /* Out: VELCOR_FED. When the values that stand there were fed; resets nothing, so anybody may ask. */
 #define VELCOR_PRIVATE_GET_FED VELCOR_CODE(0x863u, 0u)

@@ -68,7 +68,8 @@ struct Os::Object {
     ThreadRoutine          routine = nullptr;
     void*                  argument = nullptr;
     bool                   ran = false;
-    std::string            path;  // file
+    std::string            path;            // file
+    unsigned               driverLife = 0;  // device: the start of the driver that it was opened in
 
     explicit Object(Kind k, std::string n = "") : kind(k), name(std::move(n))
     {
@@ -1087,6 +1088,7 @@ struct OsHooks {
         object->path = Text(path);
         if (object->path == VELCOR_DEVICE_PATH && os().driver.loaded) {
             object->kind = Object::Device;
+            object->driverLife = os().driver.Life();
         } else if (ModuleAt(object->path) == os().modules.end()) {
             return os().Done<HANDLE>("CreateFileA", args, INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
         }
@@ -1106,6 +1108,9 @@ struct OsHooks {
         if (object == nullptr || object->kind != Object::Device) {
             os().misuse.push_back("DeviceIoControl of no device: " + args);
             return os().Done("DeviceIoControl", args, FALSE, ERROR_INVALID_HANDLE);
+        }
+        if (object->driverLife != os().driver.Life()) {
+            return os().Done("DeviceIoControl", args, FALSE, ERROR_DEV_NOT_EXIST);
         }
         DWORD error = os().driver.Answer(code, in, inSize, out, outSize, returned);
         return os().Done("DeviceIoControl", args, error == 0 ? TRUE : FALSE, error);

@@ -1,5 +1,6 @@
 /*
- * Double of tnwdiskfltr: its one routine under its own name, answering from a script.
+ * Double of tnwdiskfltr: its one routine under its own name, answering from a script. It judges the request as the
+ * library does: tests/contract runs the same cases on both. Peaks are the script's, no call resets them.
  */
 #ifndef TESTS_DOUBLES_TNWDISKFLTR_DOUBLE_H
 #define TESTS_DOUBLES_TNWDISKFLTR_DOUBLE_H
@@ -11,7 +12,7 @@
 #include "tnwdiskfltr.h"
 
 class FilterDouble {
-  public:
+public:
     explicit FilterDouble(Journal& journal);
     ~FilterDouble();
     FilterDouble(const FilterDouble&) = delete;
@@ -41,7 +42,7 @@ class FilterDouble {
     DWORD                Answer(void* buffer);
     static FilterDouble* current;
 
-  private:
+private:
     Journal&           m_journal;
     std::vector<Reply> m_replies;
     size_t             m_next = 0;

@@ -101,7 +101,7 @@ std::vector<DWORD> LogDouble::Events() const
 {
     std::vector<DWORD> events;
     for (const TraceLine& line : lines) {
-        if ((line.level & TNWLOG_EVENT) != 0) {
+        if ((line.level & TNWLOG_EVENT) != 0 && line.message != 0 && line.written) {
             events.push_back(line.message);
         }
     }
@@ -136,11 +136,10 @@ void LogDouble::ForgetTraces()
 std::vector<std::string> LogDouble::OpenCsv() const
 {
     std::vector<std::string> names;
-    for (const auto& [name, file] : csv) {
-        if (file.open) {
-            names.push_back(name);
-        }
+    for (const auto& open : m_csvHandles) {
+        names.push_back(open.second.file->name);
     }
+    std::sort(names.begin(), names.end());
     return names;
 }
 
@@ -162,20 +161,32 @@ LogDouble::Trace* LogDouble::Find(HTNWLOG log)
     return nullptr;
 }
 
-CsvFile* LogDouble::Find(HTNWCSV file)
+LogDouble::CsvHandle* LogDouble::Find(HTNWCSV file)
 {
-    for (auto& [name, entry] : csv) {
-        if (entry.open && static_cast<const void*>(&entry) == static_cast<const void*>(file)) {
-            return &entry;
-        }
-    }
-    return nullptr;
+    auto found = m_csvHandles.find(file);
+    return found == m_csvHandles.end() ? nullptr : &found->second;
 }
 
 DWORD LogDouble::Answer(const char* routine, const std::string& args, DWORD status)
 {
     m_journal.Record(routine, args, std::to_string(status));
     return status;
+}
+
+/* Of a log or file, as the library takes it: a name that leads nowhere else and is no generation's. */
+static bool BadName(const char* name)
+{
+    if (name == nullptr || *name == '\0' || strlen(name) > TNWLOG_NAME_MAX) {
+        return true;
+    }
+    return std::any_of(name, name + strlen(name), [](char c) {
+        return static_cast<unsigned char>(c) < ' ' || strchr("\\/:*?\"<>|.", c) != nullptr;
+    });
+}
+
+static bool HasLineBreak(const std::string& text)
+{
+    return text.find_first_of("\r\n") != std::string::npos;
 }
 
 static std::string Quoted(const char* text)
@@ -195,8 +206,8 @@ DWORD LogDouble::Init(const char* name, HTNWLOG* log, DWORD level, DWORD size, D
     if (planned) {
         return Answer("log_init", args, planned->fails ? planned->error : static_cast<DWORD>(planned->value));
     }
-    if (name == nullptr || *name == '\0' || log == nullptr || size == 0 || size > 4194303 || reserved != 0 ||
-        key == nullptr || *key == '\0') {
+    if (BadName(name) || log == nullptr || size == 0 || size > TNWLOG_SIZE_MAX || reserved != 0 || key == nullptr ||
+        *key == '\0') {
         return Answer("log_init", args, TNWLOG_INVALID_ARGUMENT);
     }
     *log = OpenTrace(name);
@@ -231,10 +242,14 @@ void LogDouble::Write(HTNWLOG log, DWORD level, DWORD message, const char* sourc
     TraceLine entry{ trace == nullptr ? (log == nullptr ? "" : "<closed log>") : trace->name,
                      level,
                      message,
-                     source,
+                     source == nullptr ? "" : source,
                      line,
-                     routine,
-                     FormatText(format, args) };
+                     routine == nullptr ? "" : routine,
+                     format == nullptr ? "" : FormatText(format, args) };
+    for (char& c : entry.text) {
+        c = c == '\r' || c == '\n' || c == '\0' ? ' ' : c;
+    }
+    entry.written = trace != nullptr && (level & (trace->level | TNWLOG_EVENT)) != 0;
     m_journal.Record("log_write", entry.log + ", " + std::to_string(level) + ", " + entry.routine + ": " + entry.text,
                      "");
     lines.push_back(std::move(entry));
@@ -256,6 +271,9 @@ DWORD LogDouble::LoadStrings(const char* component, DWORD reserved, HTNWSTRINGS*
     }
     if (component == nullptr || *component == '\0' || reserved != 0 || table == nullptr) {
         return Answer("TnwLoadStringTable", args, TNWLOG_INVALID_ARGUMENT);
+    }
+    if (strcmp(component, "diskperf") != 0) {
+        return Answer("TnwLoadStringTable", args, TNWLOG_NO_TABLE);
     }
     m_tableHandles.push_back(std::make_unique<char>('t'));
     m_tables.insert(m_tableHandles.back().get());
@@ -300,7 +318,57 @@ DWORD LogDouble::Format(HTNWSTRINGS table, DWORD number, char* text, DWORD size,
 
 static bool BadLineLimit(DWORD maxLine)
 {
-    return maxLine < 2 || maxLine > 65536;
+    return maxLine < 2 || maxLine > TNWLOG_LINE_MAX;
+}
+
+/* Bytes of a file whose lines these are. */
+static size_t FileSize(const std::vector<std::string>& lines)
+{
+    size_t size = 0;
+    for (const std::string& line : lines) {
+        size += line.size() + 2;
+    }
+    return size;
+}
+
+void LogDouble::StartGeneration(CsvHandle& handle)
+{
+    handle.file->files.push_back({ handle.header });
+    handle.file->headers.push_back(handle.header);
+    handle.rotateDue = false;
+    handle.headed = true;
+}
+
+/* Makes the handle the file's writer, if nobody else is, and begins a generation where one is due. *rotate: why it was
+ * not begun; lines then follow in the old one. */
+DWORD LogDouble::Prepare(HTNWCSV file, CsvHandle& handle, DWORD* rotate)
+{
+    CsvFile& entry = *handle.file;
+    *rotate = TNWLOG_OK;
+    if (entry.writer != nullptr && entry.writer != file) {
+        return TNWLOG_NOT_OPEN;
+    }
+    if (entry.writer == nullptr) {
+        entry.writer = file;
+        entry.open = true;
+        entry.size = handle.size;
+        entry.generations = handle.generations;
+        handle.headed = !entry.files.empty() && entry.files.back()[0] == handle.header;
+        handle.rotateDue = handle.rotateDue || !handle.headed;
+    }
+    entry.maxLine = handle.maxLine;
+    entry.header = handle.header;
+    if (handle.rotateDue && entry.files.empty()) {
+        StartGeneration(handle);
+    }
+    if (handle.rotateDue) {
+        if (auto failing = failRotate.find(entry.name); failing != failRotate.end()) {
+            *rotate = failing->second;
+        } else {
+            StartGeneration(handle);
+        }
+    }
+    return TNWLOG_OK;
 }
 
 DWORD LogDouble::CsvInit(const char* name, HTNWCSV* file, DWORD flags, DWORD reserved1, DWORD size, DWORD generations,
@@ -317,9 +385,9 @@ DWORD LogDouble::CsvInit(const char* name, HTNWCSV* file, DWORD flags, DWORD res
     if (planned) {
         return Answer("log_util_init", args, planned->fails ? planned->error : static_cast<DWORD>(planned->value));
     }
-    if (name == nullptr || *name == '\0' || file == nullptr || flags != 3 || reserved1 != 0 || size == 0 ||
-        size > 4194303 || generations > 99 || BadLineLimit(maxLine) || header == nullptr || reserved2 != 0 ||
-        reserved3 != 0) {
+    if (BadName(name) || file == nullptr || flags != 3 || reserved1 != 0 || size == 0 || size > TNWLOG_SIZE_MAX ||
+        generations > TNWLOG_GENERATIONS_MAX || BadLineLimit(maxLine) || header == nullptr || HasLineBreak(header) ||
+        reserved2 != 0 || reserved3 != 0) {
         return Answer("log_util_init", args, TNWLOG_INVALID_ARGUMENT);
     }
     if (auto failing = failInit.find(name); failing != failInit.end()) {
@@ -328,83 +396,118 @@ DWORD LogDouble::CsvInit(const char* name, HTNWCSV* file, DWORD flags, DWORD res
     if (strlen(header) + 1 > maxLine) {
         return Answer("log_util_init", args, TNWLOG_LINE_TOO_LONG);
     }
-    CsvFile& entry = csv[name];
-    if (entry.header != header || entry.headers.empty()) {
-        entry.headers.push_back(header);
+    CsvFile&    entry = csv[name];
+    const void* handle = &entry;
+    if (Find(reinterpret_cast<HTNWCSV>(&entry)) != nullptr) {
+        m_secondHandles.push_back(std::make_unique<char>('c'));
+        handle = m_secondHandles.back().get();
     }
     entry.name = name;
-    entry.open = true;
     entry.opened++;
-    entry.size = size;
-    entry.generations = generations;
-    entry.maxLine = maxLine;
-    entry.header = header;
-    *file = reinterpret_cast<HTNWCSV>(&entry);
+    *file = reinterpret_cast<HTNWCSV>(const_cast<void*>(handle));
+    auto  added = m_csvHandles.emplace(handle, CsvHandle{ &entry, header, size, generations, maxLine });
+    DWORD rotate = TNWLOG_OK;
+    Prepare(*file, added.first->second, &rotate);  // what does not work now is tried again by each write
     return Answer("log_util_init", args, TNWLOG_OK);
 }
 
 DWORD LogDouble::CsvTerm(HTNWCSV file)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    CsvFile*                              entry = Find(file);
-    std::string                           args = entry == nullptr ? "?" : Quoted(entry->name.c_str());
+    CsvHandle*                            handle = Find(file);
+    std::string                           args = handle == nullptr ? "?" : Quoted(handle->file->name.c_str());
     if (auto planned = m_journal.Count("log_util_term")) {
         return Answer("log_util_term", args, planned->fails ? planned->error : static_cast<DWORD>(planned->value));
     }
-    if (entry == nullptr) {
+    if (handle == nullptr) {
         return Answer("log_util_term", args, TNWLOG_INVALID_ARGUMENT);
     }
-    entry->open = false;
+    if (handle->file->writer == file) {
+        handle->file->writer = nullptr;
+        handle->file->open = false;
+    }
+    m_csvHandles.erase(file);
     return Answer("log_util_term", args, TNWLOG_OK);
 }
 
 DWORD LogDouble::CsvWrite(HTNWCSV file, const char* format, va_list args)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    CsvFile*                              entry = Find(file);
-    std::string                           text = format == nullptr ? "" : FormatText(format, args);
-    std::string shown = (entry == nullptr ? std::string("?") : Quoted(entry->name.c_str())) + ", " + Quoted(format) +
-                        ", " + Quoted(text.c_str());
+    CsvHandle*                            handle = Find(file);
+    va_list                               again;
+    va_copy(again, args);
+    const int   length = format == nullptr ? 0 : _vscprintf(format, again);  // -1: cannot be converted
+    std::string text = format == nullptr ? "" : FormatText(format, args);
+    va_end(again);
+    std::string shown = (handle == nullptr ? std::string("?") : Quoted(handle->file->name.c_str())) + ", " +
+                        Quoted(format) + ", " + Quoted(text.c_str());
     if (auto planned = m_journal.Count("log_util_write")) {
         return Answer("log_util_write", shown, planned->fails ? planned->error : static_cast<DWORD>(planned->value));
     }
-    if (entry == nullptr || format == nullptr) {
+    if (handle == nullptr || format == nullptr) {
         return Answer("log_util_write", shown, TNWLOG_INVALID_ARGUMENT);
     }
-    if (auto failing = failWrite.find(entry->name); failing != failWrite.end()) {
+    CsvFile& entry = *handle->file;
+    if (auto failing = failWrite.find(entry.name); failing != failWrite.end()) {
         return Answer("log_util_write", shown, failing->second);
     }
-    if (text.size() + 1 > entry->maxLine) {
+    if (length < 0 || static_cast<DWORD>(length) + 1 > handle->maxLine) {
         return Answer("log_util_write", shown, TNWLOG_LINE_TOO_LONG);
     }
-    entry->lines.push_back(text);
+    if (HasLineBreak(text)) {
+        return Answer("log_util_write", shown, TNWLOG_INVALID_ARGUMENT);
+    }
+    DWORD rotate = TNWLOG_OK, status = Prepare(file, *handle, &rotate);
+    if (status != TNWLOG_OK) {
+        return Answer("log_util_write", shown, status);
+    }
+    // A file that holds nothing but its header takes any line.
+    if (entry.files.back().size() > 1 && !handle->rotateDue &&
+        FileSize(entry.files.back()) + text.size() + 2 > entry.size * size_t{ 1024 }) {
+        handle->rotateDue = true;
+        Prepare(file, *handle, &rotate);
+    }
+    if (!handle->headed) {
+        entry.files.back().push_back(handle->header);
+        handle->headed = true;
+    }
+    entry.files.back().push_back(text);
+    entry.lines.push_back(text);
     return Answer("log_util_write", shown, TNWLOG_OK);
 }
 
 DWORD LogDouble::CsvRotate(HTNWCSV file, DWORD maxLine, const char* header)
 {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
-    CsvFile*                              entry = Find(file);
-    std::string args = (entry == nullptr ? std::string("?") : Quoted(entry->name.c_str())) + ", " +
+    CsvHandle*                            handle = Find(file);
+    std::string args = (handle == nullptr ? std::string("?") : Quoted(handle->file->name.c_str())) + ", " +
                        std::to_string(maxLine) + ", " + Quoted(header);
-    if (auto planned = m_journal.Count("log_util_rotate")) {
-        return Answer("log_util_rotate", args, planned->fails ? planned->error : static_cast<DWORD>(planned->value));
-    }
-    if (entry == nullptr || header == nullptr || BadLineLimit(maxLine)) {
+    auto planned = m_journal.Count("log_util_rotate");
+    if (!planned && (handle == nullptr || header == nullptr || BadLineLimit(maxLine) || HasLineBreak(header))) {
         return Answer("log_util_rotate", args, TNWLOG_INVALID_ARGUMENT);
     }
-    if (strlen(header) + 1 > maxLine) {
+    if (!planned && strlen(header) + 1 > maxLine) {
         return Answer("log_util_rotate", args, TNWLOG_LINE_TOO_LONG);
     }
-    // The new header holds even where the file itself could not be started anew.
-    entry->maxLine = maxLine;
-    entry->header = header;
-    if (auto failing = failRotate.find(entry->name); failing != failRotate.end()) {
-        return Answer("log_util_rotate", args, failing->second);
+    DWORD status = !planned ? TNWLOG_OK : planned->fails ? planned->error : static_cast<DWORD>(planned->value);
+    if (status == TNWLOG_INVALID_ARGUMENT || status == TNWLOG_NO_MEMORY || status == TNWLOG_LINE_TOO_LONG) {
+        return Answer("log_util_rotate", args, status);
     }
-    entry->headers.push_back(header);
-    entry->rotations++;
-    return Answer("log_util_rotate", args, TNWLOG_OK);
+    // The new header holds even where the file itself could not be started anew: the next write tries again.
+    if (handle != nullptr && header != nullptr) {
+        handle->headed = handle->headed && handle->header == header;
+        handle->header = header;
+        handle->maxLine = maxLine;
+        handle->rotateDue = true;
+    }
+    if (planned) {
+        return Answer("log_util_rotate", args, status);
+    }
+    DWORD rotate = TNWLOG_OK;
+    status = Prepare(file, *handle, &rotate);
+    status = status != TNWLOG_OK ? status : rotate;
+    handle->file->rotations += status == TNWLOG_OK ? 1u : 0u;
+    return Answer("log_util_rotate", args, status);
 }
 
 /* ---- The routines as callers see them ---- */

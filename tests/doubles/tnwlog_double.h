@@ -3,6 +3,10 @@
  *
  * The routines work on the one LogDouble that is alive. Programs that link this library instead of the import library
  * of tnwlog.dll get the double; unit tests also put its routines into the import table of the library under test.
+ *
+ * What the double answers and what it keeps as written is that of the library: tests/contract runs the same cases on
+ * both. It leaves out what no caller can see: the prefix of a trace line and its cut at 16 KiB, generations that the
+ * library deletes in time (here all stay), files of other programs, and the texts of events by their number.
  */
 #ifndef TESTS_DOUBLES_TNWLOG_DOUBLE_H
 #define TESTS_DOUBLES_TNWLOG_DOUBLE_H
@@ -23,7 +27,8 @@ struct TraceLine {
     std::string source;
     int         line;
     std::string routine;
-    std::string text;
+    std::string text;             // line breaks are blanks, as in the file
+    bool        written = false;  // the log's level lets the line into its file
 };
 
 /* A CSV file: what a reader of its newest generation and its history would see. */
@@ -38,10 +43,13 @@ struct CsvFile {
     std::vector<std::string> headers;  // of each generation, oldest first
     std::vector<std::string> lines;    // of all generations, oldest first
     unsigned                 rotations = 0;
+
+    std::vector<std::vector<std::string>> files;  // of each generation, oldest first: headers and lines as they stand
+    const void*                           writer = nullptr;  // the handle whose file this is; others wait for its end
 };
 
 class LogDouble {
-  public:
+public:
     explicit LogDouble(Journal& journal);
     ~LogDouble();
     LogDouble(const LogDouble&) = delete;
@@ -61,7 +69,7 @@ class LogDouble {
         return Texts("", TNWLOG_ERROR);
     }
     bool Has(const std::string& text) const;
-    /* Event IDs in order. */
+    /* Event IDs in order, of the entries that the library makes: not without a log, nor without an ID. */
     std::vector<DWORD> Events() const;
     void               ClearLines()
     {
@@ -110,16 +118,29 @@ class LogDouble {
 
     static LogDouble* current;
 
-  private:
-    Trace*   Find(HTNWLOG log);
-    CsvFile* Find(HTNWCSV file);
-    DWORD    Answer(const char* routine, const std::string& args, DWORD status);
+private:
+    /* What stands behind one handle of a CSV file. */
+    struct CsvHandle {
+        CsvFile*    file;
+        std::string header;
+        DWORD       size, generations, maxLine;
+        bool        rotateDue = false;  // a generation is to be started before the next line
+        bool        headed = false;     // the last header in the file is this one
+    };
+
+    Trace*      Find(HTNWLOG log);
+    CsvHandle*  Find(HTNWCSV file);
+    DWORD       Prepare(HTNWCSV file, CsvHandle& handle, DWORD* rotate);
+    static void StartGeneration(CsvHandle& handle);
+    DWORD       Answer(const char* routine, const std::string& args, DWORD status);
 
     Journal&                            m_journal;
     mutable std::recursive_mutex        m_lock;
     std::vector<std::unique_ptr<Trace>> m_traces;  // never shrinks: a handle is the address
     std::set<const void*>               m_tables;
     std::vector<std::unique_ptr<char>>  m_tableHandles;
+    std::map<const void*, CsvHandle>    m_csvHandles;  // open ones
+    std::vector<std::unique_ptr<char>>  m_secondHandles;
 };
 
 #endif

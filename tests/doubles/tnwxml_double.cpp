@@ -30,7 +30,8 @@ void XmlDouble::Fail(const std::string& routine, unsigned nth, XMLLIB_STATUS sta
 
 std::string XmlDouble::Open() const
 {
-    return std::string(init ? "init " : "") + (policy ? "policy " : "") + (config ? "config " : "");
+    return std::string(init ? "init " : "") + (policy ? "policy " : "") + (config ? "config " : "") +
+           (leftToTerm.empty() ? "" : "left to term: " + leftToTerm);
 }
 
 XMLLIB_STATUS XmlDouble::Answer(const char* routine, const std::string& args, XMLLIB_STATUS status)
@@ -39,18 +40,46 @@ XMLLIB_STATUS XmlDouble::Answer(const char* routine, const std::string& args, XM
     return status;
 }
 
-/* One call of the sequence. It succeeds only in order, and then changes the flag that stands for what it opens or
- * closes. */
-XMLLIB_STATUS XmlDouble::Enter(const char* routine, const std::string& args, bool inOrder, bool* flag, bool set)
+static const char COMPONENT[] = "diskperf";
+
+static bool BadComponent(const char* component)
+{
+    static const char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
+    return component == nullptr || *component == '\0' || strlen(component) > 31 ||
+           component[strspn(component, letters)] != '\0';
+}
+
+/* Arguments are judged before the order of calls. */
+static XMLLIB_STATUS Judge(bool badArgument, bool inOrder)
+{
+    if (badArgument) {
+        return XMLLIB_INVALID_ARGUMENT;
+    }
+    return inOrder ? XMLLIB_OK : XMLLIB_WRONG_ORDER;
+}
+
+/* One call of the sequence. If it is not refused it changes the flag that stands for what it opens or closes. */
+XMLLIB_STATUS XmlDouble::Enter(const char* routine, const std::string& args, XMLLIB_STATUS refused, bool* flag,
+                               bool set)
 {
     if (auto planned = m_journal.Count(routine)) {
         return Answer(routine, args, planned->value);
     }
-    if (!inOrder) {
-        return Answer(routine, args, XMLLIB_WRONG_ORDER);
+    if (refused == XMLLIB_OK) {
+        *flag = set;
     }
-    *flag = set;
-    return Answer(routine, args, XMLLIB_OK);
+    return Answer(routine, args, refused);
+}
+
+/* Releases whatever is still held. The double remembers it: the product takes everything back itself. */
+XMLLIB_STATUS XmlDouble::Term()
+{
+    const XMLLIB_STATUS status = Enter("xmllib_term", "", Judge(false, init), &init, false);
+    if (status == XMLLIB_OK && !init) {
+        leftToTerm += std::string(policy ? "policy " : "") + (config ? "config " : "");
+        policy = config = false;
+    }
+    return status;
 }
 
 XMLLIB_STATUS XmlDouble::GetValue(const char* key, DWORD type, void* value, DWORD* size)
@@ -60,11 +89,10 @@ XMLLIB_STATUS XmlDouble::GetValue(const char* key, DWORD type, void* value, DWOR
     if (auto planned = m_journal.Count("xmllib_get_value")) {
         return Answer("xmllib_get_value", args, planned->value);
     }
-    if (!config) {
-        return Answer("xmllib_get_value", args, XMLLIB_WRONG_ORDER);
-    }
-    if (key == nullptr || type != XMLLIB_TYPE_DWORD || value == nullptr || size == nullptr || *size < sizeof(DWORD)) {
-        return Answer("xmllib_get_value", args, XMLLIB_INVALID_ARGUMENT);
+    const bool bad =
+        key == nullptr || type != XMLLIB_TYPE_DWORD || value == nullptr || size == nullptr || *size < sizeof(DWORD);
+    if (const XMLLIB_STATUS refused = Judge(bad, config); refused != XMLLIB_OK) {
+        return Answer("xmllib_get_value", args, refused);
     }
     if (auto failing = failKey.find(key); failing != failKey.end()) {
         return Answer("xmllib_get_value", args, failing->second);
@@ -84,10 +112,16 @@ XMLLIB_STATUS XmlDouble::Check(const char* component, const WCHAR* file, XMLLIB_
     if (auto planned = m_journal.Count("xmllib_check")) {
         return Answer("xmllib_check", args, planned->value);
     }
-    if (component == nullptr || result == nullptr) {
+    if (result == nullptr) {
         return Answer("xmllib_check", args, XMLLIB_INVALID_ARGUMENT);
     }
     *result = report;
+    if (BadComponent(component) || strcmp(component, COMPONENT) != 0) {
+        *result = {};
+        result->finding.dwStatus = BadComponent(component) ? XMLLIB_INVALID_ARGUMENT : XMLLIB_NO_FILE;
+        strcpy(result->finding.szReason, "There is no such policy.");
+        return Answer("xmllib_check", args, result->finding.dwStatus);
+    }
     return Answer("xmllib_check", args, report.finding.dwStatus);
 }
 
@@ -101,37 +135,43 @@ static std::string Text(const char* text)
 XMLLIB_STATUS xmllib_init(const char* lpComponent)
 {
     XmlDouble& xml = *XmlDouble::current;
-    return xml.Enter("xmllib_init", Text(lpComponent), !xml.init, &xml.init, true);
+    return xml.Enter("xmllib_init", Text(lpComponent), Judge(BadComponent(lpComponent), !xml.init), &xml.init, true);
 }
 
 XMLLIB_STATUS xmllib_term(void)
 {
-    XmlDouble& xml = *XmlDouble::current;
-    return xml.Enter("xmllib_term", "", xml.init, &xml.init, false);
+    return XmlDouble::current->Term();
 }
 
 XMLLIB_STATUS xmllib_load_policy(const char* lpComponent)
 {
-    XmlDouble& xml = *XmlDouble::current;
-    return xml.Enter("xmllib_load_policy", Text(lpComponent), xml.init && !xml.policy, &xml.policy, true);
+    XmlDouble&    xml = *XmlDouble::current;
+    XMLLIB_STATUS refused = Judge(BadComponent(lpComponent), xml.init && !xml.policy);
+    if (refused == XMLLIB_OK && strcmp(lpComponent, COMPONENT) != 0) {
+        refused = XMLLIB_NO_FILE;
+    }
+    return xml.Enter("xmllib_load_policy", Text(lpComponent), refused, &xml.policy, true);
 }
 
 XMLLIB_STATUS xmllib_unload_policy(const char* lpComponent)
 {
     XmlDouble& xml = *XmlDouble::current;
-    return xml.Enter("xmllib_unload_policy", Text(lpComponent), xml.policy && !xml.config, &xml.policy, false);
+    const bool bad = BadComponent(lpComponent);
+    const bool inOrder = !bad && xml.policy && !xml.config && strcmp(lpComponent, COMPONENT) == 0;
+    return xml.Enter("xmllib_unload_policy", Text(lpComponent), Judge(bad, inOrder), &xml.policy, false);
 }
 
 XMLLIB_STATUS xmllib_load_config(DWORD dwConfig)
 {
     XmlDouble& xml = *XmlDouble::current;
-    return xml.Enter("xmllib_load_config", std::to_string(dwConfig), xml.policy && !xml.config, &xml.config, true);
+    return xml.Enter("xmllib_load_config", std::to_string(dwConfig),
+                     Judge(dwConfig != XMLLIB_CONFIG_CLUSTER, xml.policy && !xml.config), &xml.config, true);
 }
 
 XMLLIB_STATUS xmllib_unload_config(void)
 {
     XmlDouble& xml = *XmlDouble::current;
-    return xml.Enter("xmllib_unload_config", "", xml.config, &xml.config, false);
+    return xml.Enter("xmllib_unload_config", "", Judge(false, xml.config), &xml.config, false);
 }
 
 XMLLIB_STATUS xmllib_get_value(const char* lpKey, DWORD dwType, void* lpValue, DWORD* lpdwSize)

@@ -1,6 +1,8 @@
 /*
- * Double of tnwxml: the eight routines under their own names, over a map of values. Refuses a wrong order of calls as
- * the library does.
+ * Double of tnwxml: the eight routines under their own names, over a map of values. It judges arguments and order of
+ * calls as the library does: tests/contract runs the same cases on both. There is one policy, that of the component
+ * diskperf. Files and ranges are left out: what a file would give stands in values, what it would be refused for is
+ * scripted by failKey and Fail.
  */
 #ifndef TESTS_DOUBLES_TNWXML_DOUBLE_H
 #define TESTS_DOUBLES_TNWXML_DOUBLE_H
@@ -12,14 +14,14 @@
 #include "tnwxml.h"
 
 class XmlDouble {
-  public:
+public:
     explicit XmlDouble(Journal& journal);
     ~XmlDouble();
     XmlDouble(const XmlDouble&) = delete;
     XmlDouble& operator=(const XmlDouble&) = delete;
 
-    /* Values by key path; starts with the product's nine defaults. A key that is not there answers XMLLIB_NO_SUCH_KEY.
-     */
+    /* What configuration and policy give together, by key path; starts with the policy's nine defaults. A key that is
+     * not there is in neither of the two: XMLLIB_NO_SUCH_KEY. */
     std::map<std::string, DWORD> values;
     /* Shorthand: Set("parameters/perfenable", 0) for "/root/diskperf/parameters/perfenable". */
     void Set(const std::string& key, DWORD value)
@@ -35,21 +37,24 @@ class XmlDouble {
     /* The n-th call of a routine answers the status, all 64 bits of it. */
     void Fail(const std::string& routine, unsigned nth, XMLLIB_STATUS status);
 
-    /* What xmllib_check answers. */
+    /* What xmllib_check answers for the component diskperf. */
     XMLLIB_REPORT report = {};
 
-    /* What still stands: "init", "policy", "config". Empty when all was taken back. */
+    /* What still stands, "init", "policy", "config", or was left for xmllib_term to release. Empty when all was taken
+     * back by its own routine. */
     std::string Open() const;
 
     // What the routines do; called by them alone.
-    XMLLIB_STATUS Enter(const char* routine, const std::string& args, bool inOrder, bool* flag, bool set);
+    XMLLIB_STATUS Enter(const char* routine, const std::string& args, XMLLIB_STATUS refused, bool* flag, bool set);
+    XMLLIB_STATUS Term();
     XMLLIB_STATUS GetValue(const char* key, DWORD type, void* value, DWORD* size);
     XMLLIB_STATUS Check(const char* component, const WCHAR* file, XMLLIB_REPORT* result);
     bool          init = false, policy = false, config = false;
+    std::string   leftToTerm;
 
     static XmlDouble* current;
 
-  private:
+private:
     XMLLIB_STATUS Answer(const char* routine, const std::string& args, XMLLIB_STATUS status);
     Journal&      m_journal;
 };

@@ -576,6 +576,42 @@ TEST_F(Doubles, CsvFilesKeepHeadersAndLines)
     EXPECT_EQ(call.log_util_write(one, "%s", "x"), TNWLOG_INVALID_ARGUMENT);
 }
 
+TEST_F(Doubles, AScriptedFailureOfARotateLeavesWhatTheLibraryLeaves)
+{
+    HTNWCSV file = nullptr;
+    EXPECT_EQ(call.log_util_init("nmp1", &file, 3, 0, 1024, 3, 12, "a,b", 0, 0), TNWLOG_OK);
+    log.Fail("log_util_rotate", 1, TNWLOG_NO_MEMORY);
+    EXPECT_EQ(call.log_util_rotate(file, 20, "c,d"), TNWLOG_NO_MEMORY);
+    EXPECT_EQ(call.log_util_write(file, "1"), TNWLOG_OK);
+    EXPECT_EQ(log.csv["nmp1"].header, "a,b") << "nothing changed";
+    log.Fail("log_util_rotate", 2, TNWLOG_DISK_FULL);
+    EXPECT_EQ(call.log_util_rotate(file, 20, "c,d"), TNWLOG_DISK_FULL);
+    EXPECT_EQ(call.log_util_write(file, "2"), TNWLOG_OK);
+    EXPECT_EQ(log.csv["nmp1"].headers, Strings({ "a,b", "c,d" })) << "the next write makes up for it";
+    EXPECT_EQ(log.csv["nmp1"].files[1], Strings({ "c,d", "2" }));
+    EXPECT_EQ(log.csv["nmp1"].rotations, 0u) << "no call of the caller did it";
+}
+
+TEST_F(Doubles, WhatIsLeftForTermToReleaseIsRemembered)
+{
+    EXPECT_EQ(call.xmllib_init("diskperf"), XMLLIB_OK);
+    EXPECT_EQ(call.xmllib_load_policy("diskperf"), XMLLIB_OK);
+    EXPECT_EQ(call.xmllib_load_config(1), XMLLIB_OK);
+    EXPECT_EQ(call.xmllib_term(), XMLLIB_OK);
+    EXPECT_EQ(xml.Open(), "left to term: policy config ");
+}
+
+TEST_F(Doubles, AnEventIsOneThatTheLibraryRaises)
+{
+    HTNWLOG trace = nullptr;
+    EXPECT_EQ(call.log_init("diskperf", &trace, 0, 2048, 0, "key"), TNWLOG_OK);
+    call.log_write(nullptr, TNWLOG_EVENT, 0x800012C1, "s", 1, "Routine", "no log");
+    call.log_write(trace, TNWLOG_EVENT, 0, "s", 1, "Routine", "no number");
+    call.log_write(trace, TNWLOG_EVENT, 0x800012C3, "s", 1, "Routine", "");
+    EXPECT_EQ(log.Events(), Events({ 0x800012C3 }));
+    EXPECT_EQ(log.lines.size(), 3u) << "all are recorded";
+}
+
 TEST_F(Doubles, TheConfigurationKeepsItsOrder)
 {
     DWORD value = 0, size = 4;
