@@ -9,7 +9,7 @@
 namespace dkpf {
 
 class AdminOnly {
-  public:
+public:
     AdminOnly();
     ~AdminOnly();
     AdminOnly(const AdminOnly&) = delete;
@@ -18,7 +18,7 @@ class AdminOnly {
     /* nullptr where the system could not build it: GetLastError says why. Valid as long as the object. */
     SECURITY_ATTRIBUTES* Attributes();
 
-  private:
+private:
     SECURITY_ATTRIBUTES m_attributes{};
 };
 

@@ -14,7 +14,7 @@ namespace dkpf {
 
 /* How a form of the agent speaks to whoever started it. Called from several threads. */
 class Front {
-  public:
+public:
     virtual ~Front() = default;
     virtual bool IsConsole() const = 0;
     virtual void Running() = 0;
@@ -23,7 +23,7 @@ class Front {
 };
 
 class AgentProcess : public Stoppable {
-  public:
+public:
     explicit AgentProcess(Front& front);
     ~AgentProcess() override;
     AgentProcess(const AgentProcess&) = delete;
@@ -37,7 +37,7 @@ class AgentProcess : public Stoppable {
      * library did not come down: ends the process. */
     AgentExit Live();
 
-  private:
+private:
     AgentExit LiveAlone();
 
     Front& m_front;

@@ -12,7 +12,7 @@ namespace dkpf {
 namespace {
 
 class ConsoleFront : public Front {
-  public:
+public:
     bool IsConsole() const override
     {
         return true;
@@ -32,7 +32,7 @@ class ConsoleFront : public Front {
             PrintError("dkpfagent: did not come down in time: the process is ended\n");
     }
 
-  private:
+private:
     static constexpr DWORD PRINT_EACH = 5;  // s
 };
 

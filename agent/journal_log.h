@@ -11,7 +11,7 @@ namespace dkpf {
 
 /* Line may be called from any thread once Open is done. */
 class JournalLog : public Journal {
-  public:
+public:
     explicit JournalLog(bool console);
     ~JournalLog() override;
     JournalLog(const JournalLog&) = delete;
@@ -20,7 +20,7 @@ class JournalLog : public Journal {
     void Open(DWORD level, DWORD sizeKiB) override;
     void Line(DWORD level, const SourcePlace& place, const std::string& text) override;
 
-  private:
+private:
     bool    m_console;
     HTNWLOG m_log = nullptr;
 };

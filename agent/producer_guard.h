@@ -11,7 +11,7 @@ namespace dkpf {
 
 /* Take and destruction belong to one thread: it owns the mutex. */
 class MutexGuard : public ProducerGuard {
-  public:
+public:
     explicit MutexGuard(const wchar_t* name = AGENT_MUTEX);
     ~MutexGuard() override;
     MutexGuard(const MutexGuard&) = delete;
@@ -19,7 +19,7 @@ class MutexGuard : public ProducerGuard {
 
     GuardResult Take(std::string* words) override;
 
-  private:
+private:
     const wchar_t* m_name;
     HANDLE         m_mutex = nullptr;
 };

@@ -17,7 +17,7 @@ namespace {
 
 /* The state that the service manager sees. Control handler, main and watch thread report; nothing follows STOPPED. */
 class ServiceFront : public Front {
-  public:
+public:
     void Attach(SERVICE_STATUS_HANDLE handle)
     {
         m_handle = handle;
@@ -54,7 +54,7 @@ class ServiceFront : public Front {
         SetServiceStatus(m_handle, &m_status);
     }
 
-  private:
+private:
     static constexpr DWORD START_HINT_MS = 5000;
 
     void Report(DWORD state, DWORD checkPoint, DWORD hintMs)

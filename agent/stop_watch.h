@@ -14,7 +14,7 @@ inline constexpr DWORD STOP_STEP_MS = 1000;
 inline constexpr DWORD STOP_HINT_MS = 5000;  // by when the next sign of life comes, for the service manager
 
 class StopWatchPorts {
-  public:
+public:
     virtual ~StopWatchPorts() = default;
     virtual DWORD Tick() = 0;                           // GetTickCount, ms
     virtual bool  WaitEnd(DWORD limitMs) = 0;           // TRUE: the agent has come to its end

@@ -36,7 +36,7 @@ public:
     }
     bool Wait(DWORD ms) override
     {
-        return !m_terminal || m_terminal->Wait(ms);
+        return !m_terminal || m_terminal->Wait(ms) == TopWish::End;
     }
 
 private:

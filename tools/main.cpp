@@ -26,13 +26,12 @@ static constexpr char RELOAD_EXIT[] = "exit: 0 the running agent has read the co
                                       "agent runs, or it did not answer; 2 "
                                       "wrong usage";
 static constexpr char GET_EXIT[] = "exit: 0 printed; 1 the file is refused, or there is no such key; 2 wrong usage";
-static constexpr char SET_EXIT[] =
-    "A key is given as collectinterval, parameters/collectinterval or by its whole\n"
-    "path, a value in decimal or behind 0x. All values go in, or none; comments and\n"
-    "layout of the file stay. A second reload within one collect interval stops\n"
-    "collecting until the next one: set what belongs together in one call.\n"
-    "exit: 0 the file holds the values; 1 refused, and the file is as it was, or the\n"
-    "agent did not reload; 2 wrong usage";
+static constexpr char SET_EXIT[] = "A key is given as collectinterval, parameters/collectinterval or by its whole\n"
+                                   "path, a value in decimal or behind 0x. All values go in, or none; comments and\n"
+                                   "layout of the file stay. A second reload within one collect interval stops\n"
+                                   "collecting until the next one: set what belongs together in one call.\n"
+                                   "exit: 0 the file holds the values; 1 refused, and the file is as it was, or the\n"
+                                   "agent did not reload; 2 wrong usage";
 static constexpr char SCHEMA_EXIT[] = "exit: 0 printed; 1 the policy cannot be read; 2 wrong usage";
 static constexpr char INSTALL_EXIT[] = "exit: 0 installed, or it was there already; 1 a step failed: the reason is "
                                        "said, the steps before are taken back; 2 wrong usage";
@@ -226,7 +225,8 @@ static void DescribeSetup(CLI::App& app, Choice* choice)
 {
     CLI::App* install = app.add_subcommand("install", "Puts the product that this program belongs to in place and "
                                                       "registers it: files, services, performance provider.");
-    install->add_option("--home", choice->install.home, "folder to install into [%ProgramFiles%\\TARNWELL, wherever this program lies]");
+    install->add_option("--home", choice->install.home,
+                        "folder to install into [%ProgramFiles%\\TARNWELL, wherever this program lies]");
     install->add_flag("--no-driver", choice->install.noDriver,
                       "a real mirror disk driver is there: the simulated driver and its feeder are not installed");
     install->footer(INSTALL_EXIT);

@@ -16,7 +16,7 @@ inline constexpr DWORD RELOAD_STEP_MS = 100;
 inline constexpr int   RELOAD_STEPS = 100;  // asked so often for the answer: 10 s and the time of the looks
 
 class ReloadPorts {
-  public:
+public:
     virtual ~ReloadPorts() = default;
     virtual ConfigVerdict    CheckFile() = 0;
     virtual StateFileContent LoadState() = 0;

@@ -66,10 +66,10 @@ typedef struct TNWLOG_CSV*     HTNWCSV;     /* an open CSV log file */
  * @param dwSize      bound of one file, KiB, 1 to 4194303
  * @param dwReserved  0
  * @param lpKey       key of the log in the product's inventory of log files; not empty
- * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT (a null pointer, a name or size out of its bounds, a reserved argument that
- *         is not 0, an empty key); TNWLOG_NO_MEMORY. A failure leaves nothing open. A file that cannot be opened is no
- *         failure: lines are dropped and counted, and each further line tries again. Opens no file, the first line does,
- *         and waits for nothing.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT (a null pointer, a name or size out of its bounds, a reserved argument
+ * that is not 0, an empty key); TNWLOG_NO_MEMORY. A failure leaves nothing open. A file that cannot be opened is no
+ *         failure: lines are dropped and counted, and each further line tries again. Opens no file, the first line
+ * does, and waits for nothing.
  *
  * A file is rotated by the first line that finds it at its bound, so it passes the bound by one line at most (by more
  * only while a reader holds it, or a generation, so that it cannot be renamed). Where processes give different bounds,
@@ -81,7 +81,8 @@ DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, 
 /**
  * Ordinal 2. Closes a trace log. Every line handed over before is in the file already; other handles of the same log
  * stay open.
- * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for NULL, a handle that is closed, or one of another kind. Waits for nothing.
+ * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT for NULL, a handle that is closed, or one of another kind. Waits for
+ * nothing.
  */
 DWORD log_term(HTNWLOG hLog);
 
@@ -122,8 +123,8 @@ void log_write(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const char* lpSourc
  * @param dwReserved   0
  * @param phTable      receives the table; set to NULL on failure
  * @return TNWLOG_OK; TNWLOG_INVALID_ARGUMENT (a null pointer, an empty component, a reserved argument that is not 0);
- *         TNWLOG_NO_MEMORY; TNWLOG_NO_TABLE (another component; tnwmsg.dll is missing or has no table). A failure leaves
- *         nothing open. Blocks as long as the loader does; not from DllMain.
+ *         TNWLOG_NO_MEMORY; TNWLOG_NO_TABLE (another component; tnwmsg.dll is missing or has no table). A failure
+ * leaves nothing open. Blocks as long as the loader does; not from DllMain.
  */
 DWORD TnwLoadStringTable(const char* lpComponent, DWORD dwReserved, HTNWSTRINGS* phTable);
 

@@ -22,11 +22,11 @@
  */
 constexpr size_t   XML_MAX_BYTES = XMLLIB_FILE_MAX;
 constexpr unsigned XML_MAX_DEPTH = 64;
-constexpr unsigned XML_MAX_ATTRIBUTES = 64; // per element
+constexpr unsigned XML_MAX_ATTRIBUTES = 64;  // per element
 
 /* A file that a person or program is just saving. */
 constexpr int   XML_READ_TRIES = 3;
-constexpr DWORD XML_READ_PAUSE = 50; // ms
+constexpr DWORD XML_READ_PAUSE = 50;  // ms
 
 /* ---- tnwxml_text.cpp ---- */
 
@@ -41,10 +41,10 @@ DWORD XmlCheckText(std::string_view text, XMLLIB_FINDING* lpFinding);
 
 /* Where an element's tags stand: offsets into the text. */
 struct XML_TAGS {
-    size_t nOpen;    // '<' of the opening tag
-    size_t nContent; // behind the opening tag; of an empty tag (<a/>) its "/>"
-    size_t nClose;   // '<' of the closing tag; of an empty tag its "/>"
-    bool   bEmpty;   // there is one tag only
+    size_t nOpen;     // '<' of the opening tag
+    size_t nContent;  // behind the opening tag; of an empty tag (<a/>) its "/>"
+    size_t nClose;    // '<' of the closing tag; of an empty tag its "/>"
+    bool   bEmpty;    // there is one tag only
 };
 
 /* nOpen: '<' of an element of a text that XmlCheckText and the parser accepted. */
@@ -65,14 +65,14 @@ using XML_ELEMENT = rapidxml::xml_node<char>;
 
 /* What stands between the tags of an element. */
 struct XML_VALUE {
-    bool             bOnePiece; // FALSE: child elements, or text in several pieces
-    std::string_view text;      // without the blanks around it; lies in the document's text
+    bool             bOnePiece;  // FALSE: child elements, or text in several pieces
+    std::string_view text;       // without the blanks around it; lies in the document's text
 };
 
 /* Reads a file whose root element must be named lpRoot, three times at most where it may just be being saved. Sets
  * *lplpDocument on XMLLIB_OK alone; otherwise XMLLIB_NO_FILE or XMLLIB_NOT_WELL_FORMED. */
-DWORD              XmlReadFile(const std::wstring& file, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument,
-                               XMLLIB_FINDING* lpFinding);
+DWORD XmlReadFile(const std::wstring& file, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument,
+                  XMLLIB_FINDING* lpFinding);
 /* The same for a text that is at hand; the document takes it over. XMLLIB_OK or XMLLIB_NOT_WELL_FORMED. */
 DWORD XmlReadText(std::string text, const char* lpRoot, XML_DOCUMENT_PTR* lplpDocument, XMLLIB_FINDING* lpFinding);
 std::string_view   XmlText(const XML_DOCUMENT* lpDocument);
@@ -90,8 +90,8 @@ bool XmlAttribute(const XML_ELEMENT* lpElement, unsigned n, std::string_view* lp
 
 struct XML_POLICY {
     std::string    component;
-    DWORD          dwSettings;                  // entries of setting in use
-    XMLLIB_SETTING setting[XMLLIB_SETTING_MAX]; // as after reading an empty configuration
+    DWORD          dwSettings;                   // entries of setting in use
+    XMLLIB_SETTING setting[XMLLIB_SETTING_MAX];  // as after reading an empty configuration
 };
 
 bool XmlIsComponent(const char* lpComponent);

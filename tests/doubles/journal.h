@@ -30,7 +30,7 @@ struct Planned {
 };
 
 class Journal {
-  public:
+public:
     /* From the n-th call of the name on (1 = the next one ever made), times calls fail with the error. */
     void Fail(const std::string& name, unsigned nth, DWORD error, unsigned times = 1);
     /* The n-th call of the name answers the value and sets the last error, whatever else would have happened. */
@@ -53,7 +53,7 @@ class Journal {
     /* "name(args) = result" of the given names only, in order. */
     std::vector<std::string> Lines(std::initializer_list<std::string> names) const;
 
-  private:
+private:
     mutable std::recursive_mutex                       m_lock;
     std::vector<Call>                                  m_calls;
     std::map<std::string, unsigned>                    m_counts;

@@ -30,7 +30,7 @@ struct EndlessWait : std::runtime_error {
 };
 
 class Os {
-  public:
+public:
     explicit Os(Journal& journal);
     ~Os();
     Os(const Os&) = delete;
@@ -164,7 +164,7 @@ class Os {
 
     static Os* current;
 
-  private:
+private:
     friend struct OsHooks;
     struct Object;
     struct Block;

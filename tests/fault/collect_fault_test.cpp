@@ -20,24 +20,25 @@ static const Numbers Undisturbed = { 0, 2, 2, 3, 0 };  // shown at 10, 20, 24, 3
 struct Fault {
     const char* name;
     const char* call;
-    unsigned nth;      // of the calls of this name
-    DWORD error;       // last error, or what the filter library returns
-    Strings lines;     // errors of the thread and of the zero sample, each with its log
-    Events events;
-    Numbers shown = Undisturbed;
-    Strings leaks = {};
-    Strings waits = {};  // of the loop where they differ
+    unsigned    nth;    // of the calls of this name
+    DWORD       error;  // last error, or what the filter library returns
+    Strings     lines;  // errors of the thread and of the zero sample, each with its log
+    Events      events;
+    Numbers     shown = Undisturbed;
+    Strings     leaks = {};
+    Strings     waits = {};  // of the loop where they differ
 };
 
-static const char Region[] = "locked: mutex Global\\TNW_DKPF_MUTEX_INFO";
-static const Events Quiet = {};
-static const Events Recovered = { 0x800012C1, 0x400012C2 };
-static const Events Raised = { 0x800012C1 };
-static const Events Stopped = { 0xC00012C5 };
+static const char    Region[] = "locked: mutex Global\\TNW_DKPF_MUTEX_INFO";
+static const Events  Quiet = {};
+static const Events  Recovered = { 0x800012C1, 0x400012C2 };
+static const Events  Raised = { 0x800012C1 };
+static const Events  Stopped = { 0xC00012C5 };
 static const Strings RestOfAFailedReload = { "10000: due at 10000", "10000: due at 20000", "10000: reload at 24000",
                                              "10000: reload at 34000", "10000: terminate at 44000" };
-static const Strings RestOfAFailedSwitch = { "10000: due at 10000", "10000: due at 20000", "10000: reload at 24000",
-                                             "6000: due at 30000", "10000: reload at 34000", "10000: terminate at 44000" };
+static const Strings RestOfAFailedSwitch = { "10000: due at 10000",    "10000: due at 20000",
+                                             "10000: reload at 24000", "6000: due at 30000",
+                                             "10000: reload at 34000", "10000: terminate at 44000" };
 
 class CollectFault : public CollectTest, public testing::WithParamInterface<Fault> {
 protected:
@@ -58,10 +59,12 @@ TEST_F(CollectFault, WithoutAFailureTheRunIsQuiet)
     EXPECT_EQ(log.Errors(), Strings());
     EXPECT_EQ(log.Events(), Events());
     EXPECT_EQ(Shown(), Undisturbed);
-    EXPECT_EQ(Waits(), Strings({ "10000: due at 10000", "10000: due at 20000", "10000: reload at 24000", "6000: due at 30000",
-                                 "10000: reload at 34000", "6000: due at 40000", "10000: terminate at 44000" }));
+    EXPECT_EQ(Waits(),
+              Strings({ "10000: due at 10000", "10000: due at 20000", "10000: reload at 24000", "6000: due at 30000",
+                        "10000: reload at 34000", "6000: due at 40000", "10000: terminate at 44000" }));
     // The numbers in the tables below count these: locks of the region and, marked w, of the warnings.
-    // start 1 | 20 s: store 2, w3 | 24 s: read 4, w5 | 30 s: store 6, w7 | 34 s: read 8, zero 9 10, w11 | end: zero 12 13
+    // start 1 | 20 s: store 2, w3 | 24 s: read 4, w5 | 30 s: store 6, w7 | 34 s: read 8, zero 9 10, w11 | end: zero 12
+    // 13
     EXPECT_EQ(journal.Number("WaitForSingleObject"), 13u);
     EXPECT_EQ(journal.Number("ReleaseMutex"), 13u);
     EXPECT_EQ(journal.Number("WaitForMultipleObjects"), 7u);
@@ -96,6 +99,7 @@ static std::string NameOf(const testing::TestParamInfo<Fault>& tested)
     return tested.param.name;
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Start, CollectFault,
     testing::Values(
@@ -110,7 +114,9 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{ "DeviceBusy", "CreateFileA", 1, ERROR_SHARING_VIOLATION,
                { "diskperf CreateFile(VELCOR_CTRL) error. <W32Err=32>" }, Stopped, {} }),
     NameOf);
+// clang-format on
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Sample, CollectFault,
     testing::Values(
@@ -139,7 +145,9 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{ "ClearLock", "WaitForSingleObject", 3, ERROR_INVALID_HANDLE, {}, Quiet },
         Fault{ "SecondClearLock", "WaitForSingleObject", 7, ERROR_INVALID_HANDLE, {}, Quiet }),
     NameOf);
+// clang-format on
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Reload, CollectFault,
     testing::Values(
@@ -173,7 +181,9 @@ INSTANTIATE_TEST_SUITE_P(
                RestOfAFailedSwitch },
         Fault{ "SwitchClearLock", "WaitForSingleObject", 11, ERROR_INVALID_HANDLE, {}, Quiet }),
     NameOf);
+// clang-format on
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     End, CollectFault,
     testing::Values(
@@ -190,14 +200,15 @@ INSTANTIATE_TEST_SUITE_P(
                { "diskperf _DkpfShmSetPerf() failed.(Err=0xb0000010)",
                  "diskperf _DkpfSetPerfZeroToShm() failed.(0xb0000010)" }, Quiet, Undisturbed, { Region } }),
     NameOf);
+// clang-format on
 
 /* ---- The wait itself --------------------------------------------------------------------------------------------- */
 
 struct WaitFault {
     const char* name;
-    unsigned nth;
-    DWORD result;
-    DWORD error;
+    unsigned    nth;
+    DWORD       result;
+    DWORD       error;
     const char* end;  // of the line
 };
 
@@ -212,7 +223,8 @@ TEST_P(CollectWaitFault, EndsTheThreadWithTheErrorWarning)
     char handles[64];
     snprintf(handles, sizeof handles, "(0X%016llX,0X%016llX)", reinterpret_cast<ULONGLONG>(g_hReloadEvent1),
              reinterpret_cast<ULONGLONG>(g_hTerminateEvent));
-    EXPECT_EQ(ErrorLines(), Strings({ std::string("diskperf  WaitForMultipleObjects(2") + handles + ") error. " + fault.end }));
+    EXPECT_EQ(ErrorLines(),
+              Strings({ std::string("diskperf  WaitForMultipleObjects(2") + handles + ") error. " + fault.end }));
     EXPECT_EQ(log.Events(), Events({ 0xC00012C5 }));
     EXPECT_EQ(g_WarnEvent[0].dwBlockFlag[2], 1u);
     EXPECT_EQ(region->instance[7].inst_sub[0].value, 0u);
@@ -221,6 +233,7 @@ TEST_P(CollectWaitFault, EndsTheThreadWithTheErrorWarning)
     EXPECT_EQ(Lines().back(), "diskperf 8 EXIT");
     ExpectNothingLeft();
 }
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Waits, CollectWaitFault,
     testing::Values(WaitFault{ "TheFirst", 1, WAIT_FAILED, ERROR_INVALID_HANDLE, "<ret=-1><W32Err=6>" },
@@ -230,6 +243,7 @@ INSTANTIATE_TEST_SUITE_P(
                     WaitFault{ "AbandonedSecond", 2, WAIT_ABANDONED_0 + 1, 87, "<ret=129><W32Err=87>" },
                     WaitFault{ "Interrupted", 1, WAIT_IO_COMPLETION, 1, "<ret=192><W32Err=1>" }),
     [](const testing::TestParamInfo<WaitFault>& tested) { return tested.param.name; });
+// clang-format on
 
 /* ---- Failures that no error of a call stands for ----------------------------------------------------------------- */
 
@@ -362,13 +376,13 @@ TEST_F(CollectBadReply, AfterAFailedWaitTheWarningMayFailToo)
 struct ZeroFault {
     const char* name;
     const char* call;
-    unsigned nth;
-    DWORD code;
+    unsigned    nth;
+    DWORD       code;
     const char* line;
     const char* exit;
-    unsigned locks;   // tries to lock
-    bool stored;      // the zeros arrived
-    Strings leaks;
+    unsigned    locks;   // tries to lock
+    bool        stored;  // the zeros arrived
+    Strings     leaks;
 };
 
 class ZeroSampleFault : public DiskperfTest, public testing::WithParamInterface<ZeroFault> {};
@@ -376,8 +390,8 @@ class ZeroSampleFault : public DiskperfTest, public testing::WithParamInterface<
 TEST_P(ZeroSampleFault, AnswersTheAccessorsCode)
 {
     const ZeroFault& fault = GetParam();
-    DWORD error = 0xDEAD;
-    DKPF_SHM_INFO* region = AttachRegion();
+    DWORD            error = 0xDEAD;
+    DKPF_SHM_INFO*   region = AttachRegion();
     g_dwDkpfLogLevel = 0x1F;
     region->sampling_time = 4711;
     os.Fail(fault.call, fault.nth, ERROR_INVALID_HANDLE);
@@ -392,6 +406,7 @@ TEST_P(ZeroSampleFault, AnswersTheAccessorsCode)
     EXPECT_EQ(os.Leaks(), fault.leaks);
     EXPECT_EQ(os.misuse, Strings());
 }
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Calls, ZeroSampleFault,
     testing::Values(ZeroFault{ "ReadLock", "WaitForSingleObject", 1, 0xB0000006, "_DkpfShmGetPerf() failed.(Err=0xb0000006)",
@@ -403,6 +418,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ZeroFault{ "StoreUnlock", "ReleaseMutex", 2, 0xB0000010, "_DkpfShmSetPerf() failed.(Err=0xb0000010)",
                                "EXIT<FALSE><0xb0000010>", 2, true, { Region } }),
     [](const testing::TestParamInfo<ZeroFault>& tested) { return tested.param.name; });
+// clang-format on
 
 TEST_F(CollectBadReply, AZeroSampleWithoutARegionAnswersNotInitialised)
 {

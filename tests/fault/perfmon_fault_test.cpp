@@ -34,12 +34,12 @@ struct OpenFault {
     const char* name;
     const char* call;     // the call that fails,
     const char* routine;  // counted from the first line of this routine: 1 = the next one
-    unsigned nth;
-    DWORD error;
-    DWORD answer;
+    unsigned    nth;
+    DWORD       error;
+    DWORD       answer;
     const char* line;
     const char* code;
-    Strings freed;  // the provider's own buffers, in order
+    Strings     freed;  // the provider's own buffers, in order
 };
 
 static void PrintTo(const OpenFault& fault, std::ostream* out)
@@ -189,7 +189,7 @@ TEST_F(PerfmonFault, EveryCallOfTheInitialisationThatFailsIsNotReadyAndUndone)
     // Those that a consumer's start cannot do without; the life cycle's own tests look at each.
     const struct {
         const char* call;
-        unsigned nth;
+        unsigned    nth;
         const char* code;
     } faults[] = {
         { "WaitForSingleObject", 1, "0xb0000006" },  // the lock of the life cycle
@@ -235,8 +235,8 @@ TEST_F(PerfmonFault, AFailedOpenFreesNothingTwice)
 struct CollectFault {
     const char* name;
     const char* call;
-    unsigned nth;  // from the start of collect
-    DWORD error;
+    unsigned    nth;  // from the start of collect
+    DWORD       error;
     const char* line;
     const char* code;
 };
@@ -249,8 +249,8 @@ static void PrintTo(const CollectFault& fault, std::ostream* out)
 class PerfmonCollectFault : public PerfmonFault, public testing::WithParamInterface<CollectFault> {
 protected:
     GuardedBuffer buffer{ BlockSize };
-    void* data = nullptr;
-    DWORD size = 0, objects = 99;
+    void*         data = nullptr;
+    DWORD         size = 0, objects = 99;
 
     DWORD Collect()
     {
@@ -303,10 +303,10 @@ INSTANTIATE_TEST_SUITE_P(Nth, PerfmonNameFault, testing::Values(1u, 2u, 64u, 65u
 
 TEST_P(PerfmonNameFault, ANameThatCannotBeConvertedCostsThatNameAlone)
 {
-    WCHAR query[] = L"Global";
+    WCHAR         query[] = L"Global";
     GuardedBuffer buffer(BlockSize);
-    void* data = buffer.Data();
-    DWORD size = BlockSize, objects = 0;
+    void*         data = buffer.Data();
+    DWORD         size = BlockSize, objects = 0;
     Opened();
     os.Fail("MultiByteToWideChar", GetParam(), ERROR_INSUFFICIENT_BUFFER);
     EXPECT_EQ(DkpfCollectForPerfmon(query, &data, &size, &objects), 0u);

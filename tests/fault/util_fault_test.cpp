@@ -197,7 +197,7 @@ static const BannerFault bannerFaults[] = {
 };
 
 class BannerFaults : public TracedTest, public testing::WithParamInterface<BannerFault> {
-  protected:
+protected:
     void SetUp() override
     {
         TracedTest::SetUp();
@@ -260,7 +260,7 @@ TEST_F(BannerFaultTable, HasALineForEveryCallThatMayFail)
 static const char* const logNames[] = { "diskperf", "diskperf_trace", "diskperf_conf" };
 
 class LogFaults : public TracedTest {
-  protected:
+protected:
     void SetUp() override
     {
         TracedTest::SetUp();

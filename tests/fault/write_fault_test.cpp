@@ -23,8 +23,8 @@ protected:
 struct StartFault {
     const char* name;
     const char* call;
-    unsigned nth;
-    DWORD error;
+    unsigned    nth;
+    DWORD       error;
     const char* line;
 };
 
@@ -149,7 +149,7 @@ TEST_P(WriteWaitFault, AfterAReloadEndsTheThread)
 struct RegionFault {
     const char* name;
     const char* call;
-    DWORD error;
+    DWORD       error;
     const char* code;
 };
 

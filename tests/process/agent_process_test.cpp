@@ -21,7 +21,7 @@ using testing::HasSubstr;
 using testing::IsSupersetOf;
 
 class Agent : public testing::Test {
-  protected:
+protected:
     Agent()
     {
         RemoveService(VELCOR_SERVICE_NAME);
@@ -111,7 +111,7 @@ class Agent : public testing::Test {
 };
 
 class AgentWithDriver : public Agent {
-  protected:
+protected:
     void FeedOneDisk()
     {
         VELCOR_FEED feed = {};

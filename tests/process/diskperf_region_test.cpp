@@ -11,7 +11,7 @@
 #include <functional>
 
 class SharedRegion : public Roles {
-  protected:
+protected:
     SharedRegion()
     {
         RemoveService(VELCOR_SERVICE_NAME);

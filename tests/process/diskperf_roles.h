@@ -17,7 +17,7 @@
 #include "support/program.h"
 
 class Roles : public testing::Test {
-  protected:
+protected:
     static constexpr const char* DONE = "1 b0000000";
 
     Roles()

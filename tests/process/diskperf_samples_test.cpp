@@ -101,7 +101,7 @@ static std::string Header(const std::string& instance, const char* const* titles
 }
 
 class Samples : public Roles {
-  protected:
+protected:
     /* The numbers of each line below the header. A line of another form fails the case. */
     std::vector<Row> Rows(const wchar_t* file) const
     {

@@ -23,10 +23,9 @@ struct Entry {
 const Entry COLLECT_FAILS = {
     0x800012C1, "WARNING", "0x800012C1",
     "The performance figures of the mirror disks cannot be collected: the mirror driver or the disk filter refuses "
-    "them. "
-    "Counters and CSV logs stand still until this ends; mirroring itself is not affected. Check with 'dkpfctl status' "
-    "that the services of the driver and of the disk agent run, and read the trace log diskperf.log for the error "
-    "number."
+    "them. Counters and CSV logs stand still until this ends; mirroring itself is not affected. Check with 'dkpfctl "
+    "status' that the services of the driver and of the disk agent run; the trace logs diskperf.log and "
+    "diskperf_trace.log tell the error number."
 };
 const Entry COLLECT_WORKS = { 0x400012C2, "INFORMATION", "0x400012C2",
                               "The performance figures of the mirror disks are collected again. Counters and CSV logs "

@@ -52,7 +52,7 @@ static VELCOR_EXCHANGE Request()
 }
 
 class Driver : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         installed = std::make_unique<InstalledDriver>();
@@ -124,7 +124,7 @@ class Driver : public testing::Test {
 };
 
 class DriverNotStarted : public Driver {
-  protected:
+protected:
     DriverNotStarted()
     {
         startsDriver = false;
@@ -386,7 +386,7 @@ TEST_F(Driver, FeedingNeedsAHandleThatMayWrite)
 /* ---- Peaks ---- */
 
 class Peaks : public Driver {
-  protected:
+protected:
     VELCOR_ENTRY& driver = feed.driver.entry[3];
     VELCOR_ENTRY& filter = feed.filter.entry[3];
 
@@ -577,7 +577,7 @@ typedef DWORD (*GET_MIRROR_PERFORMANCE)(void*);
 
 /* The library, loaded anew for each case and bound by ordinal, as the product binds it. */
 class Library {
-  public:
+public:
     Library()
         : module(LoadLibraryA(FILTER_LIBRARY)), get(reinterpret_cast<GET_MIRROR_PERFORMANCE>(reinterpret_cast<void*>(
                                                     GetProcAddress(module, MAKEINTRESOURCEA(5)))))
@@ -706,7 +706,7 @@ TEST_F(Driver, TheFilterLibraryServesThreadsOneAtATime)
 
 /* velcorfeed in a folder of its own, so that its HOME is the case's. */
 class Feeder {
-  public:
+public:
     Feeder()
     {
         char folder[MAX_PATH];
@@ -788,7 +788,7 @@ class Feeder {
 
     std::string home;
 
-  private:
+private:
     void Clean()
     {
         for (const char* folder : { "\\bin", "\\etc", "\\log", "" }) {

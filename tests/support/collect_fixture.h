@@ -1,6 +1,6 @@
 /*
- * CollectTest: the collect thread as the producer's start leaves it, on the double's clock. Time 0 is the thread's start;
- * the interval is 10 s unless the case says otherwise.
+ * CollectTest: the collect thread as the producer's start leaves it, on the double's clock. Time 0 is the thread's
+ * start; the interval is 10 s unless the case says otherwise.
  */
 #ifndef TESTS_SUPPORT_COLLECT_FIXTURE_H
 #define TESTS_SUPPORT_COLLECT_FIXTURE_H
@@ -31,16 +31,24 @@ protected:
             { 0x800012C3, 0x400012C4, 0, 0, {} },
         };
         memcpy(g_WarnEvent, kinds, sizeof kinds);
-        os.driver.Script({ Sample(1), Sample(2), Sample(3), Sample(4), Sample(5), Sample(6), Sample(7), Sample(8), Sample(9) });
+        os.driver.Script(
+            { Sample(1), Sample(2), Sample(3), Sample(4), Sample(5), Sample(6), Sample(7), Sample(8), Sample(9) });
     }
 
     /* The driver's n-th record: disk 1 present, synchronous, n bytes in its request queue. */
-    static Record Sample(ULONGLONG n) { return Record().Sync(0).With(0, &VELCOR_ENTRY::request_queue, n); }
+    static Record Sample(ULONGLONG n)
+    {
+        return Record().Sync(0).With(0, &VELCOR_ENTRY::request_queue, n);
+    }
 
     /* ---- What happens when ---- */
 
-    void TerminateAt(ULONGLONG ms) { os.SignalAt(ms, g_hTerminateEvent); }
-    void ReloadAt(ULONGLONG ms, std::function<void()> change = [] {})
+    void TerminateAt(ULONGLONG ms)
+    {
+        os.SignalAt(ms, g_hTerminateEvent);
+    }
+    void ReloadAt(
+        ULONGLONG ms, std::function<void()> change = [] {})
     {
         os.At(ms, [this, change] {
             change();
@@ -118,9 +126,12 @@ protected:
         }
         return texts;
     }
-    unsigned Requests() { return static_cast<unsigned>(os.driver.requests.size()); }
+    unsigned Requests()
+    {
+        return static_cast<unsigned>(os.driver.requests.size());
+    }
 
-    DKPF_SHM_INFO* region = nullptr;
+    DKPF_SHM_INFO*                                      region = nullptr;
     std::map<ULONGLONG, std::unique_ptr<DKPF_SHM_INFO>> shown;
 };
 

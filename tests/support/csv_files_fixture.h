@@ -35,7 +35,7 @@ protected:
     static std::string DisplayHeader(int n, DWORD mask)
     {
         static const int titles[17] = { 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 12, 11, 13, 14, 15, 16 };
-        std::string line = "\"Time\"";
+        std::string      line = "\"Time\"";
         for (int bit = 0; bit < 17; bit++) {
             if ((mask >> bit & 1) != 0) {
                 line += Column(n, titles[bit]);
@@ -51,7 +51,10 @@ protected:
         }
         return line;
     }
-    static std::string Name(int n) { return n == 0 ? "nmp_total" : "nmp" + std::to_string(n); }
+    static std::string Name(int n)
+    {
+        return n == 0 ? "nmp_total" : "nmp" + std::to_string(n);
+    }
 
     /* The calls as the journal shows them. */
     static std::string Opened(const std::string& name, const std::string& header, DWORD size = 1024,

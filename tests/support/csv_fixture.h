@@ -1,6 +1,6 @@
 /*
- * CsvTest: the CSV text routines with their message strings, their computer name and a line buffer that tells when it is
- * overrun.
+ * CsvTest: the CSV text routines with their message strings, their computer name and a line buffer that tells when it
+ * is overrun.
  */
 #ifndef TESTS_SUPPORT_CSV_FIXTURE_H
 #define TESTS_SUPPORT_CSV_FIXTURE_H
@@ -53,8 +53,8 @@ protected:
     }
 
     static constexpr size_t Size = 13440;
-    char buffer[Size + 256];
-    DWORD error = 0xDEAD;
+    char                    buffer[Size + 256];
+    DWORD                   error = 0xDEAD;
 };
 
 #endif

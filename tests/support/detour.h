@@ -17,13 +17,16 @@ public:
     template <class Routine> Detour(Routine* target, Routine* replacement) : m_code(Resolve(target))
     {
         // movabs rax, replacement; jmp rax
-        BYTE jump[Size] = { 0x48, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xE0 };
+        BYTE  jump[Size] = { 0x48, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xE0 };
         void* to = reinterpret_cast<void*>(replacement);
         memcpy(jump + 2, &to, sizeof to);
         memcpy(m_saved, m_code, Size);
         Store(jump);
     }
-    ~Detour() { Store(m_saved); }
+    ~Detour()
+    {
+        Store(m_saved);
+    }
     Detour(const Detour&) = delete;
     Detour& operator=(const Detour&) = delete;
 
@@ -54,7 +57,7 @@ private:
     }
 
     BYTE* m_code;
-    BYTE m_saved[Size];
+    BYTE  m_saved[Size];
 };
 
 #endif

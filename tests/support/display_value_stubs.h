@@ -23,7 +23,7 @@ inline DisplayValueCalls g_displayValueCalls;
 inline BOOL CountingDisplayValues(const DKPF_PARAM*, const DKPF_PARAM*, DKPF_DISP* disp, DKPF_RAWTOTAL* total,
                                   DWORD* err)
 {
-    static const DKPF_DISP zeroDisp = {};
+    static const DKPF_DISP     zeroDisp = {};
     static const DKPF_RAWTOTAL zeroTotal = {};
     const bool zero = memcmp(disp, &zeroDisp, sizeof zeroDisp) == 0 && memcmp(total, &zeroTotal, sizeof zeroTotal) == 0;
     g_displayValueCalls.all++;

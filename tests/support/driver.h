@@ -11,7 +11,7 @@
 #include "velcor.h"
 
 class InstalledDriver {
-  public:
+public:
     InstalledDriver();
     ~InstalledDriver();
     InstalledDriver(const InstalledDriver&) = delete;
@@ -22,7 +22,7 @@ class InstalledDriver {
 
     std::unique_ptr<Service> service;
 
-  private:
+private:
     std::string file;
 };
 

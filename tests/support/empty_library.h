@@ -4,11 +4,11 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#define EMPTY_ROUTINE(library, routine)                                                                  \
-    void routine(void);                                                                                  \
-    void routine(void)                                                                                   \
-    {                                                                                                    \
-        fputs(library "." #routine " was called for real: its import slot was not replaced\n", stdout);  \
-        fflush(stdout);                                                                                  \
-        abort();                                                                                         \
+#define EMPTY_ROUTINE(library, routine) \
+    void routine(void); \
+    void routine(void) \
+    { \
+        fputs(library "." #routine " was called for real: its import slot was not replaced\n", stdout); \
+        fflush(stdout); \
+        abort(); \
     }

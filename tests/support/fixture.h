@@ -23,7 +23,7 @@
 BOOL TesteeDllMain(HINSTANCE hInstance, DWORD dwReason, LPVOID lpReserved);
 
 class DiskperfTest : public HookedModuleTest {
-  protected:
+protected:
     DiskperfTest();
     void SetUp() override;
     void TearDown() override;
@@ -38,7 +38,7 @@ class DiskperfTest : public HookedModuleTest {
     /* Region mutex and region attached once, the reader's row entered in the table (0: the producer's). */
     DKPF_SHM_INFO* AttachRegion(int nRow = 0);
 
-  private:
+private:
     struct Variable;
     static std::vector<Variable>& Variables();
     void                          RestoreVariables();

@@ -1,6 +1,6 @@
 /*
- * Texts that leave the product, kept whole: tests/golden/NAME.golden holds the bytes, without a line end. Written by hand, never
- * from what a program printed.
+ * Texts that leave the product, kept whole: tests/golden/NAME.golden holds the bytes, without a line end. Written by
+ * hand, never from what a program printed.
  */
 #ifndef TESTS_SUPPORT_GOLDEN_H
 #define TESTS_SUPPORT_GOLDEN_H
@@ -13,7 +13,7 @@
 
 inline std::string Golden(const std::string& name)
 {
-    std::string path = DKPF_GOLDEN_DIR + name + ".golden";
+    std::string   path = DKPF_GOLDEN_DIR + name + ".golden";
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         ADD_FAILURE() << path << " cannot be read";

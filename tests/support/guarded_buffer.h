@@ -21,7 +21,7 @@ public:
     {
         const size_t page = 4096;
         const size_t usable = (size + page - 1) / page * page;
-        DWORD old = 0;
+        DWORD        old = 0;
         m_pages =
             static_cast<BYTE*>(VirtualAlloc(nullptr, usable + 2 * page, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
         if (m_pages == nullptr) {
@@ -34,18 +34,30 @@ public:
             throw std::runtime_error("no guard pages");
         }
     }
-    ~GuardedBuffer() { VirtualFree(m_pages, 0, MEM_RELEASE); }
+    ~GuardedBuffer()
+    {
+        VirtualFree(m_pages, 0, MEM_RELEASE);
+    }
     GuardedBuffer(const GuardedBuffer&) = delete;
     GuardedBuffer& operator=(const GuardedBuffer&) = delete;
 
-    BYTE* Data() const { return m_data; }
-    size_t Size() const { return m_size; }
-    std::vector<BYTE> Bytes() const { return std::vector<BYTE>(m_data, m_data + m_size); }
+    BYTE* Data() const
+    {
+        return m_data;
+    }
+    size_t Size() const
+    {
+        return m_size;
+    }
+    std::vector<BYTE> Bytes() const
+    {
+        return std::vector<BYTE>(m_data, m_data + m_size);
+    }
 
 private:
     size_t m_size;
-    BYTE* m_pages;
-    BYTE* m_data;
+    BYTE*  m_pages;
+    BYTE*  m_data;
 };
 
 #endif

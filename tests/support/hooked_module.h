@@ -14,7 +14,7 @@
 #include "support/import_hooks.h"
 
 class HookedModuleTest : public testing::Test {
-  protected:
+protected:
     /* The module must be loaded already: test programs link it. */
     explicit HookedModuleTest(const char* moduleName);
     void SetUp() override;

@@ -12,7 +12,7 @@
 #include <vector>
 
 class ImportHooks {
-  public:
+public:
     explicit ImportHooks(HMODULE module) : m_module(module)
     {
     }
@@ -34,7 +34,7 @@ class ImportHooks {
     /* Puts back what stood in each replaced slot, last one first. */
     void RestoreAll();
 
-  private:
+private:
     struct Saved {
         void** slot;
         void*  original;
@@ -53,14 +53,14 @@ template <class Routine> void* Address(Routine* routine)
 
 /* One slot for the life of the object. Throws where the module does not import the routine. */
 class ImportHook {
-  public:
+public:
     template <class Routine>
     ImportHook(HMODULE module, const char* dll, const char* name, Routine* replacement) : m_hooks(module)
     {
         Replace(dll, name, Address(replacement));
     }
 
-  private:
+private:
     void Replace(const char* dll, const char* name, void* routine);
 
     ImportHooks m_hooks;

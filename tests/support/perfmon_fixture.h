@@ -18,16 +18,24 @@ constexpr DWORD InstanceSize = 232;
 /* Bytes as they must come out; what is never written keeps the caller's. */
 class ExpectedBlock {
 public:
-    explicit ExpectedBlock(size_t size) : bytes(size, GuardedBuffer::Fill) {}
+    explicit ExpectedBlock(size_t size) : bytes(size, GuardedBuffer::Fill)
+    {
+    }
 
-    void Put32(size_t offset, DWORD value) { memcpy(&bytes[offset], &value, 4); }
-    void Put64(size_t offset, ULONGLONG value) { memcpy(&bytes[offset], &value, 8); }
+    void Put32(size_t offset, DWORD value)
+    {
+        memcpy(&bytes[offset], &value, 4);
+    }
+    void Put64(size_t offset, ULONGLONG value)
+    {
+        memcpy(&bytes[offset], &value, 8);
+    }
 
     /* The definitions at the block's start, without TotalByteLength. */
     void Definitions(DWORD firstCounter, DWORD firstHelp)
     {
         static const int scales[17] = { 0, -5, -5, -5, -5, 2, 2, -5, -5, -5, -5, -6, -6, -5, -5, 0, 0 };
-        const DWORD object[] = { 744, 64, firstCounter, 0, firstHelp, 0, 100, 17, 0, 65, 0, 0, 0, 0, 0 };
+        const DWORD      object[] = { 744, 64, firstCounter, 0, firstHelp, 0, 100, 17, 0, 65, 0, 0, 0, 0, 0 };
         for (size_t i = 0; i < ARRAYSIZE(object); i++) {
             Put32(4 + 4 * i, object[i]);
         }
@@ -126,7 +134,10 @@ protected:
         region->local_time = SYSTEMTIME{};
     }
 
-    DWORD Open() { return DkpfOpenForPerfmon(nullptr); }
+    DWORD Open()
+    {
+        return DkpfOpenForPerfmon(nullptr);
+    }
     /* An open that must work; what it traced and called is forgotten. */
     void Opened()
     {
@@ -164,9 +175,18 @@ protected:
     {
         return PerfmonLines(log, routine, levels);
     }
-    Strings OpenLines(DWORD levels = 0xFFFFFFFF) { return LinesOf("DkpfOpenForPerfmon", levels); }
-    Strings CollectLines(DWORD levels = 0xFFFFFFFF) { return LinesOf("DkpfCollectForPerfmon", levels); }
-    Strings CloseLines(DWORD levels = 0xFFFFFFFF) { return LinesOf("DkpfCloseForPerfmon", levels); }
+    Strings OpenLines(DWORD levels = 0xFFFFFFFF)
+    {
+        return LinesOf("DkpfOpenForPerfmon", levels);
+    }
+    Strings CollectLines(DWORD levels = 0xFFFFFFFF)
+    {
+        return LinesOf("DkpfCollectForPerfmon", levels);
+    }
+    Strings CloseLines(DWORD levels = 0xFFFFFFFF)
+    {
+        return LinesOf("DkpfCloseForPerfmon", levels);
+    }
 
     /* Sizes of the blocks given back, and blocks and keys still held. */
     Strings Freed() const

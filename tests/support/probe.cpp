@@ -4,22 +4,8 @@
 
 extern "C" void ProbeFill(Probe* probe)
 {
-#define FILL(name) probe->name = &::name
-    FILL(CreateMutexA); FILL(CreateEventA); FILL(CloseHandle); FILL(WaitForSingleObject);
-    FILL(WaitForMultipleObjects); FILL(ReleaseMutex); FILL(SetEvent); FILL(InitializeSecurityDescriptor);
-    FILL(SetSecurityDescriptorDacl); FILL(GlobalAlloc); FILL(GlobalFree); FILL(CreateFileMappingA);
-    FILL(OpenFileMappingA); FILL(MapViewOfFile); FILL(UnmapViewOfFile); FILL(OpenProcess);
-    FILL(GetExitCodeProcess); FILL(GetCurrentProcessId); FILL(GetTickCount); FILL(GetLocalTime);
-    FILL(GetComputerNameA); FILL(RegOpenKeyExA); FILL(RegQueryValueExA); FILL(RegCloseKey); FILL(CreateFileA);
-    FILL(DeviceIoControl); FILL(SetErrorMode); FILL(SearchPathA); FILL(GetFileInformationByHandle);
-    FILL(FileTimeToLocalFileTime); FILL(FileTimeToSystemTime); FILL(GetFileVersionInfoSizeA);
-    FILL(GetFileVersionInfoA); FILL(VerQueryValueA); FILL(MultiByteToWideChar); FILL(wsprintfA);
-    FILL(MessageBoxA); FILL(_beginthreadex); FILL(_endthreadex);
-    FILL(log_init); FILL(log_term); FILL(log_write); FILL(TnwLoadStringTable); FILL(TnwFreeStringTable);
-    FILL(TnwFormatMessage); FILL(log_util_init); FILL(log_util_term); FILL(log_util_write);
-    FILL(log_util_rotate); FILL(xmllib_init); FILL(xmllib_term); FILL(xmllib_load_policy);
-    FILL(xmllib_unload_policy); FILL(xmllib_load_config); FILL(xmllib_unload_config); FILL(xmllib_get_value);
-    FILL(TnwDkfltrGetMirrorPerformance);
+#define FILL(name) probe->name = &::name;
+    PROBE_CALLS(FILL)
 #undef FILL
 }
 

@@ -12,25 +12,28 @@
 #include "tnwlog.h"
 #include "tnwxml.h"
 
+/* The calls, one CALL(name) for each. */
+// clang-format off
+#define PROBE_CALLS(CALL) \
+    CALL(CreateMutexA) CALL(CreateEventA) CALL(CloseHandle) CALL(WaitForSingleObject) CALL(WaitForMultipleObjects) \
+    CALL(ReleaseMutex) CALL(SetEvent) CALL(InitializeSecurityDescriptor) CALL(SetSecurityDescriptorDacl) \
+    CALL(GlobalAlloc) CALL(GlobalFree) CALL(CreateFileMappingA) CALL(OpenFileMappingA) CALL(MapViewOfFile) \
+    CALL(UnmapViewOfFile) CALL(OpenProcess) CALL(GetExitCodeProcess) CALL(GetCurrentProcessId) CALL(GetTickCount) \
+    CALL(GetLocalTime) CALL(GetComputerNameA) CALL(RegOpenKeyExA) CALL(RegQueryValueExA) CALL(RegCloseKey) \
+    CALL(CreateFileA) CALL(DeviceIoControl) CALL(SetErrorMode) CALL(SearchPathA) CALL(GetFileInformationByHandle) \
+    CALL(FileTimeToLocalFileTime) CALL(FileTimeToSystemTime) CALL(GetFileVersionInfoSizeA) CALL(GetFileVersionInfoA) \
+    CALL(VerQueryValueA) CALL(MultiByteToWideChar) CALL(wsprintfA) CALL(MessageBoxA) CALL(_beginthreadex) \
+    CALL(_endthreadex) CALL(log_init) CALL(log_term) CALL(log_write) CALL(TnwLoadStringTable) \
+    CALL(TnwFreeStringTable) CALL(TnwFormatMessage) CALL(log_util_init) CALL(log_util_term) CALL(log_util_write) \
+    CALL(log_util_rotate) CALL(xmllib_init) CALL(xmllib_term) CALL(xmllib_load_policy) CALL(xmllib_unload_policy) \
+    CALL(xmllib_load_config) CALL(xmllib_unload_config) CALL(xmllib_get_value) CALL(TnwDkfltrGetMirrorPerformance)
+// clang-format on
+
 /* Each member calls through probe.dll's import table. */
 struct Probe {
-#define PROBE(name) decltype(&::name) name
-    PROBE(CreateMutexA); PROBE(CreateEventA); PROBE(CloseHandle); PROBE(WaitForSingleObject);
-    PROBE(WaitForMultipleObjects); PROBE(ReleaseMutex); PROBE(SetEvent); PROBE(InitializeSecurityDescriptor);
-    PROBE(SetSecurityDescriptorDacl); PROBE(GlobalAlloc); PROBE(GlobalFree); PROBE(CreateFileMappingA);
-    PROBE(OpenFileMappingA); PROBE(MapViewOfFile); PROBE(UnmapViewOfFile); PROBE(OpenProcess);
-    PROBE(GetExitCodeProcess); PROBE(GetCurrentProcessId); PROBE(GetTickCount); PROBE(GetLocalTime);
-    PROBE(GetComputerNameA); PROBE(RegOpenKeyExA); PROBE(RegQueryValueExA); PROBE(RegCloseKey); PROBE(CreateFileA);
-    PROBE(DeviceIoControl); PROBE(SetErrorMode); PROBE(SearchPathA); PROBE(GetFileInformationByHandle);
-    PROBE(FileTimeToLocalFileTime); PROBE(FileTimeToSystemTime); PROBE(GetFileVersionInfoSizeA);
-    PROBE(GetFileVersionInfoA); PROBE(VerQueryValueA); PROBE(MultiByteToWideChar); PROBE(wsprintfA);
-    PROBE(MessageBoxA); PROBE(_beginthreadex); PROBE(_endthreadex);
-    PROBE(log_init); PROBE(log_term); PROBE(log_write); PROBE(TnwLoadStringTable); PROBE(TnwFreeStringTable);
-    PROBE(TnwFormatMessage); PROBE(log_util_init); PROBE(log_util_term); PROBE(log_util_write);
-    PROBE(log_util_rotate); PROBE(xmllib_init); PROBE(xmllib_term); PROBE(xmllib_load_policy);
-    PROBE(xmllib_unload_policy); PROBE(xmllib_load_config); PROBE(xmllib_unload_config); PROBE(xmllib_get_value);
-    PROBE(TnwDkfltrGetMirrorPerformance);
-#undef PROBE
+#define PROBE_MEMBER(name) decltype(&::name) name;
+    PROBE_CALLS(PROBE_MEMBER)
+#undef PROBE_MEMBER
 };
 
 /* Fills the table from the import slots as they stand now. */
@@ -38,7 +41,7 @@ extern "C" void ProbeFill(Probe* probe);
 /* A thread routine that lives in the module: waits for {reload, terminate} in its argument until the second is set, and
  * returns through _endthreadex(7). Each time-out of 1000 ms counts in counter. */
 struct ProbeLoop {
-    HANDLE handles[2];
+    HANDLE   handles[2];
     unsigned counter;
     unsigned reloads;
 };

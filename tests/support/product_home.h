@@ -12,7 +12,7 @@
 #include "support/test_home.h"
 
 class ProductHome : public TestHome {
-  public:
+public:
     ProductHome();
 
     /* Writes the configuration: by key below /root/diskperf, over what earlier calls gave. Collects and writes every
@@ -20,10 +20,10 @@ class ProductHome : public TestHome {
     void Configure(const std::map<std::string, std::string>& settings = {});
     void BreakConfiguration();  // a file cut off in its line 4
 
-    std::vector<std::string> Lines(const wchar_t* relative) const;      // whole lines; what has no CR LF is marked
-    int                      Events(const char* id) const;              // entries of that number, "0xC00012C5"
+    std::vector<std::string> Lines(const wchar_t* relative) const;  // whole lines; what has no CR LF is marked
+    int                      Events(const char* id) const;          // entries of that number, "0xC00012C5"
 
-  private:
+private:
     std::map<std::string, std::string> values;
 };
 

@@ -27,8 +27,7 @@ Program::Program(const std::wstring& exe, const std::string& arguments)
     startup.hStdInput = itsInput;
     startup.hStdOutput = itsOutput;
     startup.hStdError = itsOutput;
-    const BOOL  started =
-        CreateProcessW(exe.c_str(), &command[0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process);
+    const BOOL  started = CreateProcessW(exe.c_str(), &command[0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process);
     const DWORD error = GetLastError();
     CloseHandle(itsInput);
     CloseHandle(itsOutput);

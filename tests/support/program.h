@@ -8,7 +8,7 @@
 #include <string>
 
 class Program {
-  public:
+public:
     explicit Program(const std::wstring& exe, const std::string& arguments = "");
     ~Program();
     Program(const Program&) = delete;
@@ -22,7 +22,7 @@ class Program {
     DWORD       End();   // waits; its exit code, 999 where it does not end
     void        Kill();
 
-  private:
+private:
     bool Read();
 
     PROCESS_INFORMATION process = {};

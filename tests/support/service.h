@@ -12,7 +12,7 @@
 void RemoveService(const char* serviceName);
 
 class Service {
-  public:
+public:
     Service(const char* serviceName, DWORD serviceType, const std::string& commandLine);
     ~Service();
     Service(const Service&) = delete;
@@ -25,7 +25,7 @@ class Service {
     DWORD          State() const;
     SERVICE_STATUS Status() const;
 
-  private:
+private:
     const char* name;
     SC_HANDLE   manager = NULL;
     SC_HANDLE   handle = NULL;

@@ -10,7 +10,7 @@
 #include <vector>
 
 class TestHome {
-  public:
+public:
     /* lpLeaf: name of the home folder itself, for tests that want a long or strange one. */
     explicit TestHome(const wchar_t* lpLeaf = L"home");
     ~TestHome();
@@ -37,7 +37,7 @@ class TestHome {
     /* Opens a file as another program would; closed by the caller. dwShare 0: without any sharing. */
     HANDLE Hold(const wchar_t* lpRelative, DWORD dwShare) const;
 
-  private:
+private:
     std::wstring m_root; /* \\?\...; what is removed at the end */
     std::wstring m_home;
 };

@@ -9,7 +9,7 @@
 #include "tnwlog.h"
 
 class TnwLogApi {
-  public:
+public:
     explicit TnwLogApi(const std::wstring& path) : m_hModule(LoadLibraryW(path.c_str()))
     {
         Bind(log_init, 1);
@@ -46,7 +46,7 @@ class TnwLogApi {
     decltype(&::log_util_write)     log_util_write = nullptr;
     decltype(&::log_util_rotate)    log_util_rotate = nullptr;
 
-  private:
+private:
     template <class F> void Bind(F& lpRoutine, WORD wOrdinal)
     {
         lpRoutine = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(m_hModule, MAKEINTRESOURCEA(wOrdinal))));

@@ -78,7 +78,10 @@ protected:
         os.At(to, [] { g_dwShmInitCount = 1; });
     }
 
-    unsigned Run() { return os.RunThread(_DkpfPlogWriteThread); }
+    unsigned Run()
+    {
+        return os.RunThread(_DkpfPlogWriteThread);
+    }
     /* Runs until the terminate event. Whatever the case did: the thread leaves nothing and ends as asked. */
     void Run(ULONGLONG stop)
     {
@@ -94,7 +97,7 @@ protected:
     static std::string Stamp(ULONGLONG ms)
     {
         ULONGLONG day = ((14 * 60 + 5) * 60 + 9) * 1000 + 42 + ms;
-        char text[64];
+        char      text[64];
         snprintf(text, sizeof text, "\"03/07/2026 %02d:%02d:%02d.%03d\"", static_cast<int>(day / 3600000),
                  static_cast<int>(day / 60000 % 60), static_cast<int>(day / 1000 % 60), static_cast<int>(day % 1000));
         return text;
@@ -127,7 +130,10 @@ protected:
         }
         return texts;
     }
-    Strings ThreadLines(DWORD levels = 0xFFFFFFFF) { return LinesOf("_DkpfPlogWriteThread", levels); }
+    Strings ThreadLines(DWORD levels = 0xFFFFFFFF)
+    {
+        return LinesOf("_DkpfPlogWriteThread", levels);
+    }
     /* How often the thread called the routine. */
     size_t Calls(const std::string& routine)
     {

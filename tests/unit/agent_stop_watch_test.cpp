@@ -12,7 +12,7 @@ using namespace dkpf;
 namespace {
 
 class Watch : public StopWatchPorts {
-  public:
+public:
     DWORD              now = 0;
     DWORD              endsAtMs = 0;  // since the start; 0: never
     DWORD              lateMs = 0;    // by so much each wait takes longer than asked for

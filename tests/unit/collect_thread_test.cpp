@@ -29,12 +29,11 @@ TEST_F(CollectStart, ReadsTheConfigurationThenOpensTheDeviceThenWaits)
 {
     os.Signal(g_hTerminateEvent);
     Run();
-    EXPECT_EQ(journal.Names(), Strings({ "WaitForSingleObject", "ReleaseMutex",                       // configuration
-                                         "SetErrorMode", "SetErrorMode", "CreateFileA", "SetErrorMode",
-                                         "GetTickCount", "WaitForMultipleObjects",
-                                         "WaitForSingleObject", "ReleaseMutex",                       // zero sample
-                                         "WaitForSingleObject", "ReleaseMutex",
-                                         "CloseHandle", "_endthreadex" }));
+    EXPECT_EQ(journal.Names(),
+              Strings({ "WaitForSingleObject", "ReleaseMutex",  // configuration
+                        "SetErrorMode", "SetErrorMode", "CreateFileA", "SetErrorMode", "GetTickCount",
+                        "WaitForMultipleObjects", "WaitForSingleObject", "ReleaseMutex",  // zero sample
+                        "WaitForSingleObject", "ReleaseMutex", "CloseHandle", "_endthreadex" }));
     EXPECT_EQ(Lines(), Strings({ "diskperf 8 ENTER", "diskperf 8 Start Collect Loop.", "diskperf 16  Loop (1) Start.",
                                  "diskperf 4  Detect Terminate Event.", "diskperf 4  LogCollect loop end.(Cnt=1)",
                                  "diskperf 8 EXIT" }));
@@ -60,8 +59,8 @@ TEST_F(CollectStart, TheDeviceIsOpenedWithoutMessageBoxesAndTheModeIsPutBack)
     os.Signal(g_hTerminateEvent);
     Run();
     EXPECT_EQ(journal.Of("CreateFileA")[0].args, "\\\\.\\VELCOR_CTRL, 0xc0000000, 0x3, 3, 0x80, error mode 0x8003");
-    EXPECT_EQ(journal.Lines({ "SetErrorMode" }), Strings({ "SetErrorMode(0x1) = 32770", "SetErrorMode(0x8003) = 1",
-                                                           "SetErrorMode(0x8002) = 32771" }));
+    EXPECT_EQ(journal.Lines({ "SetErrorMode" }),
+              Strings({ "SetErrorMode(0x1) = 32770", "SetErrorMode(0x8003) = 1", "SetErrorMode(0x8002) = 32771" }));
     EXPECT_EQ(os.errorMode, 0x8002u);
     EXPECT_EQ(journal.Number("CreateFileA"), 1u);
 }
@@ -74,7 +73,8 @@ TEST_F(CollectStart, ADriverThatIsNotLoadedEndsTheThreadAtOnceWithTheErrorWarnin
     region->sampling_time = 77;
     region->param_num = 12;
     Run();
-    EXPECT_EQ(Lines(), Strings({ "diskperf 8 ENTER", "diskperf 1 CreateFile(VELCOR_CTRL) error. <W32Err=2>", "diskperf 8 EXIT" }));
+    EXPECT_EQ(Lines(), Strings({ "diskperf 8 ENTER", "diskperf 1 CreateFile(VELCOR_CTRL) error. <W32Err=2>",
+                                 "diskperf 8 EXIT" }));
     EXPECT_EQ(log.Events(), Events({ 0xC00012C5 }));
     EXPECT_EQ(g_WarnEvent[0].dwCount, 1u);
     EXPECT_EQ(g_WarnEvent[0].dwBlockFlag[2], 1u);
@@ -112,7 +112,8 @@ TEST_F(CollectStart, AnHourLongIntervalIsWaitedWhole)
     TerminateAt(7200001);
     WatchAt({ 3600001, 7200001 });
     Run();
-    EXPECT_EQ(Waits(), Strings({ "3600000: due at 3600000", "3600000: due at 7200000", "3600000: terminate at 7200001" }));
+    EXPECT_EQ(Waits(),
+              Strings({ "3600000: due at 3600000", "3600000: due at 7200000", "3600000: terminate at 7200001" }));
     EXPECT_EQ(Shown(), Numbers({ 0, 2 }));
 }
 
@@ -161,7 +162,7 @@ TEST_F(CollectLoop, TheRegionHoldsTheWholeConvertedPair)
     }
     os.driver.Script({ Sample(1), driver });
     filter.Script({ Record(), mirror });
-    DWORD tick = 0;
+    DWORD      tick = 0;
     SYSTEMTIME time = {};
     os.At(20000, [&] {
         tick = os.Tick();
@@ -171,7 +172,7 @@ TEST_F(CollectLoop, TheRegionHoldsTheWholeConvertedPair)
     TerminateAt(20002);
     Run();
     model::Converted expected = model::Convert(&driver.record, &mirror.record, tick, time);
-    const BYTE* bytes = reinterpret_cast<const BYTE*>(shown[20001].get());
+    const BYTE*      bytes = reinterpret_cast<const BYTE*>(shown[20001].get());
     EXPECT_EQ(model::FirstDifference(bytes + 40, expected.sample.data(), 288), -1) << "counts, times, flags";
     EXPECT_EQ(model::FirstDifference(bytes + 464, expected.sample.data() + 288, 6240), -1) << "current values";
     EXPECT_EQ(model::FirstDifference(bytes + 10864, expected.sample.data() + 6528, 3640), -1) << "the producer's peaks";
@@ -207,8 +208,7 @@ TEST_F(CollectLoop, TheCallsOfAGoodSampleComeInTheirOrder)
     ASSERT_GE(names.size(), 12u);
     names.resize(12);
     EXPECT_EQ(names, Strings({ "WaitForMultipleObjects", "DeviceIoControl", "TnwDkfltrGetMirrorPerformance",
-                               "GetTickCount", "GetLocalTime",
-                               "WaitForSingleObject", "ReleaseMutex",  // store
+                               "GetTickCount", "GetLocalTime", "WaitForSingleObject", "ReleaseMutex",  // store
                                "WaitForSingleObject", "ReleaseMutex",  // warning cleared
                                "GetTickCount", "WaitForMultipleObjects", "WaitForSingleObject" }));
     EXPECT_EQ(os.Acquired(g_hWarnEventMutex), 1u);
@@ -345,9 +345,9 @@ TEST_F(CollectLoop, OffAndOnWithinOneIterationZeroesAndThenStoresTheSampleAtItsE
     TerminateAt(47002);
     Run();
     // 8000 ms are left at 22 s; at 23 s another 3000 are taken off, counted from the start of the iteration.
-    EXPECT_EQ(Waits(), Strings({ "10000: due at 10000", "10000: due at 20000", "10000: reload at 22000",
-                                 "8000: reload at 23000", "5000: due at 28000", "10000: due at 38000",
-                                 "10000: terminate at 47002" }));
+    EXPECT_EQ(Waits(),
+              Strings({ "10000: due at 10000", "10000: due at 20000", "10000: reload at 22000", "8000: reload at 23000",
+                        "5000: due at 28000", "10000: due at 38000", "10000: terminate at 47002" }));
     EXPECT_EQ(Shown(), Numbers({ 2, 0, 0, 3, 3 }));
 }
 
@@ -368,12 +368,12 @@ TEST_F(CollectLoop, OnAndOffWithinOneIterationTakesNoSample)
 /* The reload comes in the second iteration (10 s to 20 s), with time left (14 s) or at its very end (20 s). */
 struct Switch {
     const char* name;
-    DWORD before, after;
-    ULONGLONG at;
-    Numbers shown;          // samples in the region at 14, 20, 30 and 40 s, each 1 ms later
-    unsigned requests;      // until 40 s
-    unsigned regionLocks;   // configuration, stores, zero samples, until the end
-    DWORD lastLoop;         // counter of the iteration that begins at 40 s
+    DWORD       before, after;
+    ULONGLONG   at;
+    Numbers     shown;        // samples in the region at 14, 20, 30 and 40 s, each 1 ms later
+    unsigned    requests;     // until 40 s
+    unsigned    regionLocks;  // configuration, stores, zero samples, until the end
+    DWORD       lastLoop;     // counter of the iteration that begins at 40 s
 };
 
 class CollectSwitch : public CollectTest, public testing::WithParamInterface<Switch> {};
@@ -401,23 +401,22 @@ TEST_P(CollectSwitch, LeavesTheRegionAndTheCounterAsItShould)
     EXPECT_EQ(log.Events(), Events());
     ExpectNothingLeft();
 }
-// Region locks: 2 for both reads of the configuration, 2 for the zero sample at the end, 1 per stored sample, 2 for the zero
-// sample of switching off.
-INSTANTIATE_TEST_SUITE_P(
-    Every, CollectSwitch,
-    testing::Values(Switch{ "OnOnLeft", 1, 1, 14000, { 0, 2, 3, 4 }, 4, 4 + 3, 5 },
-                    Switch{ "OnOnOver", 1, 1, 20000, { 0, 0, 2, 3 }, 3, 4 + 2, 5 },
-                    Switch{ "OnOffLeft", 1, 0, 14000, { 0, 0, 0, 0 }, 1, 4 + 2, 5 },
-                    Switch{ "OnOffOver", 1, 0, 20000, { 0, 0, 0, 0 }, 1, 4 + 2, 5 },
-                    Switch{ "OffOnLeft", 0, 1, 14000, { 0, 1, 1, 3 }, 3, 4 + 2, 3 },
-                    Switch{ "OffOnOver", 0, 1, 20000, { 0, 0, 0, 2 }, 2, 4 + 1, 3 },
-                    Switch{ "OffOffLeft", 0, 0, 14000, { 0, 0, 0, 0 }, 0, 4, 5 },
-                    Switch{ "OffOffOver", 0, 0, 20000, { 0, 0, 0, 0 }, 0, 4, 5 },
-                    // Only 1 to 0 and 0 to 1 are switches; any value but 0 collects.
-                    Switch{ "OnTwoLeft", 1, 2, 14000, { 0, 2, 3, 4 }, 4, 4 + 3, 5 },
-                    Switch{ "TwoOffLeft", 2, 0, 14000, { 0, 0, 0, 0 }, 1, 4, 5 },
-                    Switch{ "OffTwoLeft", 0, 2, 14000, { 0, 1, 2, 3 }, 3, 4 + 3, 5 }),
-    [](const testing::TestParamInfo<Switch>& tested) { return tested.param.name; });
+// Region locks: 2 for both reads of the configuration, 2 for the zero sample at the end, 1 per stored sample, 2 for the
+// zero sample of switching off.
+INSTANTIATE_TEST_SUITE_P(Every, CollectSwitch,
+                         testing::Values(Switch{ "OnOnLeft", 1, 1, 14000, { 0, 2, 3, 4 }, 4, 4 + 3, 5 },
+                                         Switch{ "OnOnOver", 1, 1, 20000, { 0, 0, 2, 3 }, 3, 4 + 2, 5 },
+                                         Switch{ "OnOffLeft", 1, 0, 14000, { 0, 0, 0, 0 }, 1, 4 + 2, 5 },
+                                         Switch{ "OnOffOver", 1, 0, 20000, { 0, 0, 0, 0 }, 1, 4 + 2, 5 },
+                                         Switch{ "OffOnLeft", 0, 1, 14000, { 0, 1, 1, 3 }, 3, 4 + 2, 3 },
+                                         Switch{ "OffOnOver", 0, 1, 20000, { 0, 0, 0, 2 }, 2, 4 + 1, 3 },
+                                         Switch{ "OffOffLeft", 0, 0, 14000, { 0, 0, 0, 0 }, 0, 4, 5 },
+                                         Switch{ "OffOffOver", 0, 0, 20000, { 0, 0, 0, 0 }, 0, 4, 5 },
+                                         // Only 1 to 0 and 0 to 1 are switches; any value but 0 collects.
+                                         Switch{ "OnTwoLeft", 1, 2, 14000, { 0, 2, 3, 4 }, 4, 4 + 3, 5 },
+                                         Switch{ "TwoOffLeft", 2, 0, 14000, { 0, 0, 0, 0 }, 1, 4, 5 },
+                                         Switch{ "OffTwoLeft", 0, 2, 14000, { 0, 1, 2, 3 }, 3, 4 + 3, 5 }),
+                         [](const testing::TestParamInfo<Switch>& tested) { return tested.param.name; });
 
 TEST_F(CollectLoop, AReloadLeavesTheRestOfTheInterval)
 {
@@ -481,8 +480,8 @@ TEST_F(CollectLoop, ThreeReloadsMayLeaveNothing)
     ReloadAt(5000);
     TerminateAt(15001);
     Run();
-    EXPECT_EQ(Waits(), Strings({ "10000: reload at 2000", "8000: reload at 3000", "5000: reload at 5000", "0: due at 5000",
-                                 "10000: due at 15000", "10000: terminate at 15001" }));
+    EXPECT_EQ(Waits(), Strings({ "10000: reload at 2000", "8000: reload at 3000", "5000: reload at 5000",
+                                 "0: due at 5000", "10000: due at 15000", "10000: terminate at 15001" }));
 }
 
 // 6000 - 7000 is 2^32 - 1000: some 49 days.
@@ -561,9 +560,8 @@ TEST_F(CollectLoop, AReloadReadsTheWholeConfigurationAndReportsTheWarningCleared
     Run();
     Strings names = journal.Names();
     names.resize(7);
-    EXPECT_EQ(names, Strings({ "WaitForMultipleObjects",
-                               "WaitForSingleObject", "ReleaseMutex",  // configuration
-                               "WaitForSingleObject", "ReleaseMutex",  // warning cleared
+    EXPECT_EQ(names, Strings({ "WaitForMultipleObjects", "WaitForSingleObject", "ReleaseMutex",  // configuration
+                               "WaitForSingleObject", "ReleaseMutex",                            // warning cleared
                                "GetTickCount", "WaitForMultipleObjects" }));
     EXPECT_EQ(os.Acquired(g_hWarnEventMutex), 1u);
     EXPECT_EQ(log.Events(), Events());
@@ -592,7 +590,8 @@ TEST_F(CollectWarning, ARefusingDriverWarnsOnceAndTheNextGoodSampleClears)
     EXPECT_EQ(Shown(), Numbers({ 2, 2, 2, 5 })) << "the region keeps the previous sample";
     EXPECT_EQ(ErrorLines(), Strings(2, "diskperf_trace  IoCtl(VELCOR_GET_PERFORMANCE) Driver failed.<0xc0000001>"));
     EXPECT_EQ(log.Texts("diskperf_trace", TNWLOG_WARNING),
-              Strings({ " Set Warn Event <EventID=0x1><cnt=1><BlockID=0x2>", " Reset Warn Event <EventID=0x1><cnt=0><BlockID=0x2>" }));
+              Strings({ " Set Warn Event <EventID=0x1><cnt=1><BlockID=0x2>",
+                        " Reset Warn Event <EventID=0x1><cnt=0><BlockID=0x2>" }));
     EXPECT_EQ(Waits(), Dues(6) + Strings({ "10000: terminate at 60001" }));
 }
 

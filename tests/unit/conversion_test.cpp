@@ -12,7 +12,7 @@ using model::Entry;
 using model::Get;
 using model::Put;
 
-static const char Source[] = "diskperf/src/diskperf_agent";
+static const char      Source[] = "diskperf/src/diskperf_agent";
 static const ULONGLONG Largest = 18446744073709551615ull;
 
 /* Two records of the device, written by byte offsets. */
@@ -56,7 +56,10 @@ protected:
         DiskperfTest::SetUp();
         memset(&sample, 0xCC, sizeof sample);
     }
-    BOOL Convert() { return _DkpfConvPerfDrvToShm(pair.driver, pair.filter, &sample, &error); }
+    BOOL Convert()
+    {
+        return _DkpfConvPerfDrvToShm(pair.driver, pair.filter, &sample, &error);
+    }
     /* The whole sample, byte by byte, against the model. */
     void ExpectSample(bool good = true)
     {
@@ -68,15 +71,16 @@ protected:
     Strings LinesOfPresentDisks()
     {
         Strings texts = Traced(log.lines);
-        texts.erase(std::remove_if(texts.begin(), texts.end(),
-                                   [](const std::string& text) { return text.find(" initialize 0, skip.") != std::string::npos; }),
+        texts.erase(std::remove_if(
+                        texts.begin(), texts.end(),
+                        [](const std::string& text) { return text.find(" initialize 0, skip.") != std::string::npos; }),
                     texts.end());
         return texts;
     }
 
-    Pair pair;
+    Pair       pair;
     DKPF_PARAM sample;
-    DWORD error = 0xDEAD;
+    DWORD      error = 0xDEAD;
 };
 
 /* ---- Flags ------------------------------------------------------------------------------------------------------- */
@@ -110,8 +114,12 @@ TEST_F(Conversion, AnyStateIsKeptAsFlagAndOnly1LetsTheValuesThrough)
         EXPECT_EQ(sample.instance[1].inst_sub[slot].value, slot == 1 ? 2000016u : 0u) << slot;
     }
     ExpectSample();
-    Strings expected = { "ENTER", " nmp[1] initialize 0, skip.", " nmp[2] async mode", " nmp[3] initialize 2, skip.",
-                         " nmp[4] initialize 256, skip.", " nmp[5] initialize -2147483648, skip.",
+    Strings expected = { "ENTER",
+                         " nmp[1] initialize 0, skip.",
+                         " nmp[2] async mode",
+                         " nmp[3] initialize 2, skip.",
+                         " nmp[4] initialize 256, skip.",
+                         " nmp[5] initialize -2147483648, skip.",
                          " nmp[6] initialize -1, skip." };
     Strings texts = log.Texts();
     texts.resize(expected.size());
@@ -266,8 +274,9 @@ TEST_P(ConversionRow, ANumberArrivesInItsRowAndNowhereElse)
         }
     }
 }
-INSTANTIATE_TEST_SUITE_P(All, ConversionRow, testing::Combine(testing::Range(0, 19), testing::Values(0u, 1u),
-                                                              testing::Values(0u, 31u, 63u)));
+INSTANTIATE_TEST_SUITE_P(All, ConversionRow,
+                         testing::Combine(testing::Range(0, 19), testing::Values(0u, 1u),
+                                          testing::Values(0u, 31u, 63u)));
 
 /* ---- Unknown modes ----------------------------------------------------------------------------------------------- */
 
@@ -288,19 +297,17 @@ TEST_F(Conversion, AModeOf2InSlot5EndsItAfterSlots0To4HaveBeenFilled)
     EXPECT_EQ(journal.Names(), Strings()) << "no time is taken for a sample that nobody may store";
     ExpectSample(false);
     const std::string name = "diskperf_trace ", routine = " _DkpfConvPerfDrvToShm:";
-    EXPECT_EQ(Traced(log.lines), Strings({ name + "8" + routine + " ENTER",
-                                           name + "4" + routine + "  nmp[1] async mode",
-                                           name + "4" + routine + "  nmp[2] sync mode",
-                                           name + "4" + routine + "  nmp[3] async mode",
-                                           name + "4" + routine + "  nmp[4] sync mode",
-                                           name + "4" + routine + "  nmp[5] async mode",
-                                           name + "1" + routine + "  nmp[6] mode invalid 2.",
-                                           name + "8" + routine + " EXIT<FALSE><0xb0000017>" }));
+    EXPECT_EQ(Traced(log.lines),
+              Strings({ name + "8" + routine + " ENTER", name + "4" + routine + "  nmp[1] async mode",
+                        name + "4" + routine + "  nmp[2] sync mode", name + "4" + routine + "  nmp[3] async mode",
+                        name + "4" + routine + "  nmp[4] sync mode", name + "4" + routine + "  nmp[5] async mode",
+                        name + "1" + routine + "  nmp[6] mode invalid 2.",
+                        name + "8" + routine + " EXIT<FALSE><0xb0000017>" }));
 }
 
 struct BadMode {
-    unsigned slot;
-    DWORD mode;
+    unsigned    slot;
+    DWORD       mode;
     const char* line;
 };
 class ConversionBadMode : public Conversion, public testing::WithParamInterface<BadMode> {};
@@ -404,7 +411,7 @@ TEST_P(ConversionRandom, RecordsAgreeWithTheModel)
     printf("seed %u\n", seed);
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937_64 random(seed);
-    unsigned good = 0, wrapped = 0;
+    unsigned        good = 0, wrapped = 0;
     for (int round = 0; round < 40; round++) {
         for (BYTE* record : { pair.driver, pair.filter }) {
             for (size_t at = 0; at < model::RecordSize; at += 8) {
@@ -473,7 +480,7 @@ protected:
     }
 
     DKPF_SHM_INFO* region = nullptr;
-    DWORD error = 0xDEAD;
+    DWORD          error = 0xDEAD;
 };
 
 TEST_F(ZeroSample, KeepsRowNumbersAndFlagsSoThatReadersStillSeeWhichDisksExist)
@@ -563,7 +570,8 @@ TEST_F(ZeroSample, CountsOfADamagedRegionReachNoFurtherThanTheRows)
 TEST_F(ZeroSample, ReadsThenStoresEachUnderTheRegionsMutex)
 {
     EXPECT_TRUE(_DkpfSetPerfZeroToShm(&error));
-    EXPECT_EQ(journal.Names(), Strings({ "WaitForSingleObject", "ReleaseMutex", "WaitForSingleObject", "ReleaseMutex" }));
+    EXPECT_EQ(journal.Names(),
+              Strings({ "WaitForSingleObject", "ReleaseMutex", "WaitForSingleObject", "ReleaseMutex" }));
     EXPECT_EQ(Traced(log.lines).front(), "diskperf_trace 8 _DkpfSetPerfZeroToShm: ENTER");
     EXPECT_EQ(Traced(log.lines).back(), "diskperf_trace 8 _DkpfSetPerfZeroToShm: EXIT<TRUE><0xb0000000>");
     Strings entries;

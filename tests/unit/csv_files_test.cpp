@@ -6,12 +6,12 @@
 
 class CsvFiles : public CsvTest {
 protected:
-    DWORD flags[64] = {};
-    DKPF_CONF conf = {};
-    HTNWCSV disp[65] = {};
-    HTNWCSV raw[65] = {};
+    DWORD             flags[64] = {};
+    DKPF_CONF         conf = {};
+    HTNWCSV           disp[65] = {};
+    HTNWCSV           raw[65] = {};
     std::vector<char> buffer = std::vector<char>(13440);
-    DWORD err = 1;
+    DWORD             err = 1;
 
     void SetUp() override
     {
@@ -37,11 +37,26 @@ protected:
         err = 1;
         return _DkpfPlogRotate(flags, &conf, buffer.data(), disp, &err);
     }
-    Strings Opens() const { return journal.Lines({ "log_util_init" }); }
-    Strings Rotations() const { return journal.Lines({ "log_util_rotate" }); }
-    std::string D(int n) { return Opened(Name(n), DisplayHeader(n, conf.collect_param)); }
-    std::string R(int n) { return Opened(Name(n) + "_raw", RawHeader(n)); }
-    HTNWCSV File(const std::string& name) { return reinterpret_cast<HTNWCSV>(&log.csv.at(name)); }
+    Strings Opens() const
+    {
+        return journal.Lines({ "log_util_init" });
+    }
+    Strings Rotations() const
+    {
+        return journal.Lines({ "log_util_rotate" });
+    }
+    std::string D(int n)
+    {
+        return Opened(Name(n), DisplayHeader(n, conf.collect_param));
+    }
+    std::string R(int n)
+    {
+        return Opened(Name(n) + "_raw", RawHeader(n));
+    }
+    HTNWCSV File(const std::string& name)
+    {
+        return reinterpret_cast<HTNWCSV>(&log.csv.at(name));
+    }
     /* No handle but those of the disks given, 0 the total, and these are the files' own. */
     void ExpectHandles(std::initializer_list<int> display, std::initializer_list<int> rawFiles)
     {

@@ -29,7 +29,8 @@ protected:
     {
         std::string line = "\"s38\"";
         for (int number : columns) {
-            line += ",\"\\\\SERVER1\\Cluster Disk Resource Performance(" + instance + ")\\s" + std::to_string(number) + "\"";
+            line += ",\"\\\\SERVER1\\Cluster Disk Resource Performance(" + instance + ")\\s" + std::to_string(number) +
+                    "\"";
         }
         return line;
     }
@@ -86,7 +87,7 @@ TEST_F(CsvHeader, TheBufferIsWrittenFromItsStart)
 /* ---- Column masks ------------------------------------------------------------------------------------------------ */
 
 struct Mask {
-    DWORD mask;
+    DWORD   mask;
     Columns columns;
 };
 
@@ -117,24 +118,25 @@ TEST_P(CsvHeaderMask, MeansTheSameForTheTotal)
 
 INSTANTIATE_TEST_SUITE_P(EachBit, CsvHeaderMask,
                          testing::Values(Mask{ 0x1, { 0 } }, Mask{ 0x2, { 1 } }, Mask{ 0x4, { 2 } }, Mask{ 0x8, { 3 } },
-                                         Mask{ 0x10, { 4 } }, Mask{ 0x20, { 5 } }, Mask{ 0x40, { 6 } }, Mask{ 0x80, { 7 } },
-                                         Mask{ 0x100, { 8 } }, Mask{ 0x200, { 9 } }, Mask{ 0x400, { 10 } },
-                                         Mask{ 0x800, { 12 } }, Mask{ 0x1000, { 11 } }, Mask{ 0x2000, { 13 } },
-                                         Mask{ 0x4000, { 14 } }, Mask{ 0x8000, { 15 } }, Mask{ 0x10000, { 16 } }),
+                                         Mask{ 0x10, { 4 } }, Mask{ 0x20, { 5 } }, Mask{ 0x40, { 6 } },
+                                         Mask{ 0x80, { 7 } }, Mask{ 0x100, { 8 } }, Mask{ 0x200, { 9 } },
+                                         Mask{ 0x400, { 10 } }, Mask{ 0x800, { 12 } }, Mask{ 0x1000, { 11 } },
+                                         Mask{ 0x2000, { 13 } }, Mask{ 0x4000, { 14 } }, Mask{ 0x8000, { 15 } },
+                                         Mask{ 0x10000, { 16 } }),
                          MaskName);
 INSTANTIATE_TEST_SUITE_P(BitsThatMeanNothing, CsvHeaderMask,
-                         testing::Values(Mask{ 0x20000, {} }, Mask{ 0x40000, {} }, Mask{ 0x80000, {} }, Mask{ 0x100000, {} },
-                                         Mask{ 0x200000, {} }, Mask{ 0x400000, {} }, Mask{ 0x800000, {} },
-                                         Mask{ 0x1000000, {} }, Mask{ 0x2000000, {} }, Mask{ 0x4000000, {} },
-                                         Mask{ 0x8000000, {} }, Mask{ 0x10000000, {} }, Mask{ 0x20000000, {} },
-                                         Mask{ 0x40000000, {} }, Mask{ 0x80000000, {} }),
+                         testing::Values(Mask{ 0x20000, {} }, Mask{ 0x40000, {} }, Mask{ 0x80000, {} },
+                                         Mask{ 0x100000, {} }, Mask{ 0x200000, {} }, Mask{ 0x400000, {} },
+                                         Mask{ 0x800000, {} }, Mask{ 0x1000000, {} }, Mask{ 0x2000000, {} },
+                                         Mask{ 0x4000000, {} }, Mask{ 0x8000000, {} }, Mask{ 0x10000000, {} },
+                                         Mask{ 0x20000000, {} }, Mask{ 0x40000000, {} }, Mask{ 0x80000000, {} }),
                          MaskName);
 INSTANTIATE_TEST_SUITE_P(Several, CsvHeaderMask,
                          testing::Values(Mask{ 0, {} }, Mask{ 0x1800, { 12, 11 } }, Mask{ 0xFFFE0000, {} },
                                          Mask{ 0x1FFFF, AllDisplay }, Mask{ 0xFFFFFFFF, AllDisplay },
                                          Mask{ 0x15555, { 0, 2, 4, 6, 8, 10, 11, 14, 16 } },
-                                         Mask{ 0x0AAAA, { 1, 3, 5, 7, 9, 12, 13, 15 } },
-                                         Mask{ 0x10001, { 0, 16 } }, Mask{ 0x3C00, { 10, 12, 11, 13 } }),
+                                         Mask{ 0x0AAAA, { 1, 3, 5, 7, 9, 12, 13, 15 } }, Mask{ 0x10001, { 0, 16 } },
+                                         Mask{ 0x3C00, { 10, 12, 11, 13 } }),
                          MaskName);
 
 TEST_F(CsvHeader, TheMask0x1800TitlesString12FirstThenString11)
@@ -196,8 +198,10 @@ TEST_P(CsvHeaderBadIndex, IsRefusedByTheRawHeader)
     ExpectRefused(_DkpfPlogHeaderStrRaw(GetParam().first, buffer, &error), Raw);
 }
 INSTANTIATE_TEST_SUITE_P(Bad, CsvHeaderBadIndex,
-                         testing::Values(std::pair(-1, "Invalid NMP Index(-1)."), std::pair(65, "Invalid NMP Index(65)."),
-                                         std::pair(66, "Invalid NMP Index(66)."), std::pair(256, "Invalid NMP Index(256)."),
+                         testing::Values(std::pair(-1, "Invalid NMP Index(-1)."),
+                                         std::pair(65, "Invalid NMP Index(65)."),
+                                         std::pair(66, "Invalid NMP Index(66)."),
+                                         std::pair(256, "Invalid NMP Index(256)."),
                                          std::pair(INT_MAX, "Invalid NMP Index(2147483647)."),
                                          std::pair(INT_MIN, "Invalid NMP Index(-2147483648).")));
 
@@ -240,7 +244,7 @@ TEST_F(CsvHeader, TheLongestTitlesAndNamesAreWholeAndFitTheBuffer)
         SetString(i, longest(i));
     }
     SetComputer("SERVER789012345");
-    std::string display = "\"" + longest(38) + "\"", raw = display;
+    std::string       display = "\"" + longest(38) + "\"", raw = display;
     const std::string start = ",\"\\\\SERVER789012345\\Cluster Disk Resource Performance(";
     for (int number : AllDisplay) {
         display += start + longest(39) + "64)\\" + longest(static_cast<DWORD>(number)) + "\"";
@@ -269,7 +273,7 @@ TEST_F(CsvHeader, TheRawHeaderHas20ColumnsWhateverTheTotalOrDisk)
     for (int index = 0; index <= 64; index++) {
         EXPECT_TRUE(_DkpfPlogHeaderStrRaw(index, buffer, &error));
         std::string line = buffer;
-        size_t columns = 1;
+        size_t      columns = 1;
         for (size_t at = line.find("\",\""); at != std::string::npos; at = line.find("\",\"", at + 1)) {
             columns++;
         }

@@ -7,7 +7,7 @@
 #include "support/detour.h"
 #include "support/golden.h"
 
-static const ULONGLONG Largest = 18446744073709551615ull;
+static const ULONGLONG  Largest = 18446744073709551615ull;
 static const SYSTEMTIME Afternoon = { 2024, 3, 4, 7, 14, 5, 9, 42 };
 
 /* Order of the raw columns: slots of the raw total record; below 12 row of instance, from 12 on row of maxinstance. */
@@ -18,8 +18,8 @@ static const std::vector<int> DisplayOrder = { 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10,
 static std::string Stamp(const SYSTEMTIME& time)
 {
     char text[128];
-    snprintf(text, sizeof text, "\"%02d/%02d/%04d %02d:%02d:%02d.%03d\"", time.wMonth, time.wDay, time.wYear, time.wHour,
-             time.wMinute, time.wSecond, time.wMilliseconds);
+    snprintf(text, sizeof text, "\"%02d/%02d/%04d %02d:%02d:%02d.%03d\"", time.wMonth, time.wDay, time.wYear,
+             time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
     return text;
 }
 
@@ -53,8 +53,10 @@ protected:
         (column < 12 ? sample.instance[column] : sample.maxinstance[column - 12]).inst_sub[slot].value = value;
     }
 
-    ULONGLONG values[17] = { 100, 1, 4096, 0, Largest, 5, 66, 777, 8888, 99999, 1010, 1111, 1212, 1313, 1414, 1515, 1616 };
-    DKPF_PARAM sample = {};
+    ULONGLONG values[17] = {
+        100, 1, 4096, 0, Largest, 5, 66, 777, 8888, 99999, 1010, 1111, 1212, 1313, 1414, 1515, 1616
+    };
+    DKPF_PARAM    sample = {};
     DKPF_RAWTOTAL totals = {};
 };
 
@@ -118,7 +120,7 @@ TEST_F(CsvLine, LinesNameTheirSource)
 /* ---- Columns ----------------------------------------------------------------------------------------------------- */
 
 struct Mask {
-    DWORD mask;
+    DWORD            mask;
     std::vector<int> counters;
 };
 
@@ -141,15 +143,16 @@ TEST_P(CsvLineMask, SelectsItsValuesInBitOrder)
 }
 INSTANTIATE_TEST_SUITE_P(EachBit, CsvLineMask,
                          testing::Values(Mask{ 0x1, { 0 } }, Mask{ 0x2, { 1 } }, Mask{ 0x4, { 2 } }, Mask{ 0x8, { 3 } },
-                                         Mask{ 0x10, { 4 } }, Mask{ 0x20, { 5 } }, Mask{ 0x40, { 6 } }, Mask{ 0x80, { 7 } },
-                                         Mask{ 0x100, { 8 } }, Mask{ 0x200, { 9 } }, Mask{ 0x400, { 10 } },
-                                         Mask{ 0x800, { 12 } }, Mask{ 0x1000, { 11 } }, Mask{ 0x2000, { 13 } },
-                                         Mask{ 0x4000, { 14 } }, Mask{ 0x8000, { 15 } }, Mask{ 0x10000, { 16 } }),
+                                         Mask{ 0x10, { 4 } }, Mask{ 0x20, { 5 } }, Mask{ 0x40, { 6 } },
+                                         Mask{ 0x80, { 7 } }, Mask{ 0x100, { 8 } }, Mask{ 0x200, { 9 } },
+                                         Mask{ 0x400, { 10 } }, Mask{ 0x800, { 12 } }, Mask{ 0x1000, { 11 } },
+                                         Mask{ 0x2000, { 13 } }, Mask{ 0x4000, { 14 } }, Mask{ 0x8000, { 15 } },
+                                         Mask{ 0x10000, { 16 } }),
                          MaskName);
 INSTANTIATE_TEST_SUITE_P(Several, CsvLineMask,
-                         testing::Values(Mask{ 0, {} }, Mask{ 0x20000, {} }, Mask{ 0x80000000, {} }, Mask{ 0xFFFE0000, {} },
-                                         Mask{ 0x1800, { 12, 11 } }, Mask{ 0x1FFFF, DisplayOrder },
-                                         Mask{ 0xFFFFFFFF, DisplayOrder },
+                         testing::Values(Mask{ 0, {} }, Mask{ 0x20000, {} }, Mask{ 0x80000000, {} },
+                                         Mask{ 0xFFFE0000, {} }, Mask{ 0x1800, { 12, 11 } },
+                                         Mask{ 0x1FFFF, DisplayOrder }, Mask{ 0xFFFFFFFF, DisplayOrder },
                                          Mask{ 0x15555, { 0, 2, 4, 6, 8, 10, 11, 14, 16 } },
                                          Mask{ 0x0AAAA, { 1, 3, 5, 7, 9, 12, 13, 15 } },
                                          Mask{ 0x3C00, { 10, 12, 11, 13 } }),
@@ -211,15 +214,15 @@ TEST_P(CsvValue, IsPrintedInDecimalWithoutSignOrGroups)
     SetRaw(63, 0, value);
     EXPECT_EQ(RawLine(63).substr(0, expected.size()), expected);
 }
-INSTANTIATE_TEST_SUITE_P(
-    Each, CsvValue,
-    testing::Values(std::pair(0ull, "0"), std::pair(1ull, "1"), std::pair(9ull, "9"), std::pair(10ull, "10"),
-                    std::pair(99ull, "99"), std::pair(100ull, "100"), std::pair(4294967295ull, "4294967295"),
-                    std::pair(4294967296ull, "4294967296"), std::pair(9223372036854775807ull, "9223372036854775807"),
-                    std::pair(9223372036854775808ull, "9223372036854775808"),
-                    std::pair(9999999999999999999ull, "9999999999999999999"),
-                    std::pair(10000000000000000000ull, "10000000000000000000"),
-                    std::pair(18446744073709551615ull, "18446744073709551615")));
+INSTANTIATE_TEST_SUITE_P(Each, CsvValue,
+                         testing::Values(std::pair(0ull, "0"), std::pair(1ull, "1"), std::pair(9ull, "9"),
+                                         std::pair(10ull, "10"), std::pair(99ull, "99"), std::pair(100ull, "100"),
+                                         std::pair(4294967295ull, "4294967295"), std::pair(4294967296ull, "4294967296"),
+                                         std::pair(9223372036854775807ull, "9223372036854775807"),
+                                         std::pair(9223372036854775808ull, "9223372036854775808"),
+                                         std::pair(9999999999999999999ull, "9999999999999999999"),
+                                         std::pair(10000000000000000000ull, "10000000000000000000"),
+                                         std::pair(18446744073709551615ull, "18446744073709551615")));
 
 TEST_F(CsvLine, NineteenLargestValuesAreOneLine)
 {
@@ -367,10 +370,13 @@ protected:
         snprintf(text, sizeof text, "log_util_write(0X%016llX) failed(", reinterpret_cast<ULONGLONG>(handle));
         return text + status + ",0xb0000027).";
     }
-    Strings Calls() { return journal.Lines({ "log_util_write", "log_util_init", "log_util_term", "log_util_rotate" }); }
+    Strings Calls()
+    {
+        return journal.Lines({ "log_util_write", "log_util_init", "log_util_term", "log_util_rotate" });
+    }
 
     DKPF_DISP display = {};
-    HTNWCSV disp[65] = {}, raw[65] = {};
+    HTNWCSV   disp[65] = {}, raw[65] = {};
 };
 
 TEST_F(CsvPass, DisksInSlotOrderThenTheTotalsDisplayBeforeRaw)
@@ -382,11 +388,11 @@ TEST_F(CsvPass, DisksInSlotOrderThenTheTotalsDisplayBeforeRaw)
     OpenTotals();
     EXPECT_TRUE(Write());
     EXPECT_EQ(error, 0xB0000000u);
-    EXPECT_EQ(Calls(), Strings({ Written("nmp1", DisplayOf(1)), Written("nmp1_raw", RawOf(1)),
-                                 Written("nmp2", DisplayOf(2)), Written("nmp2_raw", RawOf(2)),
-                                 Written("nmp33", DisplayOf(33)), Written("nmp33_raw", RawOf(33)),
-                                 Written("nmp64", DisplayOf(64)), Written("nmp64_raw", RawOf(64)),
-                                 Written("nmp_total", DisplayOf(0)), Written("nmp_total_raw", RawTotal()) }));
+    EXPECT_EQ(Calls(),
+              Strings({ Written("nmp1", DisplayOf(1)), Written("nmp1_raw", RawOf(1)), Written("nmp2", DisplayOf(2)),
+                        Written("nmp2_raw", RawOf(2)), Written("nmp33", DisplayOf(33)), Written("nmp33_raw", RawOf(33)),
+                        Written("nmp64", DisplayOf(64)), Written("nmp64_raw", RawOf(64)),
+                        Written("nmp_total", DisplayOf(0)), Written("nmp_total_raw", RawTotal()) }));
     EXPECT_EQ(journal.Names(), Strings(10, "log_util_write")) << "nothing else is called, nothing allocated";
 }
 
@@ -412,7 +418,8 @@ TEST_F(CsvPass, TracesEntryAndExitAroundThoseOfItsFormatters)
     sample.InitFlag[0] = 1;
     EXPECT_TRUE(Write());
     Strings expected = { std::string("8 diskperf_trace ") + Pass + ": ENTER : " };
-    for (const Strings& part : { TracedBy("_DkpfPlogDataStr", DisplayOf(1)), TracedBy("_DkpfPlogDataStrRaw", RawOf(1)) }) {
+    for (const Strings& part :
+         { TracedBy("_DkpfPlogDataStr", DisplayOf(1)), TracedBy("_DkpfPlogDataStrRaw", RawOf(1)) }) {
         expected.insert(expected.end(), part.begin(), part.end());
     }
     expected.push_back(std::string("8 diskperf_trace ") + Pass + ": EXIT<TRUE>");
@@ -458,7 +465,8 @@ TEST_F(CsvPass, IfEveryWriteOfTheDisksFailsTheTotalsAreNotWritten)
     EXPECT_FALSE(Write());
     EXPECT_EQ(error, 0xB0000027u);
     EXPECT_EQ(Calls().size(), 4u);
-    EXPECT_EQ(log.TextsOf(Pass), Strings({ Failed(disp[1], "5"), Failed(raw[1], "5"), Failed(disp[2], "5"), Failed(raw[2], "5") }));
+    EXPECT_EQ(log.TextsOf(Pass),
+              Strings({ Failed(disp[1], "5"), Failed(raw[1], "5"), Failed(disp[2], "5"), Failed(raw[2], "5") }));
 }
 
 TEST_F(CsvPass, ADiskWithItsRawFileAloneGetsTheRawLineAndTheTotalsAreWritten)
@@ -537,9 +545,9 @@ TEST_P(CsvPassFiles, EachGetsItsLineOrItsFailure)
     auto [s1, s2, s3, s4] = GetParam();
     struct File {
         const char* name;
-        State state;
-        HTNWCSV* handle;
-        DWORD status;  // of a refusing one
+        State       state;
+        HTNWCSV*    handle;
+        DWORD       status;  // of a refusing one
         std::string line;
     };
     const File files[] = {
@@ -549,7 +557,7 @@ TEST_P(CsvPassFiles, EachGetsItsLineOrItsFailure)
         { "nmp_total_raw", s4, &raw[0], TNWLOG_WRITE_FAILED, RawTotal() },
     };
     Strings open, calls, errors;
-    bool written = false;
+    bool    written = false;
     for (const File& file : files) {
         bool total = file.handle == &disp[0] || file.handle == &raw[0];
         if (file.state == Closed) {
@@ -577,12 +585,15 @@ TEST_P(CsvPassFiles, EachGetsItsLineOrItsFailure)
     EXPECT_EQ(Calls(), calls);
     EXPECT_EQ(log.TextsOf(Pass), errors);
     EXPECT_EQ(log.Errors(), errors);
-    EXPECT_EQ(Traced().back(), std::string("8 diskperf_trace ") + Pass + (errors.empty() ? ": EXIT<TRUE>" : ": EXIT<FALSE>"));
+    EXPECT_EQ(Traced().back(),
+              std::string("8 diskperf_trace ") + Pass + (errors.empty() ? ": EXIT<TRUE>" : ": EXIT<FALSE>"));
     EXPECT_EQ(log.OpenCsv(), open) << "a file that refuses stays open";
 }
 INSTANTIATE_TEST_SUITE_P(Every, CsvPassFiles,
-                         testing::Combine(testing::Values(Closed, Good, Refusing), testing::Values(Closed, Good, Refusing),
-                                          testing::Values(Closed, Good, Refusing), testing::Values(Closed, Good, Refusing)),
+                         testing::Combine(testing::Values(Closed, Good, Refusing),
+                                          testing::Values(Closed, Good, Refusing),
+                                          testing::Values(Closed, Good, Refusing),
+                                          testing::Values(Closed, Good, Refusing)),
                          StatesName);
 
 /* Two disks with all files open: bit 0 to 5 set = the n-th write of the pass would be refused. */
@@ -594,11 +605,11 @@ TEST_P(CsvPassRefusals, CostTheirOwnLineAlone)
     OpenDisk(64);
     OpenTotals();
     sample.InitFlag[0] = sample.InitFlag[63] = 1;
-    const char* names[] = { "nmp1", "nmp1_raw", "nmp64", "nmp64_raw", "nmp_total", "nmp_total_raw" };
+    const char*       names[] = { "nmp1", "nmp1_raw", "nmp64", "nmp64_raw", "nmp_total", "nmp_total_raw" };
     const std::string lines[] = { DisplayOf(1), RawOf(1), DisplayOf(64), RawOf(64), DisplayOf(0), RawTotal() };
-    bool totals_due = (GetParam() & 0xF) != 0xF;
-    Strings calls;
-    bool good = true;
+    bool              totals_due = (GetParam() & 0xF) != 0xF;
+    Strings           calls;
+    bool              good = true;
     for (unsigned i = 0; i < 6; i++) {
         bool refused = (GetParam() >> i & 1) != 0;
         if (refused) {
@@ -616,7 +627,8 @@ TEST_P(CsvPassRefusals, CostTheirOwnLineAlone)
 }
 INSTANTIATE_TEST_SUITE_P(Every, CsvPassRefusals, testing::Range(0u, 64u));
 
-/* ---- Formatters that fail ----------------------------------------------------------------------------------------- */
+/* ---- Formatters that fail -----------------------------------------------------------------------------------------
+ */
 
 /* The formatters cannot fail by themselves. If one did, its file would get no line and all others theirs. */
 static BOOL FailDisplay(DWORD, const SYSTEMTIME*, const ULONGLONG*, char*, DWORD* code)
@@ -686,9 +698,9 @@ TEST_F(CsvPassFormatter, ARawTotalFormatterThatFailsIsReportedUnderAHeaderRoutin
     EXPECT_EQ(error, 0xB0000018u);
     EXPECT_EQ(Errors(),
               Strings({ "diskperf_trace _DkpfPlogWriteCSV: _DkpfPlogHeaderStrRawTotal() failed(0xb0000018)." }));
-    EXPECT_EQ(Calls(), Strings({ Written("nmp1", DisplayOf(1)), Written("nmp1_raw", RawOf(1)),
-                                 Written("nmp7", DisplayOf(7)), Written("nmp7_raw", RawOf(7)),
-                                 Written("nmp_total", DisplayOf(0)) }));
+    EXPECT_EQ(Calls(),
+              Strings({ Written("nmp1", DisplayOf(1)), Written("nmp1_raw", RawOf(1)), Written("nmp7", DisplayOf(7)),
+                        Written("nmp7_raw", RawOf(7)), Written("nmp_total", DisplayOf(0)) }));
 }
 
 TEST_F(CsvPassFormatter, WhereNoDiskGotALineTheTotalsGetNone)

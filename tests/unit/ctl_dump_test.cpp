@@ -11,7 +11,7 @@ using namespace dkpf;
 namespace {
 
 class DumpTest : public testing::Test {
-  protected:
+protected:
     DumpTest()
     {
         info->conf = DKPF_CONF{ 1, 0, 1024, 3, 10, 60, 7, 2048, 0x1ffff };

@@ -22,7 +22,7 @@ namespace {
 
 /* A region as a producer makes it. */
 class MadeRegion {
-  public:
+public:
     explicit MadeRegion(DWORD size = DKPF_SHM_SIZE)
     {
         mutex = CreateMutexA(nullptr, FALSE, MUTEX);
@@ -48,7 +48,7 @@ class MadeRegion {
     HANDLE         mutex = nullptr;
     unsigned char* view = nullptr;
 
-  private:
+private:
     HANDLE m_mapping = nullptr;
 };
 
@@ -144,7 +144,7 @@ TEST(RegionReader, TheDefaultsAreTheProductsNamesAndTwoSeconds)
 namespace {
 
 class RegionViewTest : public testing::Test {
-  protected:
+protected:
     RegionViewTest()
     {
         info->param_num = 12;

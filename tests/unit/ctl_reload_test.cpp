@@ -12,7 +12,7 @@ using testing::HasSubstr;
 namespace {
 
 class PlayedAgent : public ReloadPorts {
-  public:
+public:
     ConfigVerdict                     verdict;
     StateFileContent                  content;
     bool                              alive = true;

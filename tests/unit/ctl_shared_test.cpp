@@ -63,7 +63,7 @@ TEST(Settings, ValuesAreWrittenAsPeopleWriteThem)
 namespace {
 
 class ReportTest : public testing::Test {
-  protected:
+protected:
     ReportTest()
     {
         for (size_t i = 0; i < SETTING_NUM; i++) {
@@ -247,7 +247,7 @@ TEST(Processes, NumberZeroIsNobody)
 namespace {
 
 class ScriptedServices : public ServiceManager {
-  public:
+public:
     std::deque<ServiceInfo> answers;  // the last one stays
     DWORD                   startError = ERROR_SUCCESS;
     int                     starts = 0;
@@ -276,7 +276,7 @@ ServiceInfo In(DWORD state)
 }
 
 class ServiceStartTest : public testing::Test {
-  protected:
+protected:
     ServiceStart Start(DWORD limitMs = 10000, int waitsAllowed = 1000)
     {
         return StartAndWait(services, L"velcor", limitMs, [this, waitsAllowed](DWORD ms) {

@@ -15,7 +15,7 @@ using testing::Not;
 namespace {
 
 class StatusTest : public testing::Test {
-  protected:
+protected:
     StatusTest()
     {
         facts.driver = { "velcor", { true, SERVICE_RUNNING, 0, 0 }, false };

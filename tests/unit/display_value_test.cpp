@@ -494,10 +494,11 @@ TEST_F(DisplayArguments, TheFirstMissingOneIsNamed)
     ExpectRefused(&cur, &prev, nullptr, nullptr, "lpDispCounter");
 }
 
-/* ---- The guard ---------------------------------------------------------------------------------------------------- */
+/* ---- The guard ----------------------------------------------------------------------------------------------------
+ */
 
-/* Puts another kind into counter j of the library's table for the time of a case: no call from outside can. Finds the table
- * by its bytes; each unit of the library that uses it has a copy. */
+/* Puts another kind into counter j of the library's table for the time of a case: no call from outside can. Finds the
+ * table by its bytes; each unit of the library that uses it has a copy. */
 class OtherKind {
 public:
     OtherKind(HMODULE module, DWORD j, int kind)
@@ -521,11 +522,17 @@ public:
         m_old = g_aCounter[j].kind;
         Store(kind);
     }
-    ~OtherKind() { Store(m_old); }
+    ~OtherKind()
+    {
+        Store(m_old);
+    }
     OtherKind(const OtherKind&) = delete;
     OtherKind& operator=(const OtherKind&) = delete;
 
-    size_t Copies() const { return m_kinds.size(); }
+    size_t Copies() const
+    {
+        return m_kinds.size();
+    }
 
 private:
     void Store(int kind)
@@ -539,7 +546,7 @@ private:
     }
 
     std::vector<BYTE*> m_kinds;
-    int m_old = 0;
+    int                m_old = 0;
 };
 
 class DisplayGuard : public DiskperfTest {};
@@ -549,9 +556,9 @@ TEST_F(DisplayGuard, ACounterOfUnknownKindIsRefusedWithItsIndex)
     const OtherKind other(GetModuleHandleA("diskperf_testee.dll"), 3, 99);
     ASSERT_GE(other.Copies(), 1u);
     static const DKPF_PARAM before = {}, now = {};
-    static DKPF_DISP display;
-    static DKPF_RAWTOTAL total;
-    DWORD code = 0;
+    static DKPF_DISP        display;
+    static DKPF_RAWTOTAL    total;
+    DWORD                   code = 0;
     EXPECT_FALSE(_DkpfCmnGetDisplayValue(&now, &before, &display, &total, &code));
     EXPECT_EQ(code, 0xB000FFFFu);
     ASSERT_EQ(log.lines.size(), 3u);

@@ -8,7 +8,7 @@
 #include <string.h>
 
 class Doubles : public HookedModuleTest {
-  protected:
+protected:
     Doubles() : HookedModuleTest("probe.dll")
     {
     }

@@ -5,7 +5,7 @@
 
 class PerfmonBlock : public DiskperfTest {
 protected:
-    DWORD err = 1;
+    DWORD     err = 1;
     DKPF_DISP values = {};
 
     void SetUp() override
@@ -35,13 +35,19 @@ protected:
         memcpy(g_szString[39], prefix.c_str(), prefix.size() + 1);
         memcpy(g_szString[40], total.c_str(), total.size() + 1);
     }
-    Strings HeaderLines(DWORD levels = 0xFFFFFFFF) { return PerfmonLines(log, "_DkpfPfmSetCollectHeader", levels); }
-    Strings BodyLines(DWORD levels = 0xFFFFFFFF) { return PerfmonLines(log, "_DkpfPfmSetCollectBody", levels); }
+    Strings HeaderLines(DWORD levels = 0xFFFFFFFF)
+    {
+        return PerfmonLines(log, "_DkpfPfmSetCollectHeader", levels);
+    }
+    Strings BodyLines(DWORD levels = 0xFFFFFFFF)
+    {
+        return PerfmonLines(log, "_DkpfPfmSetCollectBody", levels);
+    }
     /* Fills a body between guard pages and gives it back. */
     std::vector<BYTE> Body(GuardedBuffer::Guard guard = GuardedBuffer::Guard::Behind)
     {
         GuardedBuffer buffer(BlockSize - HeaderSize, guard);
-        void* end = nullptr;
+        void*         end = nullptr;
         EXPECT_TRUE(_DkpfPfmSetCollectBody(&values, buffer.Data(), &end, &err));
         EXPECT_EQ(err, 0xB0000000u);
         EXPECT_EQ(end, buffer.Data() + 15080);
@@ -85,7 +91,7 @@ TEST_F(PerfmonBlock, EveryTitleIndexStandsOnTheTwoBases)
 TEST_F(PerfmonBlock, TheDefinitionsAreDumpedFieldByField)
 {
     static const int scales[17] = { 0, -5, -5, -5, -5, 2, 2, -5, -5, -5, -5, -6, -6, -5, -5, 0, 0 };
-    GuardedBuffer buffer(HeaderSize);
+    GuardedBuffer    buffer(HeaderSize);
     EXPECT_TRUE(_DkpfPfmSetCollectHeader(buffer.Data(), &err));
     Strings expected = {
         "  ObjectType.DefinitionLength        <744>",  "  ObjectType.HeaderLength            <64>",
@@ -141,7 +147,7 @@ TEST_F(PerfmonBlock, TheInstancesTouchNothingBeforeThem)
 TEST_F(PerfmonBlock, SomeBytesOfTheLastInstanceByHand)
 {
     std::vector<BYTE> body = Body();
-    const size_t at = 232 * 64;
+    const size_t      at = 232 * 64;
     EXPECT_EQ(
         std::vector<BYTE>(&body[at], &body[at] + 24),
         (std::vector<BYTE>{ 88, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 24, 0, 0, 0, 12, 0, 0, 0 }));
@@ -164,7 +170,7 @@ TEST_F(PerfmonBlock, ANameOfThirtyOneCharactersFillsItsField)
 {
     Names(std::string(29, 'P'), std::string(31, 'T'));
     std::vector<BYTE> body = Body();
-    ExpectedBlock expected(BlockSize - HeaderSize);
+    ExpectedBlock     expected(BlockSize - HeaderSize);
     for (size_t i = 0; i < 65; i++) {
         expected.Instance(0, i, i == 0 ? std::wstring(31, L'T') : std::wstring(29, L'P') + std::to_wstring(i),
                           values.value[i]);
@@ -176,7 +182,7 @@ TEST_F(PerfmonBlock, ANameThatNeedsMoreThanThirtyTwoCharactersHasLengthZeroAndSt
 {
     Names(std::string(30, 'P'), std::string(32, 'T'));
     std::vector<BYTE> body = Body();
-    ExpectedBlock expected(BlockSize - HeaderSize);
+    ExpectedBlock     expected(BlockSize - HeaderSize);
     for (size_t i = 0; i < 65; i++) {
         const bool fits = i >= 1 && i <= 9;
         expected.Instance(0, i, fits ? std::wstring(30, L'P') + std::to_wstring(i) : L"", values.value[i]);
@@ -195,7 +201,7 @@ TEST_F(PerfmonBlock, TheLongestMessageStringsCostTheNamesAlone)
 {
     Names(std::string(127, 'P'), std::string(127, 'T'));
     std::vector<BYTE> body = Body();
-    ExpectedBlock expected(BlockSize - HeaderSize);
+    ExpectedBlock     expected(BlockSize - HeaderSize);
     expected.Instances(0, values);
     for (size_t i = 0; i < 65; i++) {
         expected.Put32(232 * i + 20, 0);
@@ -209,7 +215,7 @@ TEST_F(PerfmonBlock, APercentSignInAMessageStringIsACharacter)
 {
     Names("N%d", "%s%n");
     std::vector<BYTE> body = Body();
-    ExpectedBlock expected(BlockSize - HeaderSize);
+    ExpectedBlock     expected(BlockSize - HeaderSize);
     for (size_t i = 0; i < 65; i++) {
         expected.Instance(0, i, i == 0 ? L"%s%n" : L"N%d" + std::to_wstring(i), values.value[i]);
     }
@@ -220,7 +226,7 @@ TEST_F(PerfmonBlock, ANameThatCannotBeConvertedIsNotReadForTheDump)
 {
     os.Fail("MultiByteToWideChar", 3, ERROR_NO_UNICODE_TRANSLATION);
     std::vector<BYTE> body = Body();
-    ExpectedBlock expected(BlockSize - HeaderSize);
+    ExpectedBlock     expected(BlockSize - HeaderSize);
     expected.Instances(0, values);
     expected.Put32(232 * 2 + 20, 0);
     memset(&expected.bytes[232 * 2 + 24], GuardedBuffer::Fill, 64);
@@ -235,7 +241,7 @@ TEST_F(PerfmonBlock, EmptyMessageStringsGiveANumberAloneAndAnEmptyName)
 {
     Names("", "");
     std::vector<BYTE> body = Body();
-    ExpectedBlock expected(BlockSize - HeaderSize);
+    ExpectedBlock     expected(BlockSize - HeaderSize);
     for (size_t i = 0; i < 65; i++) {
         expected.Instance(0, i, i == 0 ? L"" : std::to_wstring(i), values.value[i]);
     }
@@ -260,8 +266,8 @@ TEST_F(PerfmonBlock, EachNameIsConvertedOnceIntoThirtyTwoCharacters)
     EXPECT_EQ(journal.Lines({ "MultiByteToWideChar" }), expected);
 }
 
-static DWORD g_dwFlagsSeen;
-static int g_nBytesSeen;
+static DWORD      g_dwFlagsSeen;
+static int        g_nBytesSeen;
 static int WINAPI LookAtConversion(UINT codePage, DWORD flags, LPCCH text, int bytes, LPWSTR wide, int size)
 {
     g_dwFlagsSeen = flags;
@@ -280,7 +286,7 @@ TEST_F(PerfmonBlock, TheConversionIsPrecomposedOfATextThatEndsInNul)
 TEST_F(PerfmonBlock, EveryInstanceIsDumpedAfterAllAreFilled)
 {
     GuardedBuffer buffer(BlockSize - HeaderSize);
-    void* end = nullptr;
+    void*         end = nullptr;
     EXPECT_TRUE(_DkpfPfmSetCollectBody(&values, buffer.Data(), &end, &err));
     Strings expected;
     for (int i = 0; i < 65; i++) {
@@ -320,7 +326,7 @@ TEST_F(PerfmonBlock, WithoutTheDumpLevelNothingIsFormattedPerInstance)
 
 TEST_F(PerfmonBlock, NoValues)
 {
-    BYTE body[1] = { 1 };
+    BYTE  body[1] = { 1 };
     void* end = body;
     EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, body, &end, &err));
     EXPECT_EQ(err, 0xB0000004u);
@@ -342,7 +348,7 @@ TEST_F(PerfmonBlock, NoPlaceForTheInstances)
 TEST_F(PerfmonBlock, TheFirstMissingOneIsNamed)
 {
     void* end = nullptr;
-    BYTE body[1] = { 1 };
+    BYTE  body[1] = { 1 };
     EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, NULL, NULL, &err));
     EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, NULL, &end, &err));
     EXPECT_FALSE(_DkpfPfmSetCollectBody(NULL, body, NULL, &err));

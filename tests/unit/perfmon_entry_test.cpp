@@ -10,11 +10,11 @@
 
 /* The provider's buffers, which no header shows. */
 struct _DKPF_PERF_HEADER;
-extern DKPF_PARAM* g_lpPfmPrevParam;
-extern DKPF_PARAM* g_lpPfmCurParam;
-extern DKPF_DISP* g_lpPfmDisp;
+extern DKPF_PARAM*        g_lpPfmPrevParam;
+extern DKPF_PARAM*        g_lpPfmCurParam;
+extern DKPF_DISP*         g_lpPfmDisp;
 extern _DKPF_PERF_HEADER* g_lpPfmHeader;
-extern DKPF_RAWTOTAL* g_lpPfmRawTotal;
+extern DKPF_RAWTOTAL*     g_lpPfmRawTotal;
 
 /* In the order in which they are freed. */
 static std::vector<const void*> Buffers()
@@ -33,9 +33,9 @@ class PerfmonClose : public PerfmonTest {};
 class PerfmonCollect : public PerfmonTest {
 protected:
     std::unique_ptr<GuardedBuffer> buffer;
-    void* data = nullptr;
-    DWORD size = 0;
-    DWORD objects = 0;
+    void*                          data = nullptr;
+    DWORD                          size = 0;
+    DWORD                          objects = 0;
 
     /* A buffer whose end touches a page that faults. */
     DWORD Collect(const WCHAR* query = L"Global", DWORD bytes = BlockSize)
@@ -241,11 +241,11 @@ TEST_F(PerfmonOpen, OnlyZeroSwitchesCollectionOff)
 // Freed after a failure is what this open has allocated, whatever the pointers held before it.
 TEST_F(PerfmonOpen, PointersFromBeforeAreForgottenNotFreed)
 {
-    static DKPF_PARAM previous, current;
-    static DKPF_DISP values;
+    static DKPF_PARAM    previous, current;
+    static DKPF_DISP     values;
     static DKPF_RAWTOTAL total;
-    static BYTE definitions[HeaderSize];
-    const unsigned before = Rehearse("GlobalAlloc", "DkpfOpenForPerfmon");
+    static BYTE          definitions[HeaderSize];
+    const unsigned       before = Rehearse("GlobalAlloc", "DkpfOpenForPerfmon");
     g_lpPfmPrevParam = &previous;
     g_lpPfmCurParam = &current;
     g_lpPfmDisp = &values;
@@ -355,7 +355,7 @@ TEST_F(PerfmonCollect, TheWholeBlockByteForByte)
     const ULONGLONG total[17] = { 150,  2880, 5003, 3600, 5005, 1,    5006, 2160, 5001,
                                   2520, 5002, 160,  40,   3240, 5004, 1,    5000 };
     const ULONGLONG unused[17] = { 100 };
-    DKPF_DISP values = {};
+    DKPF_DISP       values = {};
     for (size_t i = 0; i < 65; i++) {
         memcpy(values.value[i], i == 0 ? total : i == 1 || i == 64 ? disk : unused, sizeof disk);
     }
@@ -376,7 +376,7 @@ TEST_F(PerfmonCollect, ExactlyEnoughRoomIsEnough)
 TEST_F(PerfmonCollect, NothingIsWrittenBeforeTheBuffer)
 {
     Opened();
-    std::wstring query = L"Global";
+    std::wstring  query = L"Global";
     GuardedBuffer before(BlockSize, GuardedBuffer::Guard::Before);
     data = before.Data();
     size = BlockSize;
@@ -409,7 +409,7 @@ TEST_F(PerfmonCollect, NoRoomAtAllIsMoreData)
 {
     Opened();
     std::wstring query = L"Global";
-    BYTE place = 0;
+    BYTE         place = 0;
     data = &place;
     EXPECT_EQ(DkpfCollectForPerfmon(query.data(), &data, &size, &objects), 234u);
     EXPECT_EQ(size, 0u);
@@ -545,7 +545,7 @@ TEST_F(PerfmonCollect, ASampleThatCouldNotBeReadReplacesNothing)
     Opened();
     Collect();
     const DKPF_PARAM previous = *g_lpPfmPrevParam, current = *g_lpPfmCurParam;
-    Detour detour(_DkpfShmGetPerf, TornSample);
+    Detour           detour(_DkpfShmGetPerf, TornSample);
     EXPECT_EQ(Collect(), 0u);
     ExpectNoData();
     EXPECT_EQ(memcmp(g_lpPfmPrevParam, &previous, sizeof previous), 0);
@@ -640,9 +640,9 @@ TEST_F(PerfmonCollect, BothOutputRecordsAreZeroedBeforeEachComputation)
 /* ---- Collect: the query ------------------------------------------------------------------------------------------ */
 
 struct QueryAnswer {
-    const char* name;
+    const char*  name;
     const WCHAR* query;
-    const char* line;  // empty: a block
+    const char*  line;  // empty: a block
 };
 
 static void PrintTo(const QueryAnswer& answer, std::ostream* out)
@@ -700,8 +700,8 @@ TEST_F(PerfmonCollect, AQueryThatIsNotOursDoesNotTouchTheSizeCheck)
 
 struct Arguments {
     const char* name;
-    bool query, data, size, objects;
-    DWORD answer;
+    bool        query, data, size, objects;
+    DWORD       answer;
     const char* line;
 };
 
@@ -730,7 +730,7 @@ INSTANTIATE_TEST_SUITE_P(Of, PerfmonCollectArguments, testing::ValuesIn(MissingA
 TEST_P(PerfmonCollectArguments, AreAnsweredAndWhatIsThereIsCleared)
 {
     const Arguments& arguments = GetParam();
-    std::wstring query = L"Global";
+    std::wstring     query = L"Global";
     Opened();
     buffer = std::make_unique<GuardedBuffer>(BlockSize);
     data = arguments.data ? buffer->Data() : nullptr;
@@ -762,7 +762,7 @@ TEST_F(PerfmonCollect, NoPlaceForTheBufferPointerAtAllIsTakenAsNoBuffer)
 TEST_F(PerfmonCollect, MissingArgumentsAreLookedAtBeforeTheOpenCount)
 {
     std::wstring query = L"Global";
-    BYTE place = 0;
+    BYTE         place = 0;
     data = &place;
     EXPECT_EQ(DkpfCollectForPerfmon(query.data(), &data, nullptr, &objects), 87u);
 }
@@ -859,7 +859,7 @@ TEST_F(PerfmonClose, TheLastCloseDetachesAndFreesAll)
 }
 
 static std::vector<const void*> g_freed;
-static HGLOBAL WINAPI NoteFree(HGLOBAL memory)
+static HGLOBAL WINAPI           NoteFree(HGLOBAL memory)
 {
     g_freed.push_back(memory);
     return NULL;
@@ -1007,7 +1007,7 @@ TEST_F(PerfmonCollect, TheDebugStopComesBeforeTheFirstLine)
 }
 
 static std::vector<HWND> g_owners;
-static int WINAPI NoteOwner(HWND owner, LPCSTR, LPCSTR, UINT)
+static int WINAPI        NoteOwner(HWND owner, LPCSTR, LPCSTR, UINT)
 {
     g_owners.push_back(owner);
     return IDOK;

@@ -28,8 +28,14 @@ protected:
         ExpectNothingLeft();
         DiskperfTest::TearDown();
     }
-    BOOL Get() { return _DkpfPfmGetObjectIndexFromReg(&counter, &help, &err); }
-    Strings Lines() { return PerfmonLines(log, "_DkpfPfmGetObjectIndexFromReg"); }
+    BOOL Get()
+    {
+        return _DkpfPfmGetObjectIndexFromReg(&counter, &help, &err);
+    }
+    Strings Lines()
+    {
+        return PerfmonLines(log, "_DkpfPfmGetObjectIndexFromReg");
+    }
 };
 
 TEST_F(PerfmonIndex, BothBasesComeFromTheServicesPerformanceKey)
@@ -137,7 +143,7 @@ TEST_F(PerfmonIndex, AMissingFirstHelpLeavesTheCounterReadStraightIntoItsPlace)
 }
 
 /* A value of two bytes and another type, as no loader writes it. */
-static Strings g_asked;
+static Strings        g_asked;
 static LSTATUS WINAPI TwoBytes(HKEY, LPCSTR name, LPDWORD, LPDWORD type, LPBYTE data, LPDWORD size)
 {
     const WORD value = 2000;
@@ -166,9 +172,9 @@ TEST_F(PerfmonIndex, NeitherTypeNorLengthIsTestedAndEachValueHasFourBytesOfRoom)
 /* ---- Query type -------------------------------------------------------------------------------------------------- */
 
 struct QueryCase {
-    const char* name;
+    const char*  name;
     const WCHAR* query;
-    DWORD type;
+    DWORD        type;
 };
 
 static void PrintTo(const QueryCase& query, std::ostream* out)
@@ -267,10 +273,10 @@ TEST_F(PerfmonQuery, NoMemoryMakesTheQueryUnknown)
 /* ---- Number in a list -------------------------------------------------------------------------------------------- */
 
 struct ListCase {
-    const char* name;
-    DWORD number;
+    const char*  name;
+    DWORD        number;
     const WCHAR* list;
-    BOOL found;
+    BOOL         found;
 };
 
 static void PrintTo(const ListCase& list, std::ostream* out)
@@ -354,12 +360,13 @@ TEST_F(PerfmonQuery, AWideDigitIsNoDigit)
 
 /* What might be taken for a separator, and halves of surrogate pairs in either order. */
 static const std::vector<std::wstring> Strange = {
-    L"\t",     L"\n",     L"\v",     L"\f",     L"\r",     L",",      L";",      L":",      L".",      L"/",
-    L"|",      L"\x0085", L"\x00A0", L"\x2003", L"\x2028", L"\x200B", L"\x3000", L"\xFEFF", L"\xFFFF", L"\x0001",
-    L"\xD800", L"\xDBFF", L"\xDC00", L"\xDFFF",
+    L"\t",     L"\n",     L"\v",     L"\f",     L"\r",     L",",      L";",      L":",
+    L".",      L"/",      L"|",      L"\x0085", L"\x00A0", L"\x2003", L"\x2028", L"\x200B",
+    L"\x3000", L"\xFEFF", L"\xFFFF", L"\x0001", L"\xD800", L"\xDBFF", L"\xDC00", L"\xDFFF",
 };
 
-/* The type, from the words alone: a number is optional white space, an optional sign and digits. Blanks end the word. */
+/* The type, from the words alone: a number is optional white space, an optional sign and digits. Blanks end the word.
+ */
 static DWORD ModelType(const std::wstring& query)
 {
     std::wstring word = query.substr(0, query.find(L' '));
@@ -399,9 +406,9 @@ static bool ModelFinds(DWORD number, const std::wstring& list)
 {
     const std::wstring digits = L"0123456789";
     for (size_t begin = 0; begin <= list.size();) {
-        size_t end = std::min(list.find(L' ', begin), list.size());
+        size_t       end = std::min(list.find(L' ', begin), list.size());
         std::wstring item = list.substr(begin, end - begin);
-        size_t first = item.find_first_of(digits);
+        size_t       first = item.find_first_of(digits);
         if (first != std::wstring::npos && item.find_first_not_of(digits, first) == std::wstring::npos) {
             if (Remainder(item.substr(first)) == number) {
                 return true;
@@ -415,7 +422,7 @@ static bool ModelFinds(DWORD number, const std::wstring& list)
 class PerfmonQueryFuzz : public DiskperfTest {
 protected:
     std::mt19937 random;
-    unsigned seed = 0;
+    unsigned     seed = 0;
 
     /* Another seed in every run; DKPF_TEST_SEED repeats one. */
     void SetUp() override
@@ -427,7 +434,10 @@ protected:
         RecordProperty("seed", std::to_string(seed));
         random.seed(seed);
     }
-    unsigned Below(unsigned n) { return random() % n; }
+    unsigned Below(unsigned n)
+    {
+        return random() % n;
+    }
     std::wstring Pick(const std::vector<std::wstring>& pieces, unsigned most)
     {
         std::wstring text;
@@ -500,11 +510,11 @@ TEST_F(PerfmonQueryFuzz, TheNumbersFoundAreTheModels)
     unsigned found = 0, missed = 0, longFound = 0;
     for (unsigned i = 0; i < 30000; i++) {
         static const DWORD numbers[] = { 0, 1, 2, 3, 5, 12, 2000, 2012 };
-        std::wstring list = Pick(pieces, 12);
-        DWORD number = numbers[Below(ARRAYSIZE(numbers))];
+        std::wstring       list = Pick(pieces, 12);
+        DWORD              number = numbers[Below(ARRAYSIZE(numbers))];
         if (i % 1000 == 0) {
             const std::wstring digits = LongNumber();
-            const bool searched = i % 2000 == 0;  // on its own; the other half joins what stands beside it
+            const bool         searched = i % 2000 == 0;  // on its own; the other half joins what stands beside it
             number = searched ? Remainder(digits) : number;
             list += (searched ? L" " : L"") + digits + (searched ? L" " : L"") + Pick(pieces, 3);
             longFound += searched && ModelFinds(number, list);

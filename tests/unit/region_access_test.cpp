@@ -18,7 +18,7 @@ static DKPF_PARAM* Sample(Bytes& bytes)
 }
 
 class RegionAccess : public RegionTest {
-  protected:
+protected:
     void SetUp() override
     {
         RegionTest::SetUp();
@@ -120,7 +120,7 @@ static const Accessor accessors[] = {
 };
 
 class ShmAccessor : public RegionAccess, public testing::WithParamInterface<Accessor> {
-  protected:
+protected:
     void SetUp() override
     {
         RegionAccess::SetUp();
@@ -324,7 +324,7 @@ TEST_P(ShmAccessor, WithClosedLogsWorksTheSame)
 /* ---- Configuration ---- */
 
 class ShmConf : public RegionAccess {
-  protected:
+protected:
     /* Bit and offset of each field, in the order of the offsets. */
     static constexpr std::pair<DWORD, size_t> fields[] = { { 0x001, 0 },  { 0x002, 4 },  { 0x004, 8 },
                                                            { 0x008, 12 }, { 0x010, 16 }, { 0x020, 20 },
@@ -463,7 +463,7 @@ TEST_F(ShmPerfenable, IsTheFirstFieldOfTheConfigurationAndNothingElse)
 /* ---- Samples: peaks ---- */
 
 class ShmMerge : public RegionAccess {
-  protected:
+protected:
     void SetUp() override
     {
         RegionAccess::SetUp();
@@ -602,7 +602,7 @@ TEST_P(ShmHandOver, ASecondReadWithoutAStoreBetweenHasZeroPeaksAndTheSameSample)
 }
 
 class ShmPeaks : public RegionAccess {
-  protected:
+protected:
     static uint64_t PeakOf(const Bytes& sample)
     {
         return Get64(sample.data(), SampleMax + RowValues);
@@ -831,7 +831,7 @@ TEST_P(ShmDamage, NeverCrashesAReader)
 /* ---- Dumps ---- */
 
 class ShmDump : public RegionAccess {
-  protected:
+protected:
     /* The dump lines as the module log got them: all of level 32 of one routine. */
     Strings Dumped(const char* routine) const
     {

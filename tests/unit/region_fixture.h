@@ -35,7 +35,7 @@ struct Process {
 };
 
 class RegionTest : public TracedTest {
-  protected:
+protected:
     /* From now on the library runs in that process; what the one before had is kept in it. */
     void Enter(Process& process);
     void SaveCurrent();
@@ -69,7 +69,7 @@ class RegionTest : public TracedTest {
     /* The library holds nothing of the region. */
     void ExpectDetached(DWORD count);
 
-  private:
+private:
     Process* m_current = nullptr;
 };
 

@@ -8,7 +8,7 @@
 using namespace format;
 
 class RegionLayout : public RegionTest {
-  protected:
+protected:
     /* The region's bytes, all zero, attached as the owner of a row. */
     uint8_t* Attach(int nRow = 0)
     {
@@ -169,7 +169,7 @@ static const ConfField confFields[] = {
 };
 
 class ConfBit : public RegionLayout, public testing::WithParamInterface<ConfField> {
-  protected:
+protected:
     void SetUp() override
     {
         RegionLayout::SetUp();

@@ -11,7 +11,7 @@
 using namespace format;
 
 class RegionLife : public RegionTest {
-  protected:
+protected:
     void SetUp() override
     {
         RegionTest::SetUp();
@@ -141,7 +141,7 @@ TEST_F(ShmCreate, TheMappingStepAloneSetsBothGlobals)
 /* ---- Opening ---- */
 
 class ShmOpen : public RegionLife {
-  protected:
+protected:
     void SetUp() override
     {
         RegionLife::SetUp();
@@ -396,7 +396,7 @@ static const SweepCase sweepCases[] = {
 };
 
 class ShmSweep : public ShmOpen, public testing::WithParamInterface<SweepCase> {
-  protected:
+protected:
     /* One row's lines. */
     Strings RowStory(int row) const
     {
@@ -524,7 +524,7 @@ TEST_F(RegionLife, ASweepOfNothingIsRefused)
 /* ---- Counting and letting go ---- */
 
 class ShmNesting : public ShmOpen, public testing::WithParamInterface<BOOL> {
-  protected:
+protected:
     /* As the row's owner the library stands at: none in the agent. */
     size_t OwnRow() const
     {

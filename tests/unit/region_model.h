@@ -48,7 +48,7 @@ void     Put32(uint8_t* bytes, size_t offset, uint32_t value);
 void     Put64(uint8_t* bytes, size_t offset, uint64_t value);
 
 class RegionModel {
-  public:
+public:
     Bytes bytes = Bytes(format::RegionSize);
 
     /* A store of a sample: current values replaced, peaks raised in row 0 and in every row with an owner. */

@@ -160,7 +160,7 @@ TEST_F(Setup, TheSettingsOfAnAgentThatWasThereComeBack)
     EXPECT_FALSE(settings(whole) == settings(beginning));
 
     FakeMachine failing = beginning;
-    const auto start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");  // the last step's
+    const auto  start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");  // the last step's
     failing.failAt = static_cast<size_t>(start - whole.calls.begin()) + 1;
     EXPECT_FALSE(Run(failing));
     EXPECT_TRUE(settings(failing) == settings(beginning));

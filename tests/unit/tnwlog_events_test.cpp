@@ -41,7 +41,7 @@ void WINAPI TimeHook(LPSYSTEMTIME lpTime)
 }
 
 class EventLog : public TnwLogTest {
-  protected:
+protected:
     void SetUp() override
     {
         g_reported.clear();

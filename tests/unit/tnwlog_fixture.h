@@ -17,7 +17,7 @@
 using Names = std::vector<std::wstring>;
 
 class TnwLogTest : public testing::Test {
-  protected:
+protected:
     explicit TnwLogTest(const wchar_t* lpLeaf = L"home") : home(lpLeaf)
     {
         home.Install(L"tnwmsg.dll");

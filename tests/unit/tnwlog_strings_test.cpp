@@ -56,7 +56,7 @@ const Title g_aTitle[] = {
 };
 
 class Strings : public TnwLogTest {
-  protected:
+protected:
     void SetUp() override
     {
         ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_OK);

@@ -154,8 +154,8 @@ struct Twice {
     const char* name;
     const char* bytes;
     const char* key;
-    DWORD line;
-    DWORD column;
+    DWORD       line;
+    DWORD       column;
 };
 
 class StandsTwice : public TnwXml, public testing::WithParamInterface<Twice> {};
@@ -164,7 +164,8 @@ INSTANTIATE_TEST_SUITE_P(
     Check, StandsTwice,
     testing::Values(Twice{ "key", "<root><diskperf><log>\n<level>1</level>\n<level>1</level></log></diskperf></root>",
                            "/root/diskperf/log/level", 3, 2 },
-                    Twice{ "section", "<root><diskperf><log/>\n<parameters/><log/></diskperf></root>", "/root/diskperf/log", 2, 15 },
+                    Twice{ "section", "<root><diskperf><log/>\n<parameters/><log/></diskperf></root>",
+                           "/root/diskperf/log", 2, 15 },
                     Twice{ "component", "<root><diskperf/>\n\n <diskperf/></root>", "/root/diskperf", 3, 3 }),
     [](const auto& param) { return std::string(param.param.name); });
 

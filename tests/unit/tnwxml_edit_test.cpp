@@ -57,19 +57,23 @@ INSTANTIATE_TEST_SUITE_P(
         Put{ "of_an_empty_tag", LEVEL, "3", "<root><diskperf><log><level a='/>' /></log></diskperf></root>",
              "<root><diskperf><log><level a='/>' >3</level></log></diskperf></root>" },
         Put{ "with_unknown_keys_around", LEVEL, "3",
-             "<root><x>&lt;</x><diskperf><colour>1</colour><log><levle>1</levle><level>7</level></log></diskperf></root>",
-             "<root><x>&lt;</x><diskperf><colour>1</colour><log><levle>1</levle><level>3</level></log></diskperf></root>" }),
+             "<root><x>&lt;</x><diskperf><colour>1</colour><log><levle>1</levle><level>7</level></log></diskperf></"
+             "root>",
+             "<root><x>&lt;</x><diskperf><colour>1</colour><log><levle>1</levle><level>3</level></log></diskperf></"
+             "root>" }),
     [](const auto& param) { return std::string(param.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
     MissingKey, PutIn,
     testing::Values(
         Put{ "behind_its_neighbours", LEVEL, "3",
-             "<root>\n  <diskperf>\n    <log>\n      <size>64</size> <!-- small -->\n    </log>\n  </diskperf>\n</root>\n",
+             "<root>\n  <diskperf>\n    <log>\n      <size>64</size> <!-- small -->\n    </log>\n  "
+             "</diskperf>\n</root>\n",
              "<root>\n  <diskperf>\n    <log>\n      <size>64</size> <!-- small -->\n      <level>3</level>\n"
              "    </log>\n  </diskperf>\n</root>\n" },
         Put{ "behind_the_last_comment", LEVEL, "3",
-             "<root>\n\t<diskperf>\n\t\t<log>\n\t\t\t<size>64</size>\n\t\t\t<!-- the end -->\n\t\t</log>\n\t</diskperf>\n</root>",
+             "<root>\n\t<diskperf>\n\t\t<log>\n\t\t\t<size>64</size>\n\t\t\t<!-- the end "
+             "-->\n\t\t</log>\n\t</diskperf>\n</root>",
              "<root>\n\t<diskperf>\n\t\t<log>\n\t\t\t<size>64</size>\n\t\t\t<!-- the end -->\n\t\t\t<level>3</level>\n"
              "\t\t</log>\n\t</diskperf>\n</root>" },
         Put{ "with_cr_lf", LEVEL, "3",
@@ -91,24 +95,29 @@ INSTANTIATE_TEST_SUITE_P(
              "<root>\n<diskperf>\n<log><size>64</size>\n<!-- a --></log></diskperf>\n</root>",
              "<root>\n<diskperf>\n<log><size>64</size>\n<!-- a --><level>3</level></log></diskperf>\n</root>" },
         Put{ "not_in_the_section_of_another", LEVEL, "3",
-             "<root>\n  <other>\n    <log>\n    </log>\n  </other>\n  <diskperf>\n    <log>\n    </log>\n  </diskperf>\n</root>",
+             "<root>\n  <other>\n    <log>\n    </log>\n  </other>\n  <diskperf>\n    <log>\n    </log>\n  "
+             "</diskperf>\n</root>",
              "<root>\n  <other>\n    <log>\n    </log>\n  </other>\n  <diskperf>\n    <log>\n      <level>3</level>\n"
              "    </log>\n  </diskperf>\n</root>" },
         Put{ "not_in_a_section_in_a_comment", LEVEL, "3",
-             "<root>\n  <diskperf>\n    <!-- <log>\n    </log> -->\n    <log>\n    <!--</log>-->\n    </log>\n  </diskperf>\n</root>",
-             "<root>\n  <diskperf>\n    <!-- <log>\n    </log> -->\n    <log>\n    <!--</log>-->\n      <level>3</level>\n"
+             "<root>\n  <diskperf>\n    <!-- <log>\n    </log> -->\n    <log>\n    <!--</log>-->\n    </log>\n  "
+             "</diskperf>\n</root>",
+             "<root>\n  <diskperf>\n    <!-- <log>\n    </log> -->\n    <log>\n    <!--</log>-->\n      "
+             "<level>3</level>\n"
              "    </log>\n  </diskperf>\n</root>" }),
     [](const auto& param) { return std::string(param.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
     MissingSection, PutIn,
     testing::Values(
-        Put{ "behind_the_other_one", LEVEL, "3",
-             "<root>\n  <diskperf>\n    <parameters>\n    </parameters>\n  </diskperf>\n</root>\n",
-             "<root>\n  <diskperf>\n    <parameters>\n    </parameters>\n    <log>\n      <level>3</level>\n    </log>\n"
-             "  </diskperf>\n</root>\n" },
+        Put{
+            "behind_the_other_one", LEVEL, "3",
+            "<root>\n  <diskperf>\n    <parameters>\n    </parameters>\n  </diskperf>\n</root>\n",
+            "<root>\n  <diskperf>\n    <parameters>\n    </parameters>\n    <log>\n      <level>3</level>\n    </log>\n"
+            "  </diskperf>\n</root>\n" },
         Put{ "of_the_component", LEVEL, "3", "<root>\n  <other/>\n</root>\n",
-             "<root>\n  <other/>\n  <diskperf>\n    <log>\n      <level>3</level>\n    </log>\n  </diskperf>\n</root>\n" },
+             "<root>\n  <other/>\n  <diskperf>\n    <log>\n      <level>3</level>\n    </log>\n  "
+             "</diskperf>\n</root>\n" },
         Put{ "in_the_smallest_file", LEVEL, "3", "<root/>",
              "<root>\r\n    <diskperf>\r\n        <log>\r\n            <level>3</level>\r\n        </log>\r\n"
              "    </diskperf>\r\n</root>" },
@@ -144,7 +153,8 @@ TEST_F(Edit, SeveralValuesGoInTogether)
 {
     std::string text;
     Config("<root>\n <diskperf>\n  <log>\n   <level>7</level>\n  </log>\n </diskperf>\n</root>\n");
-    EXPECT_EQ(TnwXml::Edit({ { LOG_SIZE, "0x80" }, { LEVEL, "1" }, { INTERVAL, "2" }, { MASK, "0x1" } }, &text), XMLLIB_OK);
+    EXPECT_EQ(TnwXml::Edit({ { LOG_SIZE, "0x80" }, { LEVEL, "1" }, { INTERVAL, "2" }, { MASK, "0x1" } }, &text),
+              XMLLIB_OK);
     EXPECT_EQ(text, "<root>\n <diskperf>\n  <log>\n   <level>1</level>\n   <size>0x80</size>\n  </log>\n"
                     "  <parameters>\n   <collectinterval>2</collectinterval>\n   <collectparam>0x1</collectparam>\n"
                     "  </parameters>\n </diskperf>\n</root>\n");
@@ -160,7 +170,7 @@ TEST_F(Edit, OfNothingGivesTheFileAsItIs)
 TEST_F(Edit, WritesNoFileAndKeepsNothing)
 {
     const std::string before = DefaultConfiguration(home);
-    std::string text;
+    std::string       text;
     EXPECT_EQ(TnwXml::Edit({ { LEVEL, "1" } }, &text), XMLLIB_OK);
     EXPECT_NE(text, before);
     EXPECT_EQ(DefaultConfiguration(home), before);
@@ -179,7 +189,8 @@ TEST_F(Edit, RefusesAValueThatThePolicyDoesNotAllow)
     EXPECT_EQ(edit_finding.dwLine, 0u);
     EXPECT_EQ(edit_finding.dwMin, 1u);
     EXPECT_EQ(edit_finding.dwMax, 3600u);
-    for (const char* value : { "", " 1", "1 ", "-1", "+1", "0x", "1e3", "1.0", "4294967297", "</level>", "1</level><x/>" }) {
+    for (const char* value :
+         { "", " 1", "1 ", "-1", "+1", "0x", "1e3", "1.0", "4294967297", "</level>", "1</level><x/>" }) {
         EXPECT_EQ(TnwXml::Edit({ { LEVEL, value } }, &text), XMLLIB_NO_NUMBER) << value;
         EXPECT_STREQ(edit_finding.szValue, value);
     }
@@ -189,7 +200,8 @@ TEST_F(Edit, RefusesAKeyThatThePolicyDoesNotKnow)
 {
     std::string text;
     Config("<root><diskperf><colour>1</colour></diskperf></root>");
-    for (const char* key : { "/root/diskperf/colour", "/root/diskperf/log", "log/level", "", "/", "/root/diskperf/log/level/" }) {
+    for (const char* key :
+         { "/root/diskperf/colour", "/root/diskperf/log", "log/level", "", "/", "/root/diskperf/log/level/" }) {
         EXPECT_EQ(TnwXml::Edit({ { key, "1" } }, &text), XMLLIB_NO_SUCH_KEY) << key;
         EXPECT_STREQ(edit_finding.szKey, key);
     }
@@ -228,7 +240,7 @@ TEST_F(Edit, RefusesToMakeAFileThatNobodyWouldRead)
     const std::string start = "<root><diskperf><log><level>7</level></log></diskperf><!--";
     const std::string end = "--></root>";
     const std::string full = start + std::string(XMLLIB_FILE_MAX - start.size() - end.size(), 'x') + end;
-    std::string text;
+    std::string       text;
 
     Config(full);
     EXPECT_EQ(TnwXml::Edit({ { LEVEL, "8" } }, &text), XMLLIB_OK);
@@ -242,10 +254,10 @@ TEST_F(Edit, RefusesArgumentsThatAreMissing)
     const XMLLIB_CHANGE change = { LEVEL, "1" };
     const XMLLIB_CHANGE noKey = { nullptr, "1" };
     const XMLLIB_CHANGE noValue = { LEVEL, nullptr };
-    std::string text(XMLLIB_FILE_MAX, '\0');
-    DWORD size = XMLLIB_FILE_MAX;
-    DWORD small = XMLLIB_FILE_MAX - 1;
-    XMLLIB_FINDING finding = {};
+    std::string         text(XMLLIB_FILE_MAX, '\0');
+    DWORD               size = XMLLIB_FILE_MAX;
+    DWORD               small = XMLLIB_FILE_MAX - 1;
+    XMLLIB_FINDING      finding = {};
 
     EXPECT_EQ(edit("diskperf", nullptr, &change, 1, &text[0], &size, nullptr), XMLLIB_INVALID_ARGUMENT);
     EXPECT_EQ(edit(nullptr, nullptr, &change, 1, &text[0], &size, &finding), XMLLIB_INVALID_ARGUMENT);
@@ -264,11 +276,11 @@ TEST_F(Edit, RefusesArgumentsThatAreMissing)
 TEST_F(Edit, OfFilesChangedByHandTouchesOneValueAlone)
 {
     static const char* const PIECES[] = { "<!-- c -->", "\n", "\r\n", "\t", "  ", "<x/>", "<?p q?>", "<x>1</x>" };
-    const unsigned seed = 20260307;
-    const std::string whole = DefaultConfiguration(home);
-    std::mt19937 random(seed);
-    int edited = 0;
-    int inserted = 0;
+    const unsigned           seed = 20260307;
+    const std::string        whole = DefaultConfiguration(home);
+    std::mt19937             random(seed);
+    int                      edited = 0;
+    int                      inserted = 0;
 
     std::cout << "seed " << seed << "\n";
     for (int n = 0; n < 1500; n++) {
@@ -290,8 +302,8 @@ TEST_F(Edit, OfFilesChangedByHandTouchesOneValueAlone)
             continue;
         }
         const XMLLIB_SETTING& setting = before.setting[random() % before.dwSettings];
-        const DWORD value = setting.dwMin + random() % (setting.dwMax - setting.dwMin + 1);
-        std::string text;
+        const DWORD           value = setting.dwMin + random() % (setting.dwMax - setting.dwMin + 1);
+        std::string           text;
         ASSERT_EQ(TnwXml::Edit({ { setting.szKey, std::to_string(value) } }, &text), XMLLIB_OK)
             << edit_finding.szReason << "\n"
             << bytes;

@@ -34,7 +34,8 @@ TEST_F(TnwXml, Utf16IsRefusedInWords)
 TEST_F(TnwXml, AnotherDeclaredEncodingIsRefusedInWords)
 {
     for (const char* encoding : { "ISO-8859-1", "Shift_JIS", "UTF-16", "UTF-80", "" }) {
-        const XMLLIB_FINDING& finding = Finding("<?xml version='1.0' encoding='" + std::string(encoding) + "'?><root/>");
+        const XMLLIB_FINDING& finding =
+            Finding("<?xml version='1.0' encoding='" + std::string(encoding) + "'?><root/>");
         EXPECT_EQ(finding.dwStatus, XMLLIB_NOT_WELL_FORMED) << encoding;
         EXPECT_STREQ(finding.szReason, "The file declares another encoding than UTF-8. Save it as UTF-8.");
         EXPECT_EQ(finding.dwLine, 1u);
@@ -45,8 +46,8 @@ TEST_F(TnwXml, AnotherDeclaredEncodingIsRefusedInWords)
 TEST_F(TnwXml, BytesThatAreNoUtf8AreRefusedWithTheirPlace)
 {
     // A code page's letter, lone and missing followers, overlong forms, a surrogate, beyond the last character.
-    for (const char* bytes : { "\xE9", "\x80", "\xC3", "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE2\x82", "\xED\xA0\x80",
-                               "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF" }) {
+    for (const char* bytes : { "\xE9", "\x80", "\xC3", "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE2\x82",
+                               "\xED\xA0\x80", "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF" }) {
         const XMLLIB_FINDING& finding = Finding("<root>\n  <!-- " + std::string(bytes) + " -->\n</root>");
         EXPECT_EQ(finding.dwStatus, XMLLIB_NOT_WELL_FORMED);
         EXPECT_EQ(finding.dwLine, 2u);
@@ -57,7 +58,8 @@ TEST_F(TnwXml, BytesThatAreNoUtf8AreRefusedWithTheirPlace)
 
 TEST_F(TnwXml, CharactersOfAllLengthsAreTaken)
 {
-    EXPECT_EQ(Finding("<root><!-- \x7F \xC2\x80 \xC3\xA9 \xE0\xA0\x80 \xE6\x97\xA5 \xEF\xBF\xBD \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF -->"
+    EXPECT_EQ(Finding("<root><!-- \x7F \xC2\x80 \xC3\xA9 \xE0\xA0\x80 \xE6\x97\xA5 \xEF\xBF\xBD \xF0\x9F\x98\x80 "
+                      "\xF4\x8F\xBF\xBF -->"
                       "<\xC3\xA9t\xC3\xA9/></root>")
                   .dwStatus,
               XMLLIB_OK);
@@ -78,7 +80,8 @@ TEST_F(TnwXml, NulBytesAreRefused)
 TEST_F(TnwXml, ControlCharactersAreRefused)
 {
     for (char c : { '\x01', '\x08', '\x0B', '\x1B', '\x1F' }) {
-        EXPECT_EQ(Finding("<root>" + std::string(1, c) + "</root>").dwStatus, XMLLIB_NOT_WELL_FORMED) << static_cast<int>(c);
+        EXPECT_EQ(Finding("<root>" + std::string(1, c) + "</root>").dwStatus, XMLLIB_NOT_WELL_FORMED)
+            << static_cast<int>(c);
     }
 }
 
@@ -102,54 +105,54 @@ TEST_F(TnwXml, AFileOfCommentsAloneIsRefused)
 struct Refused {
     const char* name;
     const char* bytes;
-    DWORD line;
-    DWORD column;
-    const char* words; // part of the sentence
+    DWORD       line;
+    DWORD       column;
+    const char* words;  // part of the sentence
 };
 
 class Form : public TnwXml, public testing::WithParamInterface<Refused> {};
 
 INSTANTIATE_TEST_SUITE_P(
     Refused, Form,
-    testing::Values(
-        Refused{ "mismatched_tags", "<root>\n <a>\n </b>\n</root>", 3, 5, "does not match" },
-        Refused{ "crossed_tags", "<root><a><b></a></b></root>", 1, 16, "does not match" },
-        Refused{ "case_of_tags", "<root></Root>", 1, 13, "does not match" },
-        Refused{ "unclosed_element", "<root>\n<a>\n", 3, 1, "cut off" },
-        Refused{ "two_roots", "<root/>\n<root/>", 2, 2, "second root" },
-        Refused{ "root_and_another", "<root/><other/>", 1, 9, "second root" },
-        Refused{ "wrong_root", "<configuration/>", 1, 2, "must be named root" },
-        Refused{ "closing_without_opening", "<root/></root>", 1, 8, "no opening tag" },
-        Refused{ "text_before_root", "hello <root/>", 1, 1, "outside" },
-        Refused{ "text_behind_root", "<root/>\n hello", 2, 2, "outside" },
-        Refused{ "cdata_before_root", "<![CDATA[x]]><root/>", 1, 1, "CDATA" },
-        Refused{ "doctype", "<!DOCTYPE root>\n<root/>", 1, 1, "DOCTYPE" },
-        Refused{ "unknown_declaration", "<root><!ELEMENT a></root>", 1, 7, "Neither a comment" },
-        Refused{ "open_comment", "<root><!-- a</root>", 1, 7, "not closed with -->" },
-        Refused{ "dashes_in_comment", "<root><!-- a -- b --></root>", 1, 14, "--" },
-        Refused{ "open_cdata", "<root><![CDATA[ a</root>", 1, 7, "not closed with ]]>" },
-        Refused{ "lone_cdata_end", "<root>]]></root>", 1, 7, "]]>" },
-        Refused{ "open_instruction", "<root><?a </root>", 1, 7, "not closed with ?>" },
-        Refused{ "late_declaration", "\n<?xml version='1.0'?><root/>", 2, 1, "very start" },
-        Refused{ "second_declaration", "<?xml version='1.0'?><?xml version='1.0'?><root/>", 1, 22, "very start" },
-        Refused{ "bare_less_than", "<root>1 < 2</root>", 1, 10, "name" },
-        Refused{ "name_with_digit_first", "<root><1/></root>", 1, 8, "name" },
-        Refused{ "bare_ampersand", "<root>a & b</root>", 1, 9, "&amp;" },
-        Refused{ "unknown_entity", "<root>&nbsp;</root>", 1, 7, "no entities" },
-        Refused{ "open_reference", "<root>&#12</root>", 1, 7, "no entities" },
-        Refused{ "empty_reference", "<root>&#;&#x;</root>", 1, 7, "no entities" },
-        Refused{ "attribute_without_value", "<root a></root>", 1, 8, "needs =" },
-        Refused{ "attribute_without_quotes", "<root a=1></root>", 1, 9, "quotes" },
-        Refused{ "open_quote", "<root a='1>", 1, 9, "not closed" },
-        Refused{ "missing_quote", "<root a='1><b c='2'/></root>", 1, 12, "quote is missing" },
-        Refused{ "dashes_at_end_of_comment", "<root><!-- a ---></root>", 1, 14, "--" },
-        Refused{ "less_than_in_attribute", "<root a='<'></root>", 1, 10, "&lt;" },
-        Refused{ "entity_in_attribute", "<root a='&x;'></root>", 1, 10, "no entities" },
-        Refused{ "attribute_twice", "<root a='1' b='2' a='3'/>", 1, 19, "twice" },
-        Refused{ "attributes_without_blank", "<root a='1'b='2'/>", 1, 12, "blank" },
-        Refused{ "quote_in_name", "<root><a\"></a\"></root>", 1, 9, "blank" },
-        Refused{ "slash_in_tag", "<root / ></root>", 1, 8, "must end with >" },
-        Refused{ "tag_cut_off", "<root", 1, 6, "cut off" }),
+    testing::Values(Refused{ "mismatched_tags", "<root>\n <a>\n </b>\n</root>", 3, 5, "does not match" },
+                    Refused{ "crossed_tags", "<root><a><b></a></b></root>", 1, 16, "does not match" },
+                    Refused{ "case_of_tags", "<root></Root>", 1, 13, "does not match" },
+                    Refused{ "unclosed_element", "<root>\n<a>\n", 3, 1, "cut off" },
+                    Refused{ "two_roots", "<root/>\n<root/>", 2, 2, "second root" },
+                    Refused{ "root_and_another", "<root/><other/>", 1, 9, "second root" },
+                    Refused{ "wrong_root", "<configuration/>", 1, 2, "must be named root" },
+                    Refused{ "closing_without_opening", "<root/></root>", 1, 8, "no opening tag" },
+                    Refused{ "text_before_root", "hello <root/>", 1, 1, "outside" },
+                    Refused{ "text_behind_root", "<root/>\n hello", 2, 2, "outside" },
+                    Refused{ "cdata_before_root", "<![CDATA[x]]><root/>", 1, 1, "CDATA" },
+                    Refused{ "doctype", "<!DOCTYPE root>\n<root/>", 1, 1, "DOCTYPE" },
+                    Refused{ "unknown_declaration", "<root><!ELEMENT a></root>", 1, 7, "Neither a comment" },
+                    Refused{ "open_comment", "<root><!-- a</root>", 1, 7, "not closed with -->" },
+                    Refused{ "dashes_in_comment", "<root><!-- a -- b --></root>", 1, 14, "--" },
+                    Refused{ "open_cdata", "<root><![CDATA[ a</root>", 1, 7, "not closed with ]]>" },
+                    Refused{ "lone_cdata_end", "<root>]]></root>", 1, 7, "]]>" },
+                    Refused{ "open_instruction", "<root><?a </root>", 1, 7, "not closed with ?>" },
+                    Refused{ "late_declaration", "\n<?xml version='1.0'?><root/>", 2, 1, "very start" },
+                    Refused{ "second_declaration", "<?xml version='1.0'?><?xml version='1.0'?><root/>", 1, 22,
+                             "very start" },
+                    Refused{ "bare_less_than", "<root>1 < 2</root>", 1, 10, "name" },
+                    Refused{ "name_with_digit_first", "<root><1/></root>", 1, 8, "name" },
+                    Refused{ "bare_ampersand", "<root>a & b</root>", 1, 9, "&amp;" },
+                    Refused{ "unknown_entity", "<root>&nbsp;</root>", 1, 7, "no entities" },
+                    Refused{ "open_reference", "<root>&#12</root>", 1, 7, "no entities" },
+                    Refused{ "empty_reference", "<root>&#;&#x;</root>", 1, 7, "no entities" },
+                    Refused{ "attribute_without_value", "<root a></root>", 1, 8, "needs =" },
+                    Refused{ "attribute_without_quotes", "<root a=1></root>", 1, 9, "quotes" },
+                    Refused{ "open_quote", "<root a='1>", 1, 9, "not closed" },
+                    Refused{ "missing_quote", "<root a='1><b c='2'/></root>", 1, 12, "quote is missing" },
+                    Refused{ "dashes_at_end_of_comment", "<root><!-- a ---></root>", 1, 14, "--" },
+                    Refused{ "less_than_in_attribute", "<root a='<'></root>", 1, 10, "&lt;" },
+                    Refused{ "entity_in_attribute", "<root a='&x;'></root>", 1, 10, "no entities" },
+                    Refused{ "attribute_twice", "<root a='1' b='2' a='3'/>", 1, 19, "twice" },
+                    Refused{ "attributes_without_blank", "<root a='1'b='2'/>", 1, 12, "blank" },
+                    Refused{ "quote_in_name", "<root><a\"></a\"></root>", 1, 9, "blank" },
+                    Refused{ "slash_in_tag", "<root / ></root>", 1, 8, "must end with >" },
+                    Refused{ "tag_cut_off", "<root", 1, 6, "cut off" }),
     [](const auto& param) { return std::string(param.param.name); });
 
 TEST_P(Form, IsRefusedWithPlaceAndWords)
@@ -164,8 +167,8 @@ TEST_P(Form, IsRefusedWithPlaceAndWords)
 
 TEST_F(TnwXml, TheDefaultFileCutOffAnywhereIsRefusedOrEqual)
 {
-    const std::string whole = DefaultConfiguration(home);
-    const size_t end = whole.rfind("</root>") + strlen("</root>");
+    const std::string   whole = DefaultConfiguration(home);
+    const size_t        end = whole.rfind("</root>") + strlen("</root>");
     const XMLLIB_REPORT expected = Check();
 
     ASSERT_GT(end, 300u);
@@ -185,11 +188,12 @@ TEST_F(TnwXml, TheDefaultFileCutOffAnywhereIsRefusedOrEqual)
 // Whatever is done to the file: no crash, a documented status, and an accepted file gives values within their ranges.
 TEST_F(TnwXml, DamagedFilesNeverGiveAValueOutsideItsRange)
 {
-    static const char* const PIECES[] = { "<", ">", "</", "/>", "\"", "'", "&", "<!--", "-->", "<![CDATA[", "]]>", "<?xml ",
-                                          "?>", "<root>", "</root>", "0", "x", "-", " ", "\n" };
-    const std::string whole = DefaultConfiguration(home);
-    std::mt19937 random(4711);
-    int accepted = 0;
+    static const char* const PIECES[] = { "<",       ">",   "</",        "/>",  "\"",     "'",  "&",
+                                          "<!--",    "-->", "<![CDATA[", "]]>", "<?xml ", "?>", "<root>",
+                                          "</root>", "0",   "x",         "-",   " ",      "\n" };
+    const std::string        whole = DefaultConfiguration(home);
+    std::mt19937             random(4711);
+    int                      accepted = 0;
 
     for (int n = 0; n < 3000; n++) {
         std::string bytes = whole;
@@ -211,7 +215,7 @@ TEST_F(TnwXml, DamagedFilesNeverGiveAValueOutsideItsRange)
         }
         Config(bytes);
         const XMLLIB_REPORT& report = Check();
-        const DWORD status = report.finding.dwStatus;
+        const DWORD          status = report.finding.dwStatus;
         ASSERT_TRUE(status == XMLLIB_OK || status == XMLLIB_NOT_WELL_FORMED || status == XMLLIB_NO_NUMBER ||
                     status == XMLLIB_OUT_OF_RANGE || status == XMLLIB_KEY_TWICE)
             << status << "\n"
@@ -249,23 +253,27 @@ TEST_F(TnwXml, SixtyFourLevelsAreTakenAndOneMoreIsRefused)
 
 TEST_F(TnwXml, TenThousandLevelsAreRefused)
 {
-    EXPECT_EQ(Finding("<root>" + Repeat("<a>", 10000) + Repeat("</a>", 10000) + "</root>").dwStatus, XMLLIB_NOT_WELL_FORMED);
+    EXPECT_EQ(Finding("<root>" + Repeat("<a>", 10000) + Repeat("</a>", 10000) + "</root>").dwStatus,
+              XMLLIB_NOT_WELL_FORMED);
     EXPECT_EQ(Finding(Repeat("<a>", 300000)).dwStatus, XMLLIB_NOT_WELL_FORMED);
 }
 
-// Each of these makes the text look flat to one who takes quotes or ends of tags for something else than the parser does.
+// Each of these makes the text look flat to one who takes quotes or ends of tags for something else than the parser
+// does.
 TEST_F(TnwXml, DepthCannotBeHiddenFromTheCount)
 {
     const std::string deep = Repeat("<a>", 200000);
-    for (const std::string& bytes :
-         { "<root><a\">" + deep + "\"></root>", "<root><a b\">" + deep + "\"></root>", "<root><a b=\"\"\">" + deep + "\"></root>",
-           "<?xml a=\"?>" + deep + "\"?><root/>", "<?p a=\"?>" + deep + "\"?><root/>", "<root><a b=\"" + deep + "\"/></root>",
-           "<root></a\">" + deep + "\"></root>", "<root><!-->" + deep + "--></root>", "<root><!--->" + deep + "--></root>",
-           "<root><![CDATA>" + deep + "]]></root>", "<root><![cdata[>" + deep + "]]></root>", "<!x \"" + deep + "\"><root/>",
-           "<root><!x '>" + deep + "'></root>", "<root><a='>" + deep + "'></root>", "<root><a/b='>" + deep + "'/></root>" }) {
+    for (const std::string& bytes : { "<root><a\">" + deep + "\"></root>", "<root><a b\">" + deep + "\"></root>",
+                                      "<root><a b=\"\"\">" + deep + "\"></root>", "<?xml a=\"?>" + deep + "\"?><root/>",
+                                      "<?p a=\"?>" + deep + "\"?><root/>", "<root><a b=\"" + deep + "\"/></root>",
+                                      "<root></a\">" + deep + "\"></root>", "<root><!-->" + deep + "--></root>",
+                                      "<root><!--->" + deep + "--></root>", "<root><![CDATA>" + deep + "]]></root>",
+                                      "<root><![cdata[>" + deep + "]]></root>", "<!x \"" + deep + "\"><root/>",
+                                      "<root><!x '>" + deep + "'></root>", "<root><a='>" + deep + "'></root>",
+                                      "<root><a/b='>" + deep + "'/></root>" }) {
         // A comment or an instruction that swallows all of it is flat indeed; everything else must be refused.
         const DWORD status = Finding(bytes).dwStatus;
-        const bool flat = bytes.rfind("<root><!--", 0) == 0;
+        const bool  flat = bytes.rfind("<root><!--", 0) == 0;
         EXPECT_EQ(status, flat ? XMLLIB_OK : XMLLIB_NOT_WELL_FORMED) << bytes.substr(0, 30);
     }
 }
@@ -274,7 +282,8 @@ TEST_F(TnwXml, EntityBombsAreRefusedAtTheDocumentType)
 {
     std::string bomb = "<?xml version='1.0'?>\n<!DOCTYPE root [\n<!ENTITY a0 'ha'>\n";
     for (int n = 1; n < 20; n++) {
-        bomb += "<!ENTITY a" + std::to_string(n) + " '" + Repeat(("&a" + std::to_string(n - 1) + ";").c_str(), 10) + "'>\n";
+        bomb +=
+            "<!ENTITY a" + std::to_string(n) + " '" + Repeat(("&a" + std::to_string(n - 1) + ";").c_str(), 10) + "'>\n";
     }
     const XMLLIB_FINDING& finding = Finding(bomb + "]>\n<root>&a19;</root>");
     EXPECT_EQ(finding.dwStatus, XMLLIB_NOT_WELL_FORMED);
@@ -300,7 +309,8 @@ TEST_F(TnwXml, OneMebibyteIsTakenAndOneByteMoreIsRefused)
 
 TEST_F(TnwXml, AHundredMebibytesAreRefusedWithoutBeingRead)
 {
-    const HANDLE file = CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    const HANDLE file =
+        CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     LARGE_INTEGER size = {};
     size.QuadPart = 100 * 1048576;
     ASSERT_NE(SetFilePointerEx(file, size, nullptr, FILE_BEGIN), 0);
@@ -372,7 +382,8 @@ TEST_F(TnwXml, AFileThatIsReplacedByDeletingItFirstIsReadAgain)
 
 TEST_F(TnwXml, AFileThatIsHeldIsReadAgain)
 {
-    HANDLE held = CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE held =
+        CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(held, INVALID_HANDLE_VALUE);
     during_wait = [&held](size_t) {
         CloseHandle(held);
@@ -385,7 +396,8 @@ TEST_F(TnwXml, AFileThatIsHeldIsReadAgain)
 
 TEST_F(TnwXml, AFileThatStaysHeldIsRefusedAfterThreeReads)
 {
-    const HANDLE held = CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE held =
+        CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_STREQ(Check().finding.szReason, "The file cannot be opened: another program holds it.");
     EXPECT_EQ(waits, (std::vector<DWORD>{ 50, 50 }));
     EXPECT_EQ(Load(), XMLLIB_NO_FILE);

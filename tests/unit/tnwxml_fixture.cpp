@@ -7,7 +7,7 @@ const char* const MINIMAL_POLICY =
     "<key path='/root/diskperf/log/level' type='dword' min='1' max='9' default='5' applies='reload' help='A level.'/>"
     "</policy>";
 
-std::vector<DWORD> TnwXml::waits;
+std::vector<DWORD>          TnwXml::waits;
 std::function<void(size_t)> TnwXml::during_wait;
 
 static const XMLLIB_CHANGE NO_CHANGE = { "", "" };
@@ -19,7 +19,7 @@ template <class Routine> static void Bind(HMODULE module, WORD ordinal, Routine*
     EXPECT_NE(address, nullptr) << "ordinal " << ordinal;
 }
 
-static std::vector<DWORD>* g_waits;
+static std::vector<DWORD>*          g_waits;
 static std::function<void(size_t)>* g_during;
 
 static void WINAPI Wait(DWORD ms)
@@ -71,8 +71,8 @@ void TnwXml::Config(std::string_view bytes)
 void TnwXml::ConfigWith(const std::string& key, const std::string& text)
 {
     std::istringstream names(key.substr(1));
-    std::string opening;
-    std::string closing;
+    std::string        opening;
+    std::string        closing;
 
     for (std::string name; std::getline(names, name, '/');) {
         opening += "<" + name + ">";
@@ -106,7 +106,7 @@ DWORD TnwXml::LoadAndGet(const std::string& key, DWORD* lpdwValue)
 
 const XMLLIB_REPORT& TnwXml::Check()
 {
-    memset(&m_report, 0xCC, sizeof(m_report)); // whatever is not set shows
+    memset(&m_report, 0xCC, sizeof(m_report));  // whatever is not set shows
     DWORD status = static_cast<DWORD>(check("diskperf", nullptr, &m_report));
     EXPECT_EQ(status, m_report.finding.dwStatus);
     return m_report;
@@ -121,8 +121,8 @@ const XMLLIB_FINDING& TnwXml::Finding(std::string_view bytes)
 DWORD TnwXml::Edit(const std::vector<std::pair<std::string, std::string>>& values, std::string* lpText)
 {
     std::vector<XMLLIB_CHANGE> changes;
-    std::string text(XMLLIB_FILE_MAX, '\xCC');
-    DWORD size = XMLLIB_FILE_MAX;
+    std::string                text(XMLLIB_FILE_MAX, '\xCC');
+    DWORD                      size = XMLLIB_FILE_MAX;
 
     for (const auto& [key, value] : values) {
         changes.push_back({ key.c_str(), value.c_str() });

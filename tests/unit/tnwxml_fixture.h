@@ -1,6 +1,6 @@
 /*
- * The real tnwxml.dll, copied into a HOME of the test and bound by ordinal. Its waits are ours: none takes time, each is
- * counted, and a test can let something happen in it.
+ * The real tnwxml.dll, copied into a HOME of the test and bound by ordinal. Its waits are ours: none takes time, each
+ * is counted, and a test can let something happen in it.
  */
 #pragma once
 #include "support/import_hooks.h"
@@ -35,27 +35,27 @@ protected:
     const XMLLIB_FINDING& Finding(std::string_view bytes);
 
     // xmllib_edit of etc/cluster.xml with these keys and values; *lpText is set on XMLLIB_OK alone.
-    DWORD Edit(const std::vector<std::pair<std::string, std::string>>& values, std::string* lpText);
-    XMLLIB_FINDING edit_finding = {}; // of the last Edit
+    DWORD          Edit(const std::vector<std::pair<std::string, std::string>>& values, std::string* lpText);
+    XMLLIB_FINDING edit_finding = {};  // of the last Edit
 
-    decltype(&xmllib_init) init = nullptr;
-    decltype(&xmllib_term) term = nullptr;
-    decltype(&xmllib_load_policy) load_policy = nullptr;
+    decltype(&xmllib_init)          init = nullptr;
+    decltype(&xmllib_term)          term = nullptr;
+    decltype(&xmllib_load_policy)   load_policy = nullptr;
     decltype(&xmllib_unload_policy) unload_policy = nullptr;
-    decltype(&xmllib_load_config) load_config = nullptr;
+    decltype(&xmllib_load_config)   load_config = nullptr;
     decltype(&xmllib_unload_config) unload_config = nullptr;
-    decltype(&xmllib_get_value) get_value = nullptr;
-    decltype(&xmllib_check) check = nullptr;
-    decltype(&xmllib_edit) edit = nullptr;
+    decltype(&xmllib_get_value)     get_value = nullptr;
+    decltype(&xmllib_check)         check = nullptr;
+    decltype(&xmllib_edit)          edit = nullptr;
 
-    TestHome home;
-    HMODULE module = nullptr;
-    static std::vector<DWORD> waits;                // milliseconds of each wait of the DLL
-    static std::function<void(size_t)> during_wait; // called with 1 in the first wait, and so on
+    TestHome                           home;
+    HMODULE                            module = nullptr;
+    static std::vector<DWORD>          waits;        // milliseconds of each wait of the DLL
+    static std::function<void(size_t)> during_wait;  // called with 1 in the first wait, and so on
 
 private:
-    std::unique_ptr<ImportHook> m_sleep; // gone before the DLL
-    XMLLIB_REPORT m_report = {};
+    std::unique_ptr<ImportHook> m_sleep;  // gone before the DLL
+    XMLLIB_REPORT               m_report = {};
 };
 
 // The default configuration as it is installed.

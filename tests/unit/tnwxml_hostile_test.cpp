@@ -9,7 +9,7 @@
 namespace {
 
 constexpr size_t MIB = 1048576;
-constexpr size_t BESIDES = 256 * 1024; // the policy and its document, the parser's first pool
+constexpr size_t BESIDES = 256 * 1024;  // the policy and its document, the parser's first pool
 
 /* The library's allocations; the library runs in one thread here. */
 struct Memory {
@@ -64,7 +64,7 @@ std::string Repeat(const std::string& text, size_t times)
     return all;
 }
 
-} // namespace
+}  // namespace
 
 class Hostile : public TnwXml {
 protected:
@@ -73,7 +73,7 @@ protected:
           m_read(module, "kernel32.dll", "ReadFile", CountedReadFile)
     {
         m_policyBytes = home.Read(L"etc\\policy\\diskperf.xml").size();
-        Finding("<root/>"); // what the run-time sets up once
+        Finding("<root/>");  // what the run-time sets up once
     }
 
     // The finding about the file that is there, and what it cost. Nothing of it may be left.
@@ -101,7 +101,7 @@ protected:
     }
 
 private:
-    size_t m_policyBytes = 0;
+    size_t     m_policyBytes = 0;
     ImportHook m_malloc;
     ImportHook m_free;
     ImportHook m_read;
@@ -126,7 +126,8 @@ static std::vector<Bomb> Bombs()
     }
     return { { "entity_bomb", entities + "]><root>&a29;</root>", "DOCTYPE" },
              { "references_without_end", "<root>" + Repeat("&lol;", 200000) + "</root>", "no entities" },
-             { "ten_thousand_levels", "<root>" + Repeat("<a>", 10000) + Repeat("</a>", 10000) + "</root>", "64 levels" },
+             { "ten_thousand_levels", "<root>" + Repeat("<a>", 10000) + Repeat("</a>", 10000) + "</root>",
+               "64 levels" },
              { "sixty_four_thousand_attributes", "<root" + attributes + "/>", "64 attributes" },
              { "nul_bytes", "<root>" + std::string(MIB - 20, '\0') + "</root>", "NUL" },
              { "overlong_utf8", "<root><!--" + Repeat("\xC0\xBC", 500000) + "--></root>", "not in UTF-8" },
@@ -142,18 +143,19 @@ INSTANTIATE_TEST_SUITE_P(File, BombTest, testing::Range(size_t{ 0 }, Bombs().siz
 
 TEST_P(BombTest, IsRefusedAtTheCostOfItsText)
 {
-    const Bomb bomb = Bombs()[GetParam()];
+    const Bomb            bomb = Bombs()[GetParam()];
     const XMLLIB_FINDING& finding = Cost(bomb.bytes);
     EXPECT_EQ(finding.dwStatus, XMLLIB_NOT_WELL_FORMED);
     EXPECT_NE(strstr(finding.szReason, bomb.words), nullptr) << finding.szReason;
-    EXPECT_EQ(FileBytesRead(), 3 * bomb.bytes.size()); // it might just be being saved
+    EXPECT_EQ(FileBytesRead(), 3 * bomb.bytes.size());  // it might just be being saved
     EXPECT_LE(g_memory.peak, bomb.bytes.size() + BESIDES);
 }
 
 TEST_F(Hostile, AHundredMebibytesAreNotRead)
 {
     Config("<root/>");
-    const HANDLE file = CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE file =
+        CreateFileW(home.Path(L"etc\\cluster.xml").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     LARGE_INTEGER size = {};
     size.QuadPart = 100 * MIB;
     ASSERT_NE(SetFilePointerEx(file, size, nullptr, FILE_BEGIN), 0);
@@ -164,16 +166,17 @@ TEST_F(Hostile, AHundredMebibytesAreNotRead)
     EXPECT_LE(g_memory.peak, BESIDES);
 }
 
-// The largest trees that a file may make: the parser takes 96 bytes for an element and 64 for an attribute. A mebibyte of
-// the smallest elements is 262,000 of them, one of the smallest attributes less.
+// The largest trees that a file may make: the parser takes 96 bytes for an element and 64 for an attribute. A mebibyte
+// of the smallest elements is 262,000 of them, one of the smallest attributes less.
 TEST_F(Hostile, TheLargestTreesStayBelowFortyTimesTheFile)
 {
     const std::string elements = "<root>" + Repeat("<a/>", (MIB - 13) / 4) + "</root>";
-    std::string attributed = "<a";
+    std::string       attributed = "<a";
     for (int n = 0; n < 26; n++) {
         attributed += std::string(" ") + static_cast<char>('a' + n) + "=''";
     }
-    const std::string attributes = "<root>" + Repeat(attributed + "/>", (MIB - 13) / (attributed.size() + 2)) + "</root>";
+    const std::string attributes =
+        "<root>" + Repeat(attributed + "/>", (MIB - 13) / (attributed.size() + 2)) + "</root>";
     const std::string texts = "<root>" + Repeat("<a>1</a>", (MIB - 13) / 8) + "</root>";
 
     for (const std::string& bytes : { elements, attributes, texts }) {
@@ -200,7 +203,7 @@ TEST_F(Hostile, AnEditIsHeldToTheSameBounds)
     g_memory = {};
     EXPECT_EQ(Edit({ { "/root/diskperf/log/level", "1" }, { "/root/diskperf/log/size", "64" } }, &text), XMLLIB_OK);
     EXPECT_EQ(g_memory.used, 0u);
-    EXPECT_LE(g_memory.peak, 44 * MIB); // tree, its text, the old text and the new one
+    EXPECT_LE(g_memory.peak, 44 * MIB);  // tree, its text, the old text and the new one
     const std::string end = "<a/><diskperf><log><level>1</level><size>64</size></log></diskperf></root>";
     EXPECT_EQ(text.substr(text.size() - end.size()), end);
 }

@@ -9,7 +9,7 @@ protected:
         home.Write(L"etc\\policy\\diskperf.xml", "<policy component=\"diskperf\">\n" + elements + "</policy>\n");
         term();
         init("diskperf");
-        const DWORD loaded = static_cast<DWORD>(load_policy("diskperf"));
+        const DWORD          loaded = static_cast<DWORD>(load_policy("diskperf"));
         const XMLLIB_REPORT& report = Check();
         if (report.dwSettings == 0) {
             EXPECT_EQ(loaded, report.finding.dwStatus);
@@ -23,9 +23,14 @@ protected:
     static std::string Key(const std::string& attribute = "", const std::string& text = "")
     {
         std::string key = "<key";
-        for (const auto& [name, value] : std::vector<std::pair<std::string, std::string>>{
-                 { "path", "/root/diskperf/a" }, { "type", "dword" }, { "min", "1" }, { "max", "0x9" }, { "default", "5" },
-                 { "applies", "reload" }, { "help", "A number." } }) {
+        for (const auto& [name, value] :
+             std::vector<std::pair<std::string, std::string>>{ { "path", "/root/diskperf/a" },
+                                                               { "type", "dword" },
+                                                               { "min", "1" },
+                                                               { "max", "0x9" },
+                                                               { "default", "5" },
+                                                               { "applies", "reload" },
+                                                               { "help", "A number." } }) {
             key += name == attribute ? " " + text : " " + name + "=\"" + value + "\"";
         }
         return key + "/>\n";
@@ -64,15 +69,25 @@ TEST_F(Policy, EveryRequiredAttributeIsMissed)
 
 TEST_F(Policy, UnusableAttributesAreRefused)
 {
-    const std::string longPath = "path='/root/diskperf/" + std::string(96 - 15, 'x') + "'"; // 96 bytes: one too many
+    const std::string longPath = "path='/root/diskperf/" + std::string(96 - 15, 'x') + "'";  // 96 bytes: one too many
     const std::string longHelp = "help='" + std::string(160, 'x') + "'";
 
-    for (const auto& [attribute, text] : std::vector<std::pair<const char*, std::string>>{
-             { "type", "type='string'" }, { "min", "min='-1'" }, { "max", "max='4294967296'" }, { "default", "default=''" },
-             { "default", "default='five'" }, { "min", "min=' 1'" }, { "applies", "applies='now'" }, { "help", "help=''" },
-             { "help", longHelp }, { "help", "help='a &amp; b'" }, { "path", "path=''" }, { "path", longPath },
-             { "type", "type='dword' unit='sixteen bytes ..'" }, { "type", "type='dword' format='octal'" },
-             { "type", "type='dword' colour='red'" } }) {
+    for (const auto& [attribute, text] :
+         std::vector<std::pair<const char*, std::string>>{ { "type", "type='string'" },
+                                                           { "min", "min='-1'" },
+                                                           { "max", "max='4294967296'" },
+                                                           { "default", "default=''" },
+                                                           { "default", "default='five'" },
+                                                           { "min", "min=' 1'" },
+                                                           { "applies", "applies='now'" },
+                                                           { "help", "help=''" },
+                                                           { "help", longHelp },
+                                                           { "help", "help='a &amp; b'" },
+                                                           { "path", "path=''" },
+                                                           { "path", longPath },
+                                                           { "type", "type='dword' unit='sixteen bytes ..'" },
+                                                           { "type", "type='dword' format='octal'" },
+                                                           { "type", "type='dword' colour='red'" } }) {
         const XMLLIB_REPORT& report = With(Key(attribute, text));
         EXPECT_EQ(report.finding.dwStatus, XMLLIB_BAD_POLICY) << text;
         EXPECT_NE(report.finding.szReason[0], '\0');

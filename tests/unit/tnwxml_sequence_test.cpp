@@ -7,7 +7,7 @@ static const char LEVEL[] = "/root/diskperf/log/level";
 TEST_F(TnwXml, ExportsNineOrdinalsAndNoNames)
 {
     const WORD bound[] = { 1, 2, 4, 5, 6, 7, 13, 14, 15 };
-    int found = 0;
+    int        found = 0;
 
     for (WORD ordinal = 1; ordinal <= 40; ordinal++) {
         found += GetProcAddress(module, MAKEINTRESOURCEA(ordinal)) != nullptr;
@@ -110,7 +110,7 @@ TEST_F(TnwXml, ARefusedConfigurationLeavesThePolicyAndCanBeLoadedAgain)
 
 TEST_F(TnwXml, NamesOfComponentsCannotLeaveTheFolder)
 {
-    XMLLIB_REPORT report = {};
+    XMLLIB_REPORT     report = {};
     const std::string longest(31, 'x');
     const std::string tooLong(32, 'x');
 
@@ -157,9 +157,9 @@ TEST_F(TnwXml, GetValueRefusesBadArgumentsAndTouchesNothing)
 
 TEST_F(TnwXml, GetValueWritesFourBytesIntoALargerDestination)
 {
-    BYTE bytes[9] = { 1, 1, 1, 1, 1, 1, 1, 1, 1 };
+    BYTE       bytes[9] = { 1, 1, 1, 1, 1, 1, 1, 1, 1 };
     const BYTE expected[9] = { 1, 7, 0, 0, 0, 1, 1, 1, 1 };
-    DWORD size = 8;
+    DWORD      size = 8;
 
     ASSERT_EQ(Load(), XMLLIB_OK);
     EXPECT_EQ(get_value(LEVEL, 1, bytes + 1, &size), XMLLIB_OK);
@@ -202,9 +202,9 @@ TEST_F(TnwXml, ALoadedFileCanBeReplacedAndRemoved)
 
 TEST_F(TnwXml, CheckRunsBesideASequenceAndOnManyThreads)
 {
-    std::vector<std::thread> threads;
+    std::vector<std::thread>   threads;
     std::vector<XMLLIB_REPORT> reports(4);
-    DWORD value = 0;
+    DWORD                      value = 0;
 
     ASSERT_EQ(Load(), XMLLIB_OK);
     for (XMLLIB_REPORT& report : reports) {

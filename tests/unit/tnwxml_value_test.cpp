@@ -1,14 +1,15 @@
-/* Numbers, ranges and defaults. The table is the one that operators are given; it is typed here, not read from the policy. */
+/* Numbers, ranges and defaults. The table is the one that operators are given; it is typed here, not read from the
+ * policy. */
 #include "unit/tnwxml_fixture.h"
 
 struct Setting {
     const char* key;
-    DWORD value; // default
-    DWORD min;
-    DWORD max;
+    DWORD       value;  // default
+    DWORD       min;
+    DWORD       max;
     const char* unit;
-    BOOL hex;
-    BOOL restart;
+    BOOL        hex;
+    BOOL        restart;
 };
 
 static const Setting SETTINGS[] = {
@@ -95,12 +96,12 @@ TEST_F(TnwXml, TheInstalledFileHoldsEveryKeyWithItsDefault)
 
 /* ---- The form of a number ---- */
 
-static const char FREE[] = "/root/other/number"; // no policy: any 32-bit number
+static const char FREE[] = "/root/other/number";  // no policy: any 32-bit number
 
 struct Text {
     const char* name;
     const char* text;
-    DWORD value;
+    DWORD       value;
 };
 
 class Number : public TnwXml, public testing::WithParamInterface<Text> {};
@@ -108,13 +109,15 @@ class Number : public TnwXml, public testing::WithParamInterface<Text> {};
 INSTANTIATE_TEST_SUITE_P(
     Form, Number,
     testing::Values(Text{ "zero", "0", 0 }, Text{ "decimal", "4711", 4711 }, Text{ "leading_zeros", "0010", 10 },
-                    Text{ "many_zeros", "00000000000000000000000000000000000000000000000000000000000000000000000009", 9 },
+                    Text{ "many_zeros", "00000000000000000000000000000000000000000000000000000000000000000000000009",
+                          9 },
                     Text{ "largest_decimal", "4294967295", 4294967295u }, Text{ "hex", "0x1f", 31 },
                     Text{ "hex_upper_digits", "0xABCDEF", 11259375 }, Text{ "hex_lower_digits", "0xabcdef", 11259375 },
                     Text{ "largest_hex", "0xffffffff", 4294967295u }, Text{ "blanks_around", "  42\t", 42 },
-                    Text{ "on_a_line_of_its_own", "\r\n    42\r\n  ", 42 }, Text{ "comment_in_front", "<!-- x -->42", 42 },
-                    Text{ "comment_behind", " 42 <!-- x -->", 42 }, Text{ "comments_around", "<!--a--> 42 <!--b-->", 42 },
-                    Text{ "cdata", "<![CDATA[42]]>", 42 }, Text{ "cdata_with_blanks", " <![CDATA[ 42 ]]> ", 42 },
+                    Text{ "on_a_line_of_its_own", "\r\n    42\r\n  ", 42 },
+                    Text{ "comment_in_front", "<!-- x -->42", 42 }, Text{ "comment_behind", " 42 <!-- x -->", 42 },
+                    Text{ "comments_around", "<!--a--> 42 <!--b-->", 42 }, Text{ "cdata", "<![CDATA[42]]>", 42 },
+                    Text{ "cdata_with_blanks", " <![CDATA[ 42 ]]> ", 42 },
                     Text{ "instruction_beside", "<?editor fold?>42", 42 }),
     [](const auto& param) { return std::string(param.param.name); });
 
@@ -134,19 +137,24 @@ INSTANTIATE_TEST_SUITE_P(
                     Text{ "one_too_large", "4294967296", 0 }, Text{ "wraps_64_bits", "18446744073709551617", 0 },
                     Text{ "hex_too_large", "0x100000000", 0 }, Text{ "hex_wraps_64_bits", "0x10000000000000001", 0 },
                     Text{ "negative", "-1", 0 }, Text{ "negative_zero", "-0", 0 }, Text{ "plus", "+1", 0 },
-                    Text{ "hex_without_digits", "0x", 0 }, Text{ "hex_upper_x", "0X10", 0 }, Text{ "hex_without_0x", "1f", 0 },
-                    Text{ "hex_bad_digit", "0x1g", 0 }, Text{ "fraction", "1.0", 0 }, Text{ "exponent", "1e3", 0 },
-                    Text{ "thousands", "1,024", 0 }, Text{ "unit_behind", "10 s", 0 }, Text{ "two_numbers", "1 2", 0 },
-                    Text{ "octal_word", "0o17", 0 }, Text{ "digits_of_another_script", "\xD9\xA3", 0 },
-                    Text{ "wide_blank", "\xE3\x80\x80" "5", 0 }, Text{ "reference", "&#49;", 0 },
-                    Text{ "comment_in_the_middle", "1<!-- x -->0", 0 }, Text{ "child_element", "<x/>10", 0 },
-                    Text{ "child_only", "<x>10</x>", 0 }, Text{ "text_and_cdata", "1<![CDATA[0]]>", 0 }),
+                    Text{ "hex_without_digits", "0x", 0 }, Text{ "hex_upper_x", "0X10", 0 },
+                    Text{ "hex_without_0x", "1f", 0 }, Text{ "hex_bad_digit", "0x1g", 0 }, Text{ "fraction", "1.0", 0 },
+                    Text{ "exponent", "1e3", 0 }, Text{ "thousands", "1,024", 0 }, Text{ "unit_behind", "10 s", 0 },
+                    Text{ "two_numbers", "1 2", 0 }, Text{ "octal_word", "0o17", 0 },
+                    Text{ "digits_of_another_script", "\xD9\xA3", 0 },
+                    Text{ "wide_blank",
+                          "\xE3\x80\x80"
+                          "5",
+                          0 },
+                    Text{ "reference", "&#49;", 0 }, Text{ "comment_in_the_middle", "1<!-- x -->0", 0 },
+                    Text{ "child_element", "<x/>10", 0 }, Text{ "child_only", "<x>10</x>", 0 },
+                    Text{ "text_and_cdata", "1<![CDATA[0]]>", 0 }),
     [](const auto& param) { return std::string(param.param.name); });
 
 TEST_P(NoNumber, IsRefusedByGetValueAndByCheck)
 {
     const char LEVEL[] = "/root/diskperf/log/level";
-    DWORD read = 12345;
+    DWORD      read = 12345;
 
     ConfigWith(LEVEL, GetParam().text);
     EXPECT_EQ(Load(), XMLLIB_OK) << "the file as such is good";
@@ -172,10 +180,10 @@ TEST_F(TnwXml, AKeyThatNeitherFileKnowsIsRefused)
 {
     DWORD read = 12345;
     ASSERT_EQ(Load(), XMLLIB_OK);
-    for (const char* key : { "/root/diskperf/log/colour", "/root/diskperf/nothing/level", "/root/diskperf/log/level/more",
-                             "/root/diskperf/log/Level", "/other/diskperf/log/level", "/root/diskperf/log/level/",
-                             "//root/diskperf/log/level", "/root//diskperf/log/level", "root/diskperf/log/level",
-                             "diskperf/log/level", "level", "/", "" }) {
+    for (const char* key : { "/root/diskperf/log/colour", "/root/diskperf/nothing/level",
+                             "/root/diskperf/log/level/more", "/root/diskperf/log/Level", "/other/diskperf/log/level",
+                             "/root/diskperf/log/level/", "//root/diskperf/log/level", "/root//diskperf/log/level",
+                             "root/diskperf/log/level", "diskperf/log/level", "level", "/", "" }) {
         EXPECT_EQ(Get(key, &read), XMLLIB_NO_SUCH_KEY) << key;
     }
     EXPECT_EQ(Get("/root/" + std::string(100000, 'x'), &read), XMLLIB_NO_SUCH_KEY);

@@ -13,13 +13,13 @@
 
 /* Trace lines that one routine is expected to write: Routine T("_DkpfMutexLock"); T(32, "ENTER"). */
 class Routine {
-  public:
+public:
     explicit Routine(std::string name, std::string log = "diskperf") : m_name(std::move(name)), m_log(std::move(log))
     {
     }
     std::string operator()(DWORD level, const std::string& text) const;
 
-  private:
+private:
     std::string m_name, m_log;
 };
 
@@ -64,7 +64,7 @@ Strings LockStory(HANDLE mutex, const std::string& shown);
 Strings UnlockStory(HANDLE mutex, const std::string& shown);
 
 class TracedTest : public DiskperfTest {
-  protected:
+protected:
     /* Every trace line of the case must name the unit that its routine lies in, a line there, and no event number. */
     void TearDown() override;
 

@@ -31,7 +31,7 @@ static const CreateKind createKinds[] = {
 };
 
 class CreateObject : public TracedTest, public testing::WithParamInterface<CreateKind> {
-  protected:
+protected:
     std::string Call(const std::string& security, const std::string& name) const
     {
         return std::string(GetParam().call) + "(" + security + ", " + GetParam().state + ", " + name + ")";
@@ -163,7 +163,7 @@ TEST_F(CreateMutexAndEvent, AnEventStartsNotSignalledAndResetsAsAsked)
 /* ---- Locks ---- */
 
 class MutexLock : public TracedTest {
-  protected:
+protected:
     void SetUp() override
     {
         TracedTest::SetUp();
@@ -281,7 +281,7 @@ TEST_F(MutexLock, TheModuleLogNeedsNotBeOpen)
 }
 
 class MutexUnlock : public MutexLock {
-  protected:
+protected:
     Routine U{ "_DkpfMutexUnlock" };
 };
 
@@ -341,7 +341,7 @@ TEST_F(MutexUnlock, AnyThreadMayLockAndTheCountIsRight)
 static const SYSTEMTIME March5 = { 2024, 3, 0, 5, 9, 7, 3, 0 };
 
 class FileStampAndVersion : public TracedTest {
-  protected:
+protected:
     void Ask(const char* lpName = "tnwdiskperf.dll")
     {
         _DkpfGetFileStampAndVersion(lpName, szStamp, szVersion);
@@ -391,7 +391,7 @@ struct StampCase {
 };
 
 class FileStamp : public FileStampAndVersion, public testing::WithParamInterface<StampCase> {
-  public:
+public:
     FileStamp()
     {
     }
@@ -496,7 +496,7 @@ TEST_F(FileStampAndVersion, AResourceWithAnEmptyTranslationHasNoVersion)
 /* ---- Trace logs ---- */
 
 class TraceLogs : public TracedTest {
-  protected:
+protected:
     void SetUp() override
     {
         TracedTest::SetUp();
@@ -535,7 +535,7 @@ class TraceLogs : public TracedTest {
 };
 
 class LogInit : public TraceLogs {
-  protected:
+protected:
     Routine N{ "_DkpfLogInit", "" }, M{ "_DkpfLogInit", "diskperf" }, T{ "_DkpfLogInit", "diskperf_trace" },
         C{ "_DkpfLogInit", "diskperf_conf" };
 };
@@ -657,7 +657,7 @@ TEST_P(LogInitKeeps, WhatIsOpen)
 INSTANTIATE_TEST_SUITE_P(Combinations, LogInitKeeps, testing::Range(0u, 8u));
 
 class LogTerm : public TraceLogs {
-  protected:
+protected:
     Routine N{ "_DkpfLogTerm", "" }, M{ "_DkpfLogTerm", "diskperf" };
 };
 

@@ -9,7 +9,7 @@ using testing::IsEmpty;
 
 /* A host whose statistics a test writes as it likes. */
 class Host : public testing::Test {
-  protected:
+protected:
     void SetDisk(const std::string& name, unsigned long long writes, unsigned long long sectors, unsigned long long ms,
                  unsigned long long inFlight = 0)
     {

@@ -163,7 +163,7 @@ static VELCOR_ENTRY Telling(unsigned mode, unsigned long long factor = 1000)
 }
 
 class Records : public testing::Test {
-  protected:
+protected:
     VELCOR_FEED         feed = {};
     const VELCOR_ENTRY& driver = feed.driver.entry[5];
     const VELCOR_ENTRY& filter = feed.filter.entry[5];

@@ -18,7 +18,7 @@ struct ServiceInfo {
 };
 
 class ServiceManager {
-  public:
+public:
     virtual ~ServiceManager() = default;
     virtual ServiceInfo Query(const wchar_t* name) = 0;
     virtual DWORD       Start(const wchar_t* name) = 0;                   // 0, or the system's error number

@@ -10,7 +10,7 @@
 /* A handle that opens when the driver is there, dies when it is stopped, and is opened anew when it is back. One
  * thread. */
 class Device {
-  public:
+public:
     Device() = default;
     ~Device();
     Device(const Device&) = delete;
@@ -22,7 +22,7 @@ class Device {
     /** Hands a feed over, with the time of now. @return 0, or the Win32 error number; the device is then closed. */
     DWORD Feed(VELCOR_FEED& feed);
 
-  private:
+private:
     HANDLE m_handle = INVALID_HANDLE_VALUE;
 };
 

@@ -23,12 +23,12 @@ enum ExitCode {
 
 /* Tells the operator: a line on standard output, or in HOME/log/velcorfeed.log as a service. */
 class Teller {
-  public:
+public:
     /** @param logFile  empty: standard output. */
     explicit Teller(const std::string& logFile);
     void Say(const std::string& sentence);
 
-  private:
+private:
     bool     m_toFile;
     LineFile m_file;
 };

@@ -41,7 +41,7 @@ DWORD ListFolder(const std::string& path, std::vector<std::string>& names);
  * Write returns. A line that only fits in part (disk full) is taken back.
  */
 class LineFile {
-  public:
+public:
     LineFile(std::string path, std::string header, unsigned long long limit);
     ~LineFile();
     LineFile(const LineFile&) = delete;
@@ -50,7 +50,7 @@ class LineFile {
     /** @return 0, or the Win32 error number: the line is not in the file; the next call tries again. */
     DWORD Write(const std::string& line);
 
-  private:
+private:
     DWORD Open();
     void  Close();
     DWORD Rotate();

@@ -48,14 +48,14 @@ struct HostFiles {
 };
 
 class HostSource : public Source {
-  public:
+public:
     /** @param mode  VELCOR_MODE_..., of every disk. */
     HostSource(HostFiles files, const DiskMap& map, unsigned mode);
 
     /** Never ends. Where the statistics cannot be read, the last step comes again, without disks for the journal. */
     bool Next(Step& step) override;
 
-  private:
+private:
     struct Disk {
         bool               seen = false;
         bool               present = false;

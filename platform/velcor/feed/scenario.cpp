@@ -122,14 +122,14 @@ static bool ParseScaled(const std::string& word, unsigned long long& number)
 }
 
 class Parser {
-  public:
+public:
     bool Parse(const std::string& text);
 
     Scenario    scenario;
     unsigned    line = 0;
     std::string reason;
 
-  private:
+private:
     bool Refuse(const std::string& why);
     bool ParseLine(const std::string& text);
     bool ParseDisk();

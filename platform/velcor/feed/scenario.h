@@ -73,12 +73,12 @@ std::string ScenarioHelp();
 
 /** Plays a scenario: the same steps for the same scenario and seed, on every machine. */
 class ScenarioSource : public Source {
-  public:
+public:
     /** @param seed  holds until the scenario sets one of its own. */
     ScenarioSource(Scenario scenario, unsigned long long seed);
     bool Next(Step& step) override;
 
-  private:
+private:
     struct Disk {
         std::array<Range, SETTING_NUM> setting;
         std::bitset<SETTING_NUM>       fresh;  // set since the last step, for settings that count once

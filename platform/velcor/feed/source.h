@@ -27,7 +27,7 @@ struct Step {
 };
 
 class Source {
-  public:
+public:
     virtual ~Source() = default;
     /** @return false when there is no step any more; step is then of no use. */
     virtual bool Next(Step& step) = 0;
