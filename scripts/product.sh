@@ -51,7 +51,12 @@ product_state() {
 }
 
 product_start() { # NAME
-    "$common_wine" net start "$1" && [ "$(product_state "$1")" = RUNNING ]
+    local state
+    "$common_wine" net start "$1" || return
+    state=$(product_state "$1") || true
+    # Under load a program there now and then ends before its first word.
+    [ -n "$state" ] || state=$(product_state "$1") || true
+    [ "$state" = RUNNING ] || { printf 'the service %s is %s after its start\n' "$1" "${state:-not to be asked}" >&2; return 1; }
 }
 
 # product_stop: stops what runs, in the reverse order of starting. A prefix that is shut down does not tell its services.

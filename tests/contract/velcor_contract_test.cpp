@@ -173,7 +173,7 @@ TEST_P(VelcorContract, ALargerBufferGetsTheExchangeAlone)
 TEST_P(VelcorContract, AnUnknownCodeIsNoFunctionOfTheDevice)
 {
     side->Give(FIRST, LATER);
-    EXPECT_EQ(DWORD{ ERROR_INVALID_FUNCTION }, Ask(0x9F8F218C));
+    EXPECT_EQ(DWORD{ ERROR_INVALID_FUNCTION }, Ask(0x9F8F2190));
     EXPECT_TRUE(Untouched());
     ExpectRecord(FIRST);
 }
