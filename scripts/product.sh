@@ -50,12 +50,15 @@ product_state() {
     "$common_wine" sc query "$1" 2>/dev/null | tr -d '\r' | sed -n 's/^ *STATE *: *[0-9]* *\([A-Z_]*\).*/\1/p'
 }
 
-product_start() { # NAME
-    local state
+# product_start NAME: comes back when it runs; one that ends instead, or stays on its way up for a minute, is a failure.
+product_start() {
+    local state tries=0
     "$common_wine" net start "$1" || return
-    state=$(product_state "$1") || true
-    # Under load a program there now and then ends before its first word.
-    [ -n "$state" ] || state=$(product_state "$1") || true
+    while
+        state=$(product_state "$1") || true
+        # Under load a program there now and then ends before its first word.
+        [ "${state:-START_PENDING}" = START_PENDING ] && [ $((tries += 1)) -lt 300 ]
+    do sleep 0.2; done
     [ "$state" = RUNNING ] || { printf 'the service %s is %s after its start\n' "$1" "${state:-not to be asked}" >&2; return 1; }
 }
 
