@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "admin_only.h"
@@ -46,11 +47,15 @@ public:
 };
 
 /* The service manager may keep a start call for as long as it likes: a thread of its own makes it, and is left alone
- * when the time is over. */
+ * when the time is over. A driver that runs needs no thread, whose stack some systems keep behind its end. */
 class Win32DriverService : public DriverService {
 public:
     ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) override
     {
+        const std::optional<ServiceStart> settled = NoStartNeeded(SystemServices(), DRIVER_SERVICE);
+        if (settled)
+            return *settled;
+
         struct Attempt {
             std::atomic<bool> left{ false };
             std::atomic<bool> done{ false };
@@ -234,8 +239,10 @@ AgentExit AgentProcess::LiveAlone()
     SetEvent(m_ended);
     watcher.join();
     if (code == AGENT_STOP_OVERDUE) {
-        // Threads of the library still run: the producer's mutex must not be free before they are gone.
-        m_front.Stopped(code);
+        // Threads of the library still run: the producer's mutex must not be free before they are gone. An end that
+        // nobody asked for is no stop: the service manager restarts what ends without a word.
+        if (m_front.IsConsole() || supervisor.StopAsked())
+            m_front.Stopped(code);
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
     }
     return code;

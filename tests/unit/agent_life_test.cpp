@@ -420,6 +420,29 @@ TEST_F(AgentLifeTest, ALibraryThatDoesNotComeUpAnewIsTriedAgainWithoutTerminatin
     EXPECT_THAT(Last().lastFailure->message, HasSubstr("DkpfInitialize failed with 0xb000001a"));
 }
 
+// Its threads would go on beside those of a library brought up anew, on the same handles.
+TEST_F(AgentLifeTest, ThreadsThatHangWhileTheLibraryIsBroughtUpAnewEndTheProcess)
+{
+    world.lives = { false };
+    world.signals = { Signal::Nothing, Signal::Nothing };
+    world.terminateCode = DKPF_ERR_THREAD_EXIT;
+    EXPECT_EQ(Live(), AGENT_STOP_OVERDUE);
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "hold", "check",
+                                         "reinitialize", "terminate"));
+    EXPECT_EQ(Last().phase, AgentPhase::Stopped);
+    EXPECT_EQ(Last().exitCode, 7u);
+    EXPECT_THAT(Last().lastFailure->message, HasSubstr("0xb000000a"));
+}
+
+TEST_F(AgentLifeTest, ALesserFailureOfTheEndDoesNotKeepTheLibraryFromComingUpAnew)
+{
+    world.lives = { false, true };
+    world.signals = { Signal::Nothing };
+    world.terminateCode = DKPF_ERR_UNMAPVIEW;
+    EXPECT_EQ(Live(), AGENT_STOPPED);
+    EXPECT_EQ(world.calls[world.calls.size() - 2], "initialize");
+}
+
 TEST_F(AgentLifeTest, ABroughtUpLibraryHasAllSettingsOfTheFileInForce)
 {
     SettingValues changed = DEFAULTS;
