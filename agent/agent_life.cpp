@@ -184,7 +184,7 @@ void AgentLife::Reload()
  * No other failure does: readers lose their rows by it. */
 void AgentLife::LookAtDevice()
 {
-    if ((*m_state.inForce)[PERF_ENABLE] == 0 || (m_up && !m_deviceGone && m_ports.device.Lives()))
+    if ((*m_state.inForce)[PERF_ENABLE] == 0 || (!m_deviceGone && m_ports.device.Lives()))
         return;
     if (!m_deviceGone) {
         const std::string words = m_deviceHeld ? "the driver's device is gone" : "the driver's device is not there";
