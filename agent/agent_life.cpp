@@ -135,6 +135,8 @@ void AgentLife::Serve()
             break;
         case Signal::Nothing:
             LookAtDevice();
+            if (m_stuck)
+                return;
             LookAtClock();
             if (m_unsaved)
                 Save();
@@ -182,7 +184,7 @@ void AgentLife::Reload()
  * No other failure does: readers lose their rows by it. */
 void AgentLife::LookAtDevice()
 {
-    if ((*m_state.inForce)[PERF_ENABLE] == 0 || (m_up && !m_deviceGone && m_ports.device.Lives()))
+    if ((*m_state.inForce)[PERF_ENABLE] == 0 || (!m_deviceGone && m_ports.device.Lives()))
         return;
     if (!m_deviceGone) {
         const std::string words = m_deviceHeld ? "the driver's device is gone" : "the driver's device is not there";
@@ -217,6 +219,9 @@ void AgentLife::BringUpAnew()
             Remember(words);
         }
         m_up = false;
+        m_stuck = code == DKPF_ERR_THREAD_EXIT;
+        if (m_stuck)
+            return;
     }
     m_state.broughtUp = Now();
     m_up = m_ports.product.Initialize(&code);
@@ -249,7 +254,7 @@ void AgentLife::LookAtClock()
 
 AgentExit AgentLife::BringDown()
 {
-    AgentExit code = AGENT_STOPPED;
+    AgentExit code = m_stuck ? AGENT_STOP_OVERDUE : AGENT_STOPPED;
 
     AGENT_LINE(TNWLOG_NOTICE, " stopping");
     m_state.phase = AgentPhase::Stopping;

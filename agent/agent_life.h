@@ -50,7 +50,8 @@ private:
     bool        m_up = false;          // the library
     bool        m_deviceHeld = false;  // it was there once
     bool        m_deviceGone = false;  // told; the library is brought up anew when the device is back
-    bool        m_unsaved = false;     // the last save failed; the next tick tries again
+    bool        m_stuck = false;    // worker threads hang: only the process's end ends them, new ones would meet them
+    bool        m_unsaved = false;  // the last save failed; the next tick tries again
 };
 
 }  // namespace dkpf

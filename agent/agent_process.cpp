@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <atomic>
 #include <memory>
+#include <optional>
+#include <system_error>
 #include <thread>
 
 #include "admin_only.h"
@@ -13,7 +15,6 @@
 #include "names.h"
 #include "process_info.h"
 #include "producer_guard.h"
-#include "stop_watch.h"
 #include "text.h"
 #include "tnwdiskperf.h"
 
@@ -46,11 +47,15 @@ public:
 };
 
 /* The service manager may keep a start call for as long as it likes: a thread of its own makes it, and is left alone
- * when the time is over. */
+ * when the time is over. A driver that runs needs no thread, whose stack some systems keep behind its end. */
 class Win32DriverService : public DriverService {
 public:
     ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) override
     {
+        const std::optional<ServiceStart> settled = NoStartNeeded(SystemServices(), DRIVER_SERVICE);
+        if (settled)
+            return *settled;
+
         struct Attempt {
             std::atomic<bool> left{ false };
             std::atomic<bool> done{ false };
@@ -193,7 +198,35 @@ AgentProcess::~AgentProcess()
 
 void AgentProcess::AskStop()
 {
+    const std::lock_guard<std::mutex> lock(m_watchMutex);
     SetEvent(m_stop);
+    BeginWatch();
+}
+
+/* A thread beside the life, for a stop that is asked for while the library comes up is bounded too. It begins with the
+ * stop: one that stood there all the time would cost its stack all the time. */
+void AgentProcess::BeginWatch()
+{
+    if (m_watch == nullptr || m_watcher.joinable())
+        return;
+    try {
+        m_watcher = std::thread([watch = m_watch] { WatchStop(*watch); });
+    } catch (const std::system_error&) {
+        // No memory for a thread: the stop goes on, with nobody to bound it.
+    }
+}
+
+/* nullptr: the life is over; returns when nobody watches any more. */
+void AgentProcess::AllowWatch(StopWatchPorts* watch)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_watchMutex);
+        m_watch = watch;
+        if (WaitForSingleObject(m_stop, 0) == WAIT_OBJECT_0)
+            BeginWatch();
+    }
+    if (watch == nullptr && m_watcher.joinable())
+        m_watcher.join();
 }
 
 void AgentProcess::AskReload()
@@ -211,13 +244,8 @@ AgentExit AgentProcess::LiveAlone()
     const Home home = HomeOfThisProgram();
     JournalLog journal(m_front.IsConsole());
 
-    // Stands beside the life from its start: a stop that is asked for while the library comes up is bounded too.
     ProcessStopWatch watch(m_front, journal, m_ended);
-    std::thread      watcher([this, &watch] {
-        const HANDLE events[] = { m_stop, m_ended };
-        if (WaitForMultipleObjects(ARRAYSIZE(events), events, FALSE, INFINITE) == WAIT_OBJECT_0)
-            WatchStop(watch);
-    });
+    AllowWatch(&watch);
 
     MutexGuard             guard;
     LinkedProduct          product;
@@ -232,10 +260,12 @@ AgentExit AgentProcess::LiveAlone()
 
     const AgentExit code = life.Run();
     SetEvent(m_ended);
-    watcher.join();
+    AllowWatch(nullptr);
     if (code == AGENT_STOP_OVERDUE) {
-        // Threads of the library still run: the producer's mutex must not be free before they are gone.
-        m_front.Stopped(code);
+        // Threads of the library still run: the producer's mutex must not be free before they are gone. An end that
+        // nobody asked for is no stop: the service manager restarts what ends without a word.
+        if (m_front.IsConsole() || supervisor.StopAsked())
+            m_front.Stopped(code);
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
     }
     return code;

@@ -5,10 +5,12 @@
 #define DKPF_AGENT_AGENT_PROCESS_H
 
 #include <windows.h>
-#include <functional>
+#include <mutex>
+#include <thread>
 
 #include "console_control.h"
 #include "exit_codes.h"
+#include "stop_watch.h"
 
 namespace dkpf {
 
@@ -39,11 +41,17 @@ public:
 
 private:
     AgentExit LiveAlone();
+    void      BeginWatch();  // m_watchMutex held
+    void      AllowWatch(StopWatchPorts* watch);
 
     Front& m_front;
     HANDLE m_stop = nullptr;    // manual-reset
     HANDLE m_reload = nullptr;  // auto-reset; dkpfctl sets it for an agent in the foreground
     HANDLE m_ended = nullptr;   // manual-reset
+
+    std::mutex      m_watchMutex;       // guards the two below
+    StopWatchPorts* m_watch = nullptr;  // while there is a life to watch over
+    std::thread     m_watcher;          // runs from the moment a stop is asked for
 };
 
 /* The two forms. Each returns the process's exit code. */

@@ -119,17 +119,19 @@ static DWORD StartGeneration(TNWLOG_CSV* lpCsv)
 static DWORD Prepare(TNWLOG_CSV* lpCsv, ULONGLONG* lpSize, DWORD* lpdwRotate)
 {
     DWORD dwStatus = TNWLOG_OK;
+    BOOL  bSized = TnwFileSize(lpCsv->hFile, lpSize);
 
     *lpdwRotate = TNWLOG_OK;
-    if (!TnwFileSize(lpCsv->hFile, lpSize)) { /* not open, or deleted by somebody */
+    if (!bSized) { /* not open, or deleted by somebody */
         TnwFileClose(&lpCsv->hFile);
         dwStatus = OpenFile(lpCsv);
     }
     if (dwStatus == TNWLOG_OK && lpCsv->fRotateDue) {
         *lpdwRotate = StartGeneration(lpCsv);
         dwStatus = lpCsv->fRotateDue ? TNWLOG_OK : *lpdwRotate;
+        bSized = FALSE;
     }
-    if (dwStatus == TNWLOG_OK && !TnwFileSize(lpCsv->hFile, lpSize)) {
+    if (dwStatus == TNWLOG_OK && !bSized && !TnwFileSize(lpCsv->hFile, lpSize)) {
         dwStatus = TNWLOG_WRITE_FAILED;
     }
     return dwStatus;

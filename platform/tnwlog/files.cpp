@@ -175,6 +175,17 @@ BOOL TnwFileRead(HANDLE hFile, ULONGLONG offset, void* lpData, DWORD dwLength)
     return dwRead == dwLength;
 }
 
+/* Takes back a part of a line, as far as it alone stands behind size: somebody who did not get a shared file's lock may
+ * have put a whole line there. */
+static void TakeBack(HANDLE hFile, ULONGLONG size, DWORD dwWritten)
+{
+    ULONGLONG end = 0;
+
+    if (dwWritten != 0 && TnwFileSize(hFile, &end) && end == size + dwWritten) {
+        TnwFileCut(hFile, size);
+    }
+}
+
 DWORD TnwFileAppend(HANDLE hFile, ULONGLONG size, const char* lpData, DWORD dwLength)
 {
     const LARGE_INTEGER zero = {};
@@ -188,7 +199,7 @@ DWORD TnwFileAppend(HANDLE hFile, ULONGLONG size, const char* lpData, DWORD dwLe
         dwStatus = TNWLOG_DISK_FULL; /* the last write that fits a full volume is a short one, and succeeds */
     }
     if (dwStatus != TNWLOG_OK) {
-        TnwFileCut(hFile, size);
+        TakeBack(hFile, size, dwWritten);
     }
     return dwStatus;
 }

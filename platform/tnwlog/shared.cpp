@@ -119,13 +119,24 @@ static DWORD Prepare(TNW_SHARED* lpShared, ULONGLONG* lpSize)
     return dwStatus == TNWLOG_OK && !TnwFileSize(lpShared->hFile, lpSize) ? TNWLOG_WRITE_FAILED : dwStatus;
 }
 
+/* A part of a line that cannot be taken back is ended here: others have the file open, and would write behind it. */
+static DWORD AppendLines(HANDLE hFile, ULONGLONG size, const char* lpLines, DWORD dwLength)
+{
+    const DWORD dwStatus = TnwFileAppend(hFile, size, lpLines, dwLength);
+
+    if (dwStatus != TNWLOG_OK && TnwFileSize(hFile, &size)) {
+        TnwFileCloseLine(hFile, size, FALSE);
+    }
+    return dwStatus;
+}
+
 static DWORD WriteLocked(TNW_SHARED* lpShared, const char* lpLines, DWORD dwLength)
 {
     ULONGLONG size = 0;
     DWORD     dwStatus = Prepare(lpShared, &size);
 
     if (dwStatus == TNWLOG_OK) {
-        dwStatus = TnwFileAppend(lpShared->hFile, size, lpLines, dwLength);
+        dwStatus = AppendLines(lpShared->hFile, size, lpLines, dwLength);
     }
     if (dwStatus != TNWLOG_OK) {
         TnwFileClose(&lpShared->hFile); /* the next line looks at the path and the file's end again */
@@ -149,7 +160,7 @@ static DWORD WriteLate(TNW_SHARED* lpShared, const char* lpLines, DWORD dwLength
         dwStatus = TNWLOG_WRITE_FAILED;
     }
     if (dwStatus == TNWLOG_OK) {
-        dwStatus = TnwFileAppend(hFile, size, lpLines, dwLength);
+        dwStatus = AppendLines(hFile, size, lpLines, dwLength);
     }
     TnwFileClose(&hFile);
     if (bTaken) {

@@ -76,7 +76,8 @@ BOOL TnwFileSize(HANDLE hFile, ULONGLONG* lpSize);
 DWORD TnwFileTrim(HANDLE hFile, ULONGLONG* lpSize);
 DWORD TnwFileCloseLine(HANDLE hFile, ULONGLONG size, BOOL fQuotes);
 
-/* Appends all or nothing: after a short write the file is cut back to size, as far as the system lets it. */
+/* Appends all or nothing: a short write is cut off again, as far as the system lets it and nobody wrote meanwhile.
+ * size: the file's, just before. */
 DWORD TnwFileAppend(HANDLE hFile, ULONGLONG size, const char* lpData, DWORD dwLength);
 BOOL  TnwFileCut(HANDLE hFile, ULONGLONG size);
 BOOL  TnwFileRead(HANDLE hFile, ULONGLONG offset, void* lpData, DWORD dwLength); /* FALSE unless all of it */

@@ -21,6 +21,7 @@ if(EXISTS /usr/include/spdlog)
     dkpf_bench(memory test_machine tnwdiskperf psapi)
     add_executable(empty_program EXCLUDE_FROM_ALL bench/empty_program.cpp)
     target_link_libraries(empty_program PRIVATE dkpf_warnings)
+    target_link_options(empty_program PRIVATE -Wl,--file-alignment,4096)  # as what is shipped
     set_target_properties(empty_program PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bench)
     add_custom_target(benches DEPENDS trace_bench csv_bench store_bench memory_bench empty_program stage)
 endif()

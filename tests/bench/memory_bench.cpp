@@ -1,6 +1,8 @@
 /*
- * Memory of the disk agent with 64 disks and 32 readers, against a program that does nothing. Runs in HOME/bin, with a
- * configuration that collects and writes every second, in a prefix where no driver is registered.
+ * Memory of the disk agent with 64 disks and 32 readers, against a program that does nothing, linked as ours. Runs in
+ * HOME/bin, with a configuration that collects and writes every second, in a prefix where no driver is registered. The
+ * driver runs before the agent does: an agent that starts it does so in a thread, and Wine keeps the stack of the last
+ * thread that ended.
  */
 #include <windows.h>
 

@@ -92,7 +92,7 @@ protected:
     {
         DWORD dwCode = 0xFFFFFFFF;
 
-        EXPECT_EQ(WaitForSingleObject(hProcess, 240000), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(hProcess, 800000), WAIT_OBJECT_0);
         GetExitCodeProcess(hProcess, &dwCode);
         CloseHandle(hProcess);
         return dwCode;

@@ -6,8 +6,5 @@ target_compile_definitions(velcor_driver_test PRIVATE
     DRIVER_FILE="Z:$<TARGET_FILE:velcor>" FILTER_LIBRARY="Z:$<TARGET_FILE:tnwdiskfltr>" FEEDER="Z:$<TARGET_FILE:velcorfeed>"
     PRODUCT_VERSION="${PROJECT_VERSION}")
 
-# The long form of this case makes 130,000 requests.
-set(case EveryBufferLengthHasItsAnswerOnEitherSide)
-file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/velcor_timeouts.cmake
-    "set_tests_properties(velcor_driver_test.Driver.${case} PROPERTIES TIMEOUT 900)\n")
-set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${CMAKE_CURRENT_BINARY_DIR}/velcor_timeouts.cmake)
+# 130,000 requests.
+dkpf_long_case(velcor_driver_test Driver.EveryBufferLengthHasItsAnswerOnEitherSide)

@@ -101,16 +101,24 @@ bool ImportHooks::Replace(const char* dll, WORD ordinal, void* routine)
     return slot != nullptr;
 }
 
+static bool IsCode(const void* address)
+{
+    static const DWORD EXECUTABLE = PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+    MEMORY_BASIC_INFORMATION page = {};
+    return VirtualQuery(address, &page, sizeof page) != 0 && (page.Protect & EXECUTABLE) != 0;
+}
+
 void ImportHooks::ReplaceEach(
-    const std::function<void*(const std::string& dll, const char* name, void* original)>& choose)
+    const std::function<void*(const std::string& dll, const std::string& name, void* original)>& choose)
 {
     VisitImports(m_module, [&](const Import& import) {
-        if (import.name != nullptr) {
+        if (IsCode(*import.slot)) {
             std::string dll = import.dll;
             for (char& letter : dll) {
                 letter = static_cast<char>(tolower(static_cast<unsigned char>(letter)));
             }
-            Store(import.slot, choose(dll, import.name, *import.slot));
+            const std::string name = import.name != nullptr ? import.name : "#" + std::to_string(import.ordinal);
+            Store(import.slot, choose(dll, name, *import.slot));
         }
         return false;
     });

@@ -29,8 +29,10 @@ public:
     /* Puts the routine into the slot. False, and nothing changed, where the module has no such import. */
     bool Replace(const char* dll, const char* name, void* routine);
     bool Replace(const char* dll, WORD ordinal, void* routine);
-    /* Offers every import by name (its DLL's name in lower case), and puts what comes back into its slot. */
-    void ReplaceEach(const std::function<void*(const std::string& dll, const char* name, void* original)>& choose);
+    /* Offers every imported routine, but no data (the DLL's name in lower case, an ordinal as "#3"), and puts what
+     * comes back into its slot. */
+    void
+    ReplaceEach(const std::function<void*(const std::string& dll, const std::string& name, void* original)>& choose);
     /* Puts back what stood in each replaced slot, last one first. */
     void RestoreAll();
 

@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-static const size_t STUB_SIZE = 64;
+static const size_t STUB_SIZE = 128;
 static const size_t STUBS_MAX = 256;
 
 static DWORD s_error;
@@ -62,7 +62,7 @@ ImportWatch::ImportWatch(HMODULE module, Before before)
     if (m_code == nullptr) {
         throw std::runtime_error("no memory for stubs");
     }
-    m_hooks.ReplaceEach([this](const std::string& dll, const char* name, void* original) {
+    m_hooks.ReplaceEach([this](const std::string& dll, const std::string& name, void* original) {
         m_entries.push_back(std::make_unique<Entry>(Entry{ this, { dll, name }, original }));
         return MakeStub(m_entries.back().get());
     });
@@ -72,6 +72,11 @@ ImportWatch::~ImportWatch()
 {
     m_hooks.RestoreAll();
     VirtualFree(m_code, 0, MEM_RELEASE);
+}
+
+size_t ImportWatch::Number() const
+{
+    return m_entries.size();
 }
 
 /* Where the call goes. Arguments are still as the module passed them, so both the routine and its failure can take it
@@ -88,14 +93,23 @@ void* ImportWatch::Arrive(Entry* entry)
 
 void* ImportWatch::MakeStub(Entry* entry)
 {
-    /* Keeps the four register arguments over the call of Arrive(entry), then jumps to where that says. */
+    /* Keeps the four register arguments of either kind over the call of Arrive(entry), then jumps to where that says.
+     */
     static const BYTE code[] = {
         0x51, 0x52, 0x41, 0x50, 0x41, 0x51,             /* push rcx, rdx, r8, r9 */
-        0x48, 0x83, 0xEC, 0x28,                         /* sub rsp, 28h: room for the callee, and 16-byte alignment */
+        0x48, 0x83, 0xEC, 0x68,                         /* sub rsp, 68h: room for the callee, and 16-byte alignment */
         0x48, 0xB9, 0,    0,    0,    0,    0, 0, 0, 0, /* mov rcx, entry */
         0x48, 0xB8, 0,    0,    0,    0,    0, 0, 0, 0, /* mov rax, Arrive */
+        0x0F, 0x29, 0x44, 0x24, 0x20,                   /* movaps [rsp+20h], xmm0 */
+        0x0F, 0x29, 0x4C, 0x24, 0x30,                   /* movaps [rsp+30h], xmm1 */
+        0x0F, 0x29, 0x54, 0x24, 0x40,                   /* movaps [rsp+40h], xmm2 */
+        0x0F, 0x29, 0x5C, 0x24, 0x50,                   /* movaps [rsp+50h], xmm3 */
         0xFF, 0xD0,                                     /* call rax */
-        0x48, 0x83, 0xC4, 0x28,                         /* add rsp, 28h */
+        0x0F, 0x28, 0x44, 0x24, 0x20,                   /* movaps xmm0, [rsp+20h] */
+        0x0F, 0x28, 0x4C, 0x24, 0x30,                   /* movaps xmm1, [rsp+30h] */
+        0x0F, 0x28, 0x54, 0x24, 0x40,                   /* movaps xmm2, [rsp+40h] */
+        0x0F, 0x28, 0x5C, 0x24, 0x50,                   /* movaps xmm3, [rsp+50h] */
+        0x48, 0x83, 0xC4, 0x68,                         /* add rsp, 68h */
         0x41, 0x59, 0x41, 0x58, 0x5A, 0x59,             /* pop r9, r8, rdx, rcx */
         0xFF, 0xE0,                                     /* jmp rax */
     };

@@ -1,6 +1,7 @@
 /*
  * Sees every call that one loaded module makes through its import table, whatever its arguments, and may answer it in
- * the routine's place: "does nothing at all here", "dies at the n-th call", "the n-th call fails".
+ * the routine's place: "does nothing at all here", "dies at the n-th call", "the n-th call fails". Slots that hold data
+ * are left alone.
  */
 #ifndef TESTS_SUPPORT_IMPORT_WATCH_H
 #define TESTS_SUPPORT_IMPORT_WATCH_H
@@ -12,8 +13,8 @@
 class ImportWatch {
 public:
     struct Call {
-        std::string dll; /* lower case, with ".dll" */
-        std::string name;
+        std::string dll;  /* lower case, with ".dll" */
+        std::string name; /* "#3" for an ordinal */
     };
 
     /* Comes before each call. True: the call is not made and fails, with the system's sign of failure for that routine
@@ -27,6 +28,7 @@ public:
 
     /* A call that can fail in the world outside, and is known here with its sign of failure. */
     static bool CanFail(const Call& call);
+    size_t      Number() const; /* of imports that are watched */
 
     DWORD Error = ERROR_IO_DEVICE;
 

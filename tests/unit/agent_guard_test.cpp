@@ -75,6 +75,39 @@ TEST(ProducerGuard, AMutexThatIsOnlyOpenElsewhereDoesNotCount)
     CloseHandle(tool);
 }
 
+// A tool that has the mutex open keeps it alive: what is not released then stays taken.
+TEST(ProducerGuard, TheNameIsFreeAgainThoughItIsOpenElsewhere)
+{
+    std::string  words;
+    const HANDLE tool = CreateMutexW(nullptr, FALSE, NAME);
+    {
+        MutexGuard first(NAME);
+        ASSERT_EQ(first.Take(&words), GuardResult::Taken);
+    }
+    InAnotherThread([&words] {
+        MutexGuard second(NAME);
+        EXPECT_EQ(second.Take(&words), GuardResult::Taken);
+    });
+    CloseHandle(tool);
+}
+
+TEST(ProducerGuard, AMutexThatThisAccountMayNotOpenIsAMatterOfRights)
+{
+    SECURITY_DESCRIPTOR descriptor = {};
+    ACL                 nobody = {};
+    SECURITY_ATTRIBUTES attributes = { sizeof(attributes), &descriptor, FALSE };
+    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+    InitializeAcl(&nobody, sizeof(nobody), ACL_REVISION);
+    SetSecurityDescriptorDacl(&descriptor, TRUE, &nobody, FALSE);
+    const HANDLE taken = CreateMutexW(&attributes, FALSE, NAME);
+    ASSERT_NE(taken, nullptr);
+    std::string words;
+    MutexGuard  guard(NAME);
+    EXPECT_EQ(guard.Take(&words), GuardResult::NoRight);
+    EXPECT_THAT(words, testing::HasSubstr("could not be created: error 5"));
+    CloseHandle(taken);
+}
+
 TEST(ProducerGuard, ANameOfAnotherKindOfObjectIsAFailureInWords)
 {
     const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, NAME);

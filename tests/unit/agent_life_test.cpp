@@ -347,6 +347,21 @@ TEST_F(AgentLifeTest, ADeadHandleIsToldOnceAndTheLibraryComesUpAnewWhenTheDevice
     EXPECT_EQ(world.Texts(TNWLOG_NOTICE)[3],
               " the driver's device is there, the performance library was brought up anew");
     EXPECT_EQ(Last().lastFailure->message, "the driver's device is gone");
+    EXPECT_EQ(world.saved.size(), 6u);  // starting, running, gone, up anew, stopping, stopped
+    EXPECT_EQ(world.saved[2].lastFailure->message, "the driver's device is gone");
+}
+
+TEST_F(AgentLifeTest, ADriverThatCameLateAndGoesAgainIsGoneAndNotAbsent)
+{
+    world.holds = { false, true };
+    world.lives = { false, false, true };
+    world.signals = { Signal::Nothing, Signal::Nothing };
+    world.reinitializeCode = DKPF_ERR_MUTEX_LOCK;
+    Live();
+    const std::string failed = " DkpfReinitialize ended with 0xb0000006: ";
+    EXPECT_THAT(world.Texts(TNWLOG_WARNING),
+                ElementsAre(" the driver's device is not there; waiting until it opens again", HasSubstr(failed),
+                            " the driver's device is gone; waiting until it opens again", HasSubstr(failed)));
 }
 
 TEST_F(AgentLifeTest, ADriverThatWasAbsentAtTheStartIsTakenUpWhenItComes)
@@ -398,7 +413,7 @@ TEST_F(AgentLifeTest, WhileCollectionIsOffNobodyLooksAtTheDevice)
 TEST_F(AgentLifeTest, ARefusedConfigurationKeepsTheLibraryUpAndIsLookedAtAgain)
 {
     world.verdicts = { Accepted(DEFAULTS), Refused("cut off"), Accepted(DEFAULTS) };
-    world.lives = { false };
+    world.lives = { false, true };  // the agent's new handle lives, the library's does not
     world.signals = { Signal::Nothing, Signal::Nothing };
     Live();
     EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "hold", "check",
@@ -418,6 +433,29 @@ TEST_F(AgentLifeTest, ALibraryThatDoesNotComeUpAnewIsTriedAgainWithoutTerminatin
                 ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "hold", "check",
                             "reinitialize", "terminate", "initialize", "hold", "check", "initialize", "terminate"));
     EXPECT_THAT(Last().lastFailure->message, HasSubstr("DkpfInitialize failed with 0xb000001a"));
+}
+
+// Its threads would go on beside those of a library brought up anew, on the same handles.
+TEST_F(AgentLifeTest, ThreadsThatHangWhileTheLibraryIsBroughtUpAnewEndTheProcess)
+{
+    world.lives = { false };
+    world.signals = { Signal::Nothing, Signal::Nothing };
+    world.terminateCode = DKPF_ERR_THREAD_EXIT;
+    EXPECT_EQ(Live(), AGENT_STOP_OVERDUE);
+    EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "hold", "check",
+                                         "reinitialize", "terminate"));
+    EXPECT_EQ(Last().phase, AgentPhase::Stopped);
+    EXPECT_EQ(Last().exitCode, 7u);
+    EXPECT_THAT(Last().lastFailure->message, HasSubstr("0xb000000a"));
+}
+
+TEST_F(AgentLifeTest, ALesserFailureOfTheEndDoesNotKeepTheLibraryFromComingUpAnew)
+{
+    world.lives = { false, true };
+    world.signals = { Signal::Nothing };
+    world.terminateCode = DKPF_ERR_UNMAPVIEW;
+    EXPECT_EQ(Live(), AGENT_STOPPED);
+    EXPECT_EQ(world.calls[world.calls.size() - 2], "initialize");
 }
 
 TEST_F(AgentLifeTest, ABroughtUpLibraryHasAllSettingsOfTheFileInForce)
@@ -463,6 +501,7 @@ TEST_F(AgentLifeTest, AReloadOfAnUnchangedFileStillReadsItAndSaysThatNothingIsNe
     EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "check",
                                          "reinitialize", "terminate"));
     EXPECT_THAT(world.Texts(TNWLOG_NOTICE), testing::Contains(" reload: taken over: nothing new"));
+    EXPECT_THAT(world.Texts(TNWLOG_WARNING), IsEmpty());
     EXPECT_THAT(Last().lastReload->takenOver, IsEmpty());
 }
 
@@ -540,7 +579,8 @@ TEST_F(AgentLifeTest, AChangedUtcOffsetIsLoggedOnceAndSaved)
     world.signals = { Signal::Nothing, Signal::Nothing, Signal::Nothing };
     Live();
     EXPECT_THAT(world.Texts(TNWLOG_NOTICE), testing::Contains(" UTC offset changes from +01:00 to +02:00").Times(1));
-    EXPECT_EQ(Last().utcOffsetMinutes, 120);
+    EXPECT_EQ(world.saved.size(), 5u);  // starting, running, changed, stopping, stopped
+    EXPECT_EQ(world.saved[2].utcOffsetMinutes, 120);
 }
 
 TEST_F(AgentLifeTest, AnUnchangedUtcOffsetWritesNothing)

@@ -332,6 +332,25 @@ TEST_F(ServiceStartTest, OneThatIsNotInstalledIsNotStarted)
     EXPECT_EQ(services.starts, 0);
 }
 
+TEST_F(ServiceStartTest, OneThatCannotBeAskedForIsNotStarted)
+{
+    ServiceInfo refused;
+    refused.error = ERROR_ACCESS_DENIED;
+    services.answers = { refused };
+    EXPECT_THAT(Start().words, HasSubstr("could not be asked for: error 5"));
+    EXPECT_EQ(services.starts, 0);
+}
+
+TEST_F(ServiceStartTest, OneThatStandsOrComesUpIsLeftToStartAndWait)
+{
+    services.answers = { In(SERVICE_RUNNING), ServiceInfo{}, In(SERVICE_STOPPED), In(SERVICE_START_PENDING) };
+    EXPECT_TRUE(NoStartNeeded(services, L"velcor")->running);
+    EXPECT_EQ(NoStartNeeded(services, L"velcor")->words, "is not installed");
+    EXPECT_FALSE(NoStartNeeded(services, L"velcor"));
+    EXPECT_FALSE(NoStartNeeded(services, L"velcor"));
+    EXPECT_EQ(services.starts, 0);
+}
+
 TEST_F(ServiceStartTest, ARefusedStartSaysTheSystemsReason)
 {
     services.answers = { In(SERVICE_STOPPED) };

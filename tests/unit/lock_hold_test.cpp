@@ -1,17 +1,17 @@
 /*
  * What happens while the region's mutex is held: nothing that goes to the system, and nothing that is formatted. Every
- * import of the library is counted, whichever routine it is, on the real mutex.
+ * import of the library is watched, whichever routine it is, on the real mutex.
  */
 #include <gmock/gmock.h>
 
+#include <map>
 #include <set>
 
 #include "diskperf.h"
-#include "support/every_import.h"
-#include "support/import_hooks.h"
+#include "support/import_watch.h"
 #include "tnwlog.h"
 
-using Calls = std::map<std::string, ULONGLONG>;
+using Calls = std::map<std::string, int>;  // by routine: "kernel32.dll!SetEvent", "tnwlog.dll!#3"
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Pair;
@@ -19,13 +19,12 @@ using testing::UnorderedElementsAre;
 
 /* What the hooks see; one thread. */
 static struct {
-    HANDLE             mutex;
-    const EveryImport* imports;
-    bool               held;
-    Calls              atLock;
-    Calls              within;       // calls between lock and unlock
-    std::set<DWORD>    traceLevels;  // of the lines handed over between lock and unlock
-    int                holds;
+    HANDLE          mutex;
+    bool            held;
+    Calls           within;       // calls between lock and unlock
+    Calls           outside;      // all others
+    std::set<DWORD> traceLevels;  // of the lines handed over between lock and unlock
+    int             holds;
 } g_watch;
 
 static DWORD WINAPI WatchedWait(HANDLE handle, DWORD limit)
@@ -34,7 +33,6 @@ static DWORD WINAPI WatchedWait(HANDLE handle, DWORD limit)
     if (handle == g_watch.mutex) {
         g_watch.held = true;
         g_watch.holds++;
-        g_watch.atLock = g_watch.imports->Calls();
     }
     return result;
 }
@@ -42,13 +40,6 @@ static DWORD WINAPI WatchedWait(HANDLE handle, DWORD limit)
 static BOOL WINAPI WatchedRelease(HANDLE handle)
 {
     if (handle == g_watch.mutex) {
-        for (const auto& [name, count] : g_watch.imports->Calls()) {
-            const auto before = g_watch.atLock.find(name);
-            const auto more = count - (before == g_watch.atLock.end() ? 0 : before->second);
-            if (more != 0) {
-                g_watch.within[name] += more;
-            }
-        }
         g_watch.held = false;
     }
     return ReleaseMutex(handle);
@@ -73,10 +64,12 @@ protected:
         g_watch = {};
         g_watch.mutex = CreateMutexA(NULL, FALSE, "Global\\TNW_DKPF_MUTEX_UNDER_TEST");
         ASSERT_NE(static_cast<HANDLE>(NULL), g_watch.mutex);
-        // The watchers stand in front of the counting stubs, whose counts they compare.
-        imports = std::make_unique<EveryImport>(module);
+        // These three are replaced: they are not among the calls that the watch counts.
+        imports = std::make_unique<ImportWatch>(module, [](const ImportWatch::Call& call) {
+            (g_watch.held ? g_watch.within : g_watch.outside)[call.dll + "!" + call.name]++;
+            return false;
+        });
         hooks = std::make_unique<ImportHooks>(module);
-        g_watch.imports = imports.get();
         ASSERT_TRUE(hooks->Replace("KERNEL32.dll", "WaitForSingleObject", Address(&WatchedWait)));
         ASSERT_TRUE(hooks->Replace("KERNEL32.dll", "ReleaseMutex", Address(&WatchedRelease)));
         ASSERT_TRUE(hooks->Replace("tnwlog.dll", 3, Address(&WatchedLogWrite)));
@@ -126,7 +119,7 @@ protected:
         }
     }
 
-    std::unique_ptr<EveryImport> imports;
+    std::unique_ptr<ImportWatch> imports;
     std::unique_ptr<ImportHooks> hooks;
     DWORD                        error = 0;
 };
@@ -136,11 +129,11 @@ TEST_F(LockHold, ACallUnderTheLockIsSeen)
 {
     EXPECT_GT(imports->Number(), 60u);
     HANDLE event = _DkpfCreateEvent(TRUE, NULL);
-    EXPECT_EQ(1u, imports->Calls().count("KERNEL32.dll!CreateEventA"));
+    EXPECT_EQ(1u, g_watch.outside.count("kernel32.dll!CreateEventA"));
     WatchedWait(g_watch.mutex, INFINITE);
     const HANDLE second = _DkpfCreateEvent(TRUE, NULL);
     WatchedRelease(g_watch.mutex);
-    EXPECT_EQ(1u, SystemCalls().count("KERNEL32.dll!CreateEventA"));
+    EXPECT_EQ(1u, SystemCalls().count("kernel32.dll!CreateEventA"));
     CloseHandle(event);
     CloseHandle(second);
 }

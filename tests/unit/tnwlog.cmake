@@ -3,10 +3,6 @@ include(support/test_home.cmake)
 dkpf_test_product(tnwlog)
 dkpf_test_product(tnwmsg)
 
-# Every call that a module makes.
-add_library(import_watch STATIC support/import_watch.cpp)
-target_link_libraries(import_watch PUBLIC import_hooks PRIVATE dkpf_warnings)
-
 dkpf_test(tnwlog_strings_test unit SOURCES unit/tnwlog_strings_test.cpp LIBS test_home)
 dkpf_test(tnwlog_trace_test unit SOURCES unit/tnwlog_trace_test.cpp LIBS test_home import_watch)
 dkpf_test(tnwlog_events_test unit SOURCES unit/tnwlog_events_test.cpp LIBS test_home)
@@ -18,3 +14,5 @@ target_include_directories(tnwlog_writer PRIVATE ${CMAKE_SOURCE_DIR}/tests ${CMA
 target_link_libraries(tnwlog_writer PRIVATE test_home import_watch dkpf_warnings)
 dkpf_test_product(tnwlog_writer)
 dkpf_test(tnwlog_process_test process SOURCES process/tnwlog_process_test.cpp LIBS test_home)
+# 400,000 lines.
+dkpf_long_case(tnwlog_process_test Writers.EightProcessesLoseTearAndReorderNothingOverManyRotations)

@@ -2,8 +2,10 @@
 #include "support/import_watch.h"
 #include "tnwlog_fixture.h"
 #include <algorithm>
+#include <functional>
 #include <iostream>
 #include <stdio.h>
+#include <utility>
 
 namespace {
 
@@ -16,12 +18,14 @@ struct Calls {
     int       waits = 0, writes = 0, releases = 0, times = 0, formats = 0, allocations = 0, opens = 0, moves = 0;
     DWORD     waitResult = WAIT_OBJECT_0;
     DWORD     failMoveAt = 0;  // the n-th rename from now fails as if the file were held
-    DWORD     shortWrite = 0;  // not 0: WriteFile writes so many bytes less, and succeeds
+    DWORD     shortWrite = 0;  // not 0: WriteFile writes so many bytes less of what is longer, and succeeds
     DWORD     writeError = 0;  // not 0: WriteFile fails with it
     DWORD     openError = 0;   // not 0: CreateFileW fails with it
     bool      refuseRead = false;
     bool      mutexRefused = false;
     ULONGLONG ticks = 1000000;
+    std::function<void()>    otherWriter;  // runs in front of the next WriteFile, or behind it
+    bool                     otherIsLater = false;
     std::vector<DWORD>       waitTimes;
     std::vector<std::string> mutexNames;
     int                      nullDacls = 0;
@@ -47,7 +51,22 @@ BOOL WINAPI WriteHook(HANDLE hFile, LPCVOID lpData, DWORD dwLength, LPDWORD lpdw
         SetLastError(g_calls.writeError);
         return FALSE;
     }
-    return WriteFile(hFile, lpData, dwLength - g_calls.shortWrite, lpdwWritten, lpAt);
+    const DWORD dwLess = dwLength > g_calls.shortWrite ? g_calls.shortWrite : 0;
+    const auto  otherWriter = std::exchange(g_calls.otherWriter, nullptr);
+    if (otherWriter && !g_calls.otherIsLater) {
+        otherWriter();
+    }
+    const BOOL bDone = WriteFile(hFile, lpData, dwLength - dwLess, lpdwWritten, lpAt);
+    if (otherWriter && g_calls.otherIsLater) {
+        otherWriter();
+    }
+    return bDone;
+}
+
+BOOL WINAPI NoCut(HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD)
+{
+    SetLastError(ERROR_IO_DEVICE);
+    return FALSE;
 }
 
 void WINAPI TimeHook(LPSYSTEMTIME lpTime)
@@ -655,6 +674,59 @@ TEST_F(Trace, AShortWriteOfAFullDiskLeavesNoPartOfTheLine)
     EXPECT_THAT(Texts()[1], HasSubstr(": 1 lines were dropped"));
     EXPECT_EQ(Texts()[2], "after");
     api->log_term(hLog);
+}
+
+// A line that did not get the lock may land right in front of a part of one that did, or behind it. It stays.
+TEST_F(Trace, AShortWriteTakesNoLineOfAnotherWriterAway)
+{
+    for (const bool bLater : { false, true }) {
+        HTNWLOG hOwner = Open(), hLate = Open();
+
+        Put(hOwner, "before");
+        Hook("kernel32.dll", "WriteFile", WriteHook);
+        Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+        g_calls.shortWrite = 10;
+        g_calls.otherIsLater = bLater;
+        g_calls.otherWriter = [&] {
+            const DWORD dwShort = std::exchange(g_calls.shortWrite, 0);
+            g_calls.waitResult = WAIT_TIMEOUT;
+            Put(hLate, "late");
+            g_calls.waitResult = WAIT_OBJECT_0;
+            g_calls.shortWrite = bLater ? 0 : dwShort;
+        };
+        Put(hOwner, "owner, cut off");
+        hooks.clear();
+        Put(hLate, "next");
+        const std::vector<std::string> texts = Texts();
+        if (bLater) {
+            EXPECT_THAT(texts, ElementsAre("before", "owner,", "late", "next"));
+        } else {
+            EXPECT_THAT(texts, ElementsAre("before", "late", "owner,", "next"));
+        }
+        api->log_term(hOwner);
+        api->log_term(hLate);
+        home.Remove(L"log\\diskperf.log");
+    }
+}
+
+// Another writer has the file open and does not look at its end.
+TEST_F(Trace, APartThatCannotBeTakenBackIsClosedBeforeAnotherWritersLine)
+{
+    HTNWLOG hLog = Open(), hOther = Open();
+
+    Hook("kernel32.dll", "GetTickCount64", TickHook);  // stands still: both have just opened the file
+    Put(hLog, "before");
+    Put(hOther, "other");
+    {
+        ImportHook write(api->Module(), "kernel32.dll", "WriteFile", WriteHook);
+        ImportHook cut(api->Module(), "kernel32.dll", "SetFileInformationByHandle", NoCut);
+        g_calls.shortWrite = 10;
+        Put(hLog, "owner, cut off");
+    }
+    Put(hOther, "next");
+    EXPECT_THAT(Texts(), ElementsAre("before", "other", "owner,", "next"));
+    api->log_term(hLog);
+    api->log_term(hOther);
 }
 
 TEST_F(Trace, ARefusedWriteIsCountedAndTheNextLineTriesAgain)

@@ -82,23 +82,31 @@ std::string ServiceStateText(DWORD state)
     }
 }
 
+std::optional<ServiceStart> NoStartNeeded(ServiceManager& services, const wchar_t* name)
+{
+    const ServiceInfo info = services.Query(name);
+    if (info.error != ERROR_SUCCESS)
+        return ServiceStart{ false, "could not be asked for: " + SystemErrorText(info.error) };
+    if (!info.installed)
+        return ServiceStart{ false, "is not installed" };
+    if (info.state == SERVICE_RUNNING)
+        return ServiceStart{ true, "is running already" };
+    return std::nullopt;
+}
+
 ServiceStart StartAndWait(ServiceManager& services, const wchar_t* name, DWORD limitMs,
                           const std::function<bool(DWORD)>& wait)
 {
-    ServiceInfo info = services.Query(name);
-    if (info.error != ERROR_SUCCESS)
-        return { false, "could not be asked for: " + SystemErrorText(info.error) };
-    if (!info.installed)
-        return { false, "is not installed" };
-    if (info.state == SERVICE_RUNNING)
-        return { true, "is running already" };
+    const std::optional<ServiceStart> settled = NoStartNeeded(services, name);
+    if (settled)
+        return *settled;
 
     const DWORD error = services.Start(name);
     if (error != ERROR_SUCCESS && error != ERROR_SERVICE_ALREADY_RUNNING)
         return { false, "could not be started: " + SystemErrorText(error) };
 
     for (DWORD waitedMs = 0;; waitedMs += START_STEP_MS) {
-        info = services.Query(name);
+        const ServiceInfo info = services.Query(name);
         if (info.state == SERVICE_RUNNING)
             return { true, "was started" };
         if (info.state == SERVICE_STOPPED)

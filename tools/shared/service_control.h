@@ -6,6 +6,7 @@
 
 #include <windows.h>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace dkpf {
@@ -35,6 +36,10 @@ struct ServiceStart {
     bool        running = false;
     std::string words;  // "is running already", "was started", or why it does not run
 };
+
+/* What StartAndWait answers without a start, for whoever cannot afford the start call to hang: the service runs, is not
+ * installed, or cannot be asked for. Nothing where it has to be started. */
+std::optional<ServiceStart> NoStartNeeded(ServiceManager& services, const wchar_t* name);
 
 /**
  * Starts a service unless it runs, and waits until it does.
