@@ -314,10 +314,36 @@ TEST(QueryText, Json)
 )");
 }
 
+// A table that was edited by hand may hold anything; whoever reads the output still gets JSON.
+TEST(QueryText, JsonOfATextThatIsNoUtf8)
+{
+    QueryFacts facts = Facts();
+    facts.names.object = "Pl\xE4tte";
+    EXPECT_THAT(QueryJson(facts), HasSubstr("\"object\": \"Pl\xEF\xBF\xBDtte\","));
+}
+
+TEST(QueryText, SystemNamesAndARestartInTheJson)
+{
+    QueryFacts facts = Facts();
+    facts.names.fromSystem = true;
+    facts.reading.attachedAgain = true;
+    EXPECT_THAT(QueryJson(facts), HasSubstr("\"attached_again\": true,\n  \"names_from\": \"system\","));
+}
+
+TEST(QueryText, ATableWithoutNamesHasAHeadAllTheSame)
+{
+    QueryFacts facts = Facts();
+    facts.names.object.clear();
+    EXPECT_EQ(QueryTable(facts).substr(0, 27), "performance object of SRV1\n");
+}
+
 TEST(QueryText, CountersByNameInAnyCaseOrByNumber)
 {
-    const CounterNames names = Facts().names;
-    size_t             counter = 99;
+    CounterNames names = Facts().names;
+    size_t       counter = 99;
+    names.counters[15].name = "Avg. us/Write Z";
+    EXPECT_TRUE(FindCounter(names, "avg. US/wRITE z", &counter));
+    EXPECT_EQ(counter, 15u);
     EXPECT_TRUE(FindCounter(names, "transfer ratio %", &counter));
     EXPECT_EQ(counter, 0u);
     EXPECT_TRUE(FindCounter(names, "16", &counter));
@@ -342,4 +368,7 @@ TEST(QueryText, DisksByNumberTotalOrAll)
     ASSERT_EQ(ChosenRows(rows, "7").size(), 1u);
     EXPECT_EQ(ChosenRows(rows, "7")[0].disk, 7);
     EXPECT_THAT(ChosenRows(rows, "8"), IsEmpty());
+    EXPECT_EQ(NotPresentText(rows, "8"), "mirror disk 8 is not present; present: 7");
+    EXPECT_EQ(NotPresentText({ rows[0] }, "8"), "mirror disk 8 is not present; present: none");
+    EXPECT_EQ(NotPresentText({ rows[0], rows[1], rows[1] }, "8"), "mirror disk 8 is not present; present: 7, 7");
 }
