@@ -105,8 +105,8 @@ TEST(PerfNames, TheInstalledTableBySymbolAndOffset)
 
 TEST(PerfNames, TheSystemsNamesWhereItHasAllOfThem)
 {
-    NameSources sources{ SystemNames(), { { 2001, "help of the object" }, { 2035, "help of the last" } }, {} };
-    const auto  names = NamesOf(sources, 2000, 2001);
+    NameSources sources{ SystemNames(), { { 3001, "help of the object" }, { 3035, "help of the last" } }, {} };
+    const auto  names = NamesOf(sources, 2000, 3001);
     EXPECT_TRUE(names.fromSystem);
     EXPECT_EQ(names.objectIndex, 2000u);
     EXPECT_EQ(names.object, "title 0");
