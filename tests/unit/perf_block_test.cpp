@@ -219,10 +219,11 @@ TEST(PerfBlock, EachDamageIsSaidInWords)
 TEST(PerfBlock, ACounterOfAnotherSizeCountsAsZeroAndMovesNothing)
 {
     const std::vector<build::Counter> counters = { { 2, 3, 0, PERF_SIZE_ZERO, 0 },
-                                                   { 4, 5, 0, PERF_COUNTER_LARGE_RAWCOUNT, 8 } };
-    const PerfBlock block = Walk(build::Block({ build::Object(10, 11, counters, nullptr, { 9, 8 }) }));
+                                                   { 4, 5, 0, PERF_SIZE_VARIABLE_LEN, 2 },
+                                                   { 6, 7, 0, PERF_COUNTER_LARGE_RAWCOUNT, 8 } };
+    const PerfBlock block = Walk(build::Block({ build::Object(10, 11, counters, nullptr, { 9, 7, 8 }) }));
     ASSERT_EQ(block.objects.size(), 1u);
-    EXPECT_THAT(block.objects[0].instances[0].values, ElementsAre(0u, 8u));
+    EXPECT_THAT(block.objects[0].instances[0].values, ElementsAre(0u, 0u, 8u));
 }
 
 TEST(PerfBlock, RandomDamageIsNeverReadOutside)
