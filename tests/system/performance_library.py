@@ -165,12 +165,16 @@ class Top:
         self.master, self.slave = pty.openpty()
         self.resize(lines, 80)
         self.settings = termios.tcgetattr(self.slave)
-        commands = 'trap : INT; "$@"; printf "\\nended with %d\\n" $?; read -r line'
+        commands = 'trap : INT; while :; do "$@"; printf "\\nended with %d\\n" $?; read -r line; done'
         program = [WINE, str(product.home / "bin/dkpfctl.exe"), "top", *arguments]
         self.shell = subprocess.Popen(
             ["bash", "-c", commands, "bash", *program], stdin=self.slave, stdout=self.slave, stderr=self.slave,
             env=dict(product.environment, TERM="xterm"), start_new_session=True,
             preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))  # or Ctrl+C reaches nobody
+        # What Product.run() says about Wine that does not create a process.
+        if wait_for(f"a word of {self.name}", lambda: "".join(self.frame()).strip()) == "ended with 1":
+            self.text = b""
+            self.type(b"\n")
 
     def __enter__(self):
         return self
