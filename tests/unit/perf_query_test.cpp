@@ -230,6 +230,23 @@ TEST(QueryText, TheTableOfManyDisksStaysInItsWidth)
     EXPECT_EQ(text.find("no value"), std::string::npos);
 }
 
+// 16 letters of the title and 7 for each disk: the 12th ends in column 100, the 13th begins a group of its own.
+TEST(QueryText, ALineMayBeExactlyAsWideAsTheTable)
+{
+    QueryFacts facts = Facts();
+    facts.counters = { 0 };
+    facts.reading.rows.clear();
+    for (int disk = 10; disk <= 22; disk++) {
+        ReadingRow row;
+        row.disk = disk;
+        row.name = "NMP" + std::to_string(disk);
+        facts.reading.rows.push_back(row);
+    }
+    const std::string text = QueryTable(facts);
+    EXPECT_THAT(text, HasSubstr("  NMP21\nTransfer Ratio %"));
+    EXPECT_THAT(text, HasSubstr("\n\n                  NMP22\nTransfer Ratio %"));
+}
+
 TEST(QueryText, Csv)
 {
     EXPECT_EQ(QueryCsv(Facts()),
