@@ -230,6 +230,16 @@ TEST(QueryText, TheTableOfManyDisksStaysInItsWidth)
     EXPECT_EQ(text.find("no value"), std::string::npos);
 }
 
+// The line below the table explains the "-" alone.
+TEST(QueryText, IdleNeedsNoExplanation)
+{
+    QueryFacts facts = Facts();
+    facts.counters = { 0 };
+    const std::string text = QueryTable(facts);
+    EXPECT_THAT(text, HasSubstr("Transfer Ratio %      62  idle\n"));
+    EXPECT_EQ(text.find("no value"), std::string::npos);
+}
+
 // 16 letters of the title and 7 for each disk: the 12th ends in column 100, the 13th begins a group of its own.
 TEST(QueryText, ALineMayBeExactlyAsWideAsTheTable)
 {
