@@ -609,6 +609,8 @@ TEST(TopScreen, WithoutASampleItWaits)
         "q or Ctrl+C ends",
     };
     EXPECT_EQ(Texts(Screen(reading, 80, 24)), expected);
+    reading.rows = ThreeDisks().rows;  // of no sample
+    EXPECT_EQ(StateOf(reading), TopState::Waiting);
 }
 
 TEST(TopScreen, ARestartOfTheProducerIsSaid)
