@@ -230,6 +230,18 @@ TEST_F(TopLoopTest, AnotherReasonIsSaidAtOnce)
                          "14:05:02 NO VALUES: no right; trying again every second\n");
 }
 
+// The words of a sample that ages hold its age, and so change with each reading.
+TEST_F(TopLoopTest, AnAgeThatGrowsIsNoOtherReason)
+{
+    Reading later = Stale(12000, 1);
+    later.words = "it hangs still";
+    source.Add(Stale(11000, 1));
+    source.Add(later);
+    view.endAfter = 2;
+    Run();
+    EXPECT_EQ(view.said, "14:05:00 no new sample for 11.0 s, 1 poll missed; the agent hangs\n");
+}
+
 // The first reading finds the region of an agent that is long gone.
 TEST_F(TopLoopTest, OldValuesAreNeverPrintedAndCountAsNoReading)
 {
