@@ -62,11 +62,12 @@ ToolExit RunQuery(const QueryOptions& options)
         PrintError("dkpfctl: " + facts.reading.words + "\n");
         return TOOL_WRONG;
     }
-    facts.reading.rows = ChosenRows(facts.reading.rows, options.disk);
-    if (facts.reading.rows.empty()) {
-        PrintError("dkpfctl: mirror disk " + options.disk + " is not present\n");
+    const std::vector<ReadingRow> rows = ChosenRows(facts.reading.rows, options.disk);
+    if (rows.empty()) {
+        PrintError("dkpfctl: " + NotPresentText(facts.reading.rows, options.disk) + "\n");
         return TOOL_WRONG;
     }
+    facts.reading.rows = rows;
     facts.names = reader.Names();
     facts.computer = ComputerName();
     facts.utcOffsetMinutes = LocalUtcOffsetMinutes();

@@ -71,6 +71,16 @@ std::vector<ReadingRow> ChosenRows(const std::vector<ReadingRow>& rows, const st
     return chosen;
 }
 
+std::string NotPresentText(const std::vector<ReadingRow>& rows, const std::string& disk)
+{
+    std::string present;
+    for (const ReadingRow& row : rows) {
+        if (row.disk != 0)
+            present += (present.empty() ? "" : ", ") + std::to_string(row.disk);
+    }
+    return fmt::format("mirror disk {} is not present; present: {}", disk, present.empty() ? "none" : present);
+}
+
 static std::string CellText(const Cell& cell)
 {
     switch (cell.kind) {

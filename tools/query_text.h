@@ -47,6 +47,9 @@ bool IsDiskChoice(const std::string& text);
 /* Leaves the rows that were asked for. Empty: the disk is not present. */
 std::vector<ReadingRow> ChosenRows(const std::vector<ReadingRow>& rows, const std::string& disk);
 
+/* Says so, and which disks are; without a period. */
+std::string NotPresentText(const std::vector<ReadingRow>& rows, const std::string& disk);
+
 }  // namespace dkpf
 
 #endif

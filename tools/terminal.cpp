@@ -27,6 +27,9 @@ static void RestoreConsole()
         FillConsoleOutputAttribute(g_screen, info.wAttributes, cells, COORD{ 0, 0 }, &filled);
         FillConsoleOutputCharacterW(g_screen, L' ', cells, COORD{ 0, 0 }, &filled);
     }
+    // Nor does it give the cursor back that our buffer hid.
+    const CONSOLE_CURSOR_INFO shown = { 25, TRUE };
+    SetConsoleCursorInfo(g_screen, &shown);
     SetConsoleActiveScreenBuffer(g_before);
 }
 

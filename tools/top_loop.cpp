@@ -99,7 +99,7 @@ TopEnd TopLoop(const TopOptions& options, const std::string& computer, IntervalS
         const TopState state = StateOf(reading);
         if (state == TopState::Live || state == TopState::Late)
             end.everRead = true;
-        end.words = StateText(reading);
+        end.words = state == TopState::Unavailable ? reading.words : StateText(reading);  // nothing is tried again
 
         if (!ShowScreen(reading, source->Names(), computer, &scroll, view)) {
             const std::string text = plain.TextOf(reading, source->Names(), computer, view->LocalNow(), view->NowMs());

@@ -263,7 +263,7 @@ static std::vector<ScreenLine> StatusLines(const Reading& reading, size_t width)
 static std::string LeftOutText(size_t above, size_t below)
 {
     if (above == 0)
-        return fmt::format("{} more {}", below, below == 1 ? "disk" : "disks");
+        return fmt::format("{} more disks", below);  // with their line, at least two
     const std::string text = fmt::format("{} {} above", above, above == 1 ? "disk" : "disks");
     return below == 0 ? text : text + fmt::format(", {} below", below);
 }

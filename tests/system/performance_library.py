@@ -4,16 +4,18 @@ import datetime
 import fcntl
 import json
 import os
+import pathlib
 import pty
 import re
 import select
 import shutil
+import signal
 import struct
 import subprocess
 import termios
 
 import model
-from product import ROOT, WINE, expect, fields_of, main, wait_for
+from product import ROOT, WINE, Failed, expect, fields_of, main, wait_for
 
 SCENARIO = """
 disk 1 on async writes 100 bytes 8K latency 400 longest 900 request 64K
@@ -152,43 +154,137 @@ def check_example(product):
         expect((line[1] == "0") == (line[2] == "0"), f"total: {line[0]}")
 
 
-def on_terminal(product, keys, *arguments):
-    """dkpfctl top on a terminal of 80 columns and 24 lines; keys are typed when the table is there. Exit code, output."""
-    master, slave = pty.openpty()
-    fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
-    before = termios.tcgetattr(slave)
-    top = subprocess.Popen([WINE, str(product.home / "bin/dkpfctl.exe"), "top", *arguments], stdin=slave, stdout=slave,
-                           stderr=slave, env=dict(product.environment, TERM="xterm"), start_new_session=True,
-                           preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))  # or Ctrl+C reaches nobody
-    text = b""
+class Top:
+    """dkpfctl top on a terminal of 80 columns, below a shell that outlives it, as a user has it: at the end of a terminal's
+    first program the system itself would put the terminal's settings back."""
 
-    def ended():
-        nonlocal text, keys
-        while select.select([master], [], [], 0.1)[0]:
-            text += os.read(master, 65536)
-        if b"NMP5" in text and b"ratio" in text and keys:
-            os.write(master, keys)
-            keys = b""
-        return top.poll() is not None
-    try:
-        wait_for(f"the end of top {arguments}", ended, 40)
-        expect(termios.tcgetattr(slave) == before, f"top {arguments} {keys}: the terminal's settings changed")
-    finally:
-        top.kill()
-        os.close(slave)
-        os.close(master)
-    return top.returncode, text
+    def __init__(self, product, *arguments, lines=24):
+        self.name = f"top {arguments}"
+        self.lines = lines
+        self.text = b""
+        self.master, self.slave = pty.openpty()
+        self.resize(lines, 80)
+        self.settings = termios.tcgetattr(self.slave)
+        commands = 'trap : INT; while :; do "$@"; printf "\\nended with %d\\n" $?; read -r line; done'
+        program = [WINE, str(product.home / "bin/dkpfctl.exe"), "top", *arguments]
+        self.shell = subprocess.Popen(
+            ["bash", "-c", commands, "bash", *program], stdin=self.slave, stdout=self.slave, stderr=self.slave,
+            env=dict(product.environment, TERM="xterm"), start_new_session=True,
+            preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))  # or Ctrl+C reaches nobody
+        # What Product.run() says about Wine that does not create a process.
+        if wait_for(f"a word of {self.name}", lambda: "".join(self.frame()).strip()) == "ended with 1":
+            self.text = b""
+            self.type(b"\n")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        for number in self.programs():
+            os.kill(number, signal.SIGKILL)
+        self.shell.kill()
+        self.shell.wait()
+        self.hang_up()
+
+    def resize(self, lines, columns):
+        fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
+
+    def hang_up(self):
+        """The window is closed."""
+        for number in (self.slave, self.master):
+            if number is not None:
+                os.close(number)
+        self.slave = self.master = None
+
+    def programs(self):
+        """Process numbers of top, none where it has ended."""
+        try:
+            return [int(each) for each in
+                    pathlib.Path(f"/proc/{self.shell.pid}/task/{self.shell.pid}/children").read_text().split()]
+        except OSError:
+            return []
+
+    def type(self, keys):
+        os.write(self.master, keys)
+
+    def read(self):
+        while select.select([self.master], [], [], 0.1)[0]:
+            self.text += os.read(self.master, 65536)
+        return self.text
+
+    def frame(self):
+        """The screen as it was drawn last, by lines, without colours."""
+        last = re.sub(rb"\x1b\[[0-9;?]*[A-GI-Za-z]", b"", self.read()).split(b"\x1b[H")[-1]
+        return last.decode().replace("\r", "").split("\n")
+
+    def shows(self, words, line):
+        """Waits until a line of the screen starts with these words."""
+        def shown():
+            frame = self.frame()
+            return len(frame) > line and frame[line].startswith(words)
+        try:
+            wait_for(f"{words} in line {line}", shown, 40)
+        except Failed as error:
+            raise Failed(f"{self.name}: {error}\n" + "\n".join(self.frame()))
+
+    def ended(self):
+        """Waits for the end, and returns the exit code."""
+        found = wait_for(f"the end of {self.name}", lambda: re.search(rb"\nended with (\d+)", self.read()), 40)
+        return int(found[1])
+
+    def check_restored(self):
+        """The last thing drawn, from the upper left corner on, is lines without a letter; the cursor is back."""
+        tail = self.text[self.text.rindex(b"_Total"):]
+        blank = rb"\x1b\[H(\x1b\[\?25h)?(\x1b\[K[\r\n]*){%d}" % self.lines
+        expect(re.search(blank, tail), f"{self.name} left its screen: {tail!r}")
+        cursor = re.findall(rb"\x1b\[\?25[hl]", self.text)
+        expect(cursor and cursor[-1].endswith(b"h"), f"{self.name} left the cursor hidden: {cursor}")
+        expect(termios.tcgetattr(self.slave) == self.settings, f"{self.name}: the terminal's settings changed")
 
 
 def check_terminal(product):
-    """The screen is shown, and taken away again, whatever ends it."""
+    """The screen is shown, follows the keys, and is taken away again, whatever ends it."""
     for keys, arguments in ((b"q", ()), (b"\x03", ()), (b"", ("--seconds", "3"))):
-        code, text = on_terminal(product, keys, *arguments)
-        expect(code == 0, f"top {keys} {arguments}: exit code {code}\n{text[-500:]!r}")
-        expect(b"q or Ctrl+C ends" in text and b"_Total" in text, f"top {keys} {arguments}: no screen\n{text[-500:]!r}")
-        # The last thing drawn, from the upper left corner on, is 24 lines without a letter.
-        tail = text[text.rindex(b"q or Ctrl+C"):]
-        expect(re.search(rb"\x1b\[H(\x1b\[K[\r\n]*){24}", tail), f"top {keys} {arguments} left its screen: {tail!r}")
+        with Top(product, *arguments) as top:
+            top.shows("_Total", 6)
+            top.shows("q or Ctrl+C ends", 10)
+            top.type(keys)
+            code = top.ended()
+            expect(code == 0, f"{top.name} {keys}: exit code {code}\n{top.text[-500:]!r}")
+            top.check_restored()
+
+    # Six lines hold the sample, two of titles, the total, one disk and the count of the others.
+    with Top(product, lines=6) as top:
+        top.shows("NMP1", 4)
+        for keys, disk, others in ((b"\x1b[B", 2, "1 disk above, 1 below"), (b"\x1b[6~", 5, "2 disks above"),
+                                   (b"\x1b[H", 1, "2 more disks"), (b"\x1b[F", 5, "2 disks above"),
+                                   (b"\x1b[A", 2, "1 disk above, 1 below"), (b"\x1b[5~", 1, "2 more disks")):
+            top.type(keys)
+            top.shows(f"NMP{disk}", 4)
+            top.shows(others, 5)
+        # A window of another size: Wine keeps the first one, and nothing else happens.
+        top.resize(24, 100)
+        top.type(b"\x1b[B")
+        top.shows("NMP2", 4)
+        top.type(b"q")
+        expect(top.ended() == 0, f"resized: {top.text[-500:]!r}")
+        top.check_restored()
+
+    # Killed it cannot give anything back; its row goes with the next reader (see the end of the case).
+    with Top(product) as top:
+        top.shows("_Total", 6)
+        os.kill(top.programs()[0], signal.SIGKILL)
+        expect(top.ended() == 137, f"killed: {top.text[-500:]!r}")
+
+    # Where the window is closed nobody stays behind.
+    with Top(product) as top:
+        top.shows("_Total", 6)
+        numbers = top.programs()
+        top.hang_up()
+        wait_for("the end of top in a closed window",
+                 lambda: not any(pathlib.Path(f"/proc/{number}").exists() for number in numbers), 40)
+    code, text = product.ctl("query")
+    expect(code == 0, f"behind a killed reader: {code}\n{text}")
 
 
 def check(product):
@@ -198,7 +294,7 @@ def check(product):
     # may not have been done here; a program beside the libraries finds them without.
     shutil.copy(ROOT / "build/win/tests/bin/perf_objects.exe", product.home / "bin")
     code, text = product.ctl("query")
-    expect(code == 1 and "is the disk agent running?" in text, f"without an agent: {code}\n{text}")
+    expect(code == 1 and "is the disk agent running? (net start dkpfagent)" in text, f"without an agent: {code}\n{text}")
     product.start()
     product.wait_lines("nmp_total_raw", 3)
     for query in ("Global", str(first), f"2 {first}"):
@@ -212,7 +308,7 @@ def check(product):
     code, text = product.ctl("query", "--disk", "total", "--interval", "3")
     expect(code == 0 and "Write Bytes/sec" in text and "reading over 3 s" in text, f"table: {code}\n{text}")
     code, text = product.ctl("query", "--disk", "9")
-    expect(code == 1 and "mirror disk 9 is not present" in text, f"{code}\n{text}")
+    expect(code == 1 and "mirror disk 9 is not present; present: 1, 2, 5" in text, f"{code}\n{text}")
     code, text = product.ctl("query", "--counter", "nothing")
     expect(code == 2 and "Avg. us/Write" in text, f"{code}\n{text}")
     code, text = product.ctl("query", "--disk", "65")

@@ -47,17 +47,9 @@ PerfBlock Walk(const build::Bytes& bytes)
     return block;
 }
 
-void ExpectBoth(const PerfBlock& block)
+/* What WithInstances() holds. */
+void ExpectInstances(const PerfObject& ours)
 {
-    EXPECT_EQ(block.damage, "");
-    ASSERT_EQ(block.objects.size(), 2u);
-    const PerfObject& bare = block.objects[0];
-    EXPECT_EQ(bare.nameIndex, 300u);
-    EXPECT_FALSE(bare.hasInstances);
-    ASSERT_EQ(bare.instances.size(), 1u);
-    EXPECT_EQ(bare.instances[0].name, L"");
-    EXPECT_THAT(bare.instances[0].values, ElementsAre(5u, 6u));
-    const PerfObject& ours = block.objects[1];
     EXPECT_EQ(ours.nameIndex, 2000u);
     EXPECT_EQ(ours.helpIndex, 2001u);
     EXPECT_TRUE(ours.hasInstances);
@@ -74,6 +66,19 @@ void ExpectBoth(const PerfBlock& block)
     EXPECT_THAT(ours.instances[0].values, ElementsAre(0xFFFFFFFFFFFFFFFFull, 7u));
     EXPECT_EQ(ours.instances[1].name, L"NMP1");
     EXPECT_THAT(ours.instances[1].values, ElementsAre(12u, 0xFFFFFFFFull));
+}
+
+void ExpectBoth(const PerfBlock& block)
+{
+    EXPECT_EQ(block.damage, "");
+    ASSERT_EQ(block.objects.size(), 2u);
+    const PerfObject& bare = block.objects[0];
+    EXPECT_EQ(bare.nameIndex, 300u);
+    EXPECT_FALSE(bare.hasInstances);
+    ASSERT_EQ(bare.instances.size(), 1u);
+    EXPECT_EQ(bare.instances[0].name, L"");
+    EXPECT_THAT(bare.instances[0].values, ElementsAre(5u, 6u));
+    ExpectInstances(block.objects[1]);
 }
 
 /* The block with one DWORD changed. */
@@ -104,6 +109,44 @@ TEST(PerfBlock, ObjectsWithAndWithoutInstancesAndCountersOfBothSizes)
 TEST(PerfBlock, ObjectsBehindTheGapThatTheLengthDoesNotCount)
 {
     ExpectBoth(Walk(Both(sizeof(PERF_DATA_BLOCK))));
+}
+
+// The computer's name follows the block's header, and a later system may make every record longer than it is today.
+TEST(PerfBlock, EachStepTakesTheLengthThatTheBlockGives)
+{
+    build::Bytes bytes = One();
+    const auto   longer = [&](size_t at, size_t extra, const std::vector<size_t>& lengths) {
+        bytes.insert(bytes.begin() + static_cast<ptrdiff_t>(at), extra, 0xA5);
+        for (const size_t length : lengths) {
+            DWORD value = 0;
+            memcpy(&value, bytes.data() + length, sizeof(value));
+            bytes = Changed(bytes, length, value + static_cast<DWORD>(extra));
+        }
+    };
+    const size_t all = offsetof(PERF_DATA_BLOCK, TotalByteLength);
+    const size_t object = OBJECT + offsetof(PERF_OBJECT_TYPE, TotalByteLength);
+    const size_t definitions = OBJECT + offsetof(PERF_OBJECT_TYPE, DefinitionLength);
+    // From the back, so that what lies in front stays in its place.
+    longer(VALUES + 24, 8, { VALUES, object, all });
+    longer(INSTANCE + sizeof(PERF_INSTANCE_DEFINITION), 8,
+           { INSTANCE + offsetof(PERF_INSTANCE_DEFINITION, NameOffset), INSTANCE, object, all });
+    longer(INSTANCE, 8, { COUNTER + sizeof(PERF_COUNTER_DEFINITION), definitions, object, all });
+    longer(COUNTER + sizeof(PERF_COUNTER_DEFINITION), 16, { COUNTER, definitions, object, all });
+    longer(COUNTER, 8, { OBJECT + offsetof(PERF_OBJECT_TYPE, HeaderLength), definitions, object, all });
+    longer(OBJECT, 24, { offsetof(PERF_DATA_BLOCK, HeaderLength), all });
+    const PerfBlock block = Walk(bytes);
+    EXPECT_EQ(block.damage, "");
+    ASSERT_EQ(block.objects.size(), 1u);
+    ExpectInstances(block.objects[0]);
+}
+
+TEST(PerfBlock, WhatLiesInFrontOfADamageIsKeptBehindAGapToo)
+{
+    for (const size_t gap : { size_t{ 0 }, sizeof(PERF_DATA_BLOCK) }) {
+        const PerfBlock block = Walk(Changed(Both(gap), offsetof(PERF_DATA_BLOCK, NumObjectTypes), 3));
+        EXPECT_EQ(block.damage, "object 2 of 3: it does not fit the block") << gap;
+        EXPECT_EQ(block.objects.size(), 2u) << gap;
+    }
 }
 
 TEST(PerfBlock, SlackBehindTheBlockIsNoPartOfIt)
@@ -176,10 +219,11 @@ TEST(PerfBlock, EachDamageIsSaidInWords)
 TEST(PerfBlock, ACounterOfAnotherSizeCountsAsZeroAndMovesNothing)
 {
     const std::vector<build::Counter> counters = { { 2, 3, 0, PERF_SIZE_ZERO, 0 },
-                                                   { 4, 5, 0, PERF_COUNTER_LARGE_RAWCOUNT, 8 } };
-    const PerfBlock block = Walk(build::Block({ build::Object(10, 11, counters, nullptr, { 9, 8 }) }));
+                                                   { 4, 5, 0, PERF_SIZE_VARIABLE_LEN, 2 },
+                                                   { 6, 7, 0, PERF_COUNTER_LARGE_RAWCOUNT, 8 } };
+    const PerfBlock block = Walk(build::Block({ build::Object(10, 11, counters, nullptr, { 9, 7, 8 }) }));
     ASSERT_EQ(block.objects.size(), 1u);
-    EXPECT_THAT(block.objects[0].instances[0].values, ElementsAre(0u, 8u));
+    EXPECT_THAT(block.objects[0].instances[0].values, ElementsAre(0u, 0u, 8u));
 }
 
 TEST(PerfBlock, RandomDamageIsNeverReadOutside)

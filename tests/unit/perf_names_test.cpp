@@ -103,10 +103,30 @@ TEST(PerfNames, TheInstalledTableBySymbolAndOffset)
     EXPECT_THAT(texts.helps, ElementsAre(Pair(0u, "All of it."), Pair(2u, "a=b")));
 }
 
+TEST(PerfNames, EachTableIsReadFromItsOwnPlace)
+{
+    Home home;
+    home.root = L"Z:\\no such home";
+    const auto ask = [](const std::wstring& query, BYTE* data, DWORD) -> LONG {
+        const auto text = MultiText(query == L"Counter 009" ? L"2000|name||" : L"2001|help||");
+        EXPECT_TRUE(query == L"Counter 009" || query == L"Help 009");
+        memcpy(data, text.data(), text.size());
+        return ERROR_SUCCESS;
+    };
+    const NameSources sources = ReadNameSources(home, ask);
+    EXPECT_THAT(sources.counters, ElementsAre(Pair(2000u, "name")));
+    EXPECT_THAT(sources.helps, ElementsAre(Pair(2001u, "help")));
+    EXPECT_THAT(sources.installed.names, IsEmpty());
+    // A table that cannot be read is no table.
+    const NameSources none = ReadNameSources(home, [](const std::wstring&, BYTE*, DWORD) -> LONG { return 5; });
+    EXPECT_THAT(none.counters, IsEmpty());
+    EXPECT_THAT(none.helps, IsEmpty());
+}
+
 TEST(PerfNames, TheSystemsNamesWhereItHasAllOfThem)
 {
-    NameSources sources{ SystemNames(), { { 2001, "help of the object" }, { 2035, "help of the last" } }, {} };
-    const auto  names = NamesOf(sources, 2000, 2001);
+    NameSources sources{ SystemNames(), { { 3001, "help of the object" }, { 3035, "help of the last" } }, {} };
+    const auto  names = NamesOf(sources, 2000, 3001);
     EXPECT_TRUE(names.fromSystem);
     EXPECT_EQ(names.objectIndex, 2000u);
     EXPECT_EQ(names.object, "title 0");

@@ -230,6 +230,33 @@ TEST(QueryText, TheTableOfManyDisksStaysInItsWidth)
     EXPECT_EQ(text.find("no value"), std::string::npos);
 }
 
+// The line below the table explains the "-" alone.
+TEST(QueryText, IdleNeedsNoExplanation)
+{
+    QueryFacts facts = Facts();
+    facts.counters = { 0 };
+    const std::string text = QueryTable(facts);
+    EXPECT_THAT(text, HasSubstr("Transfer Ratio %      62  idle\n"));
+    EXPECT_EQ(text.find("no value"), std::string::npos);
+}
+
+// 16 letters of the title and 7 for each disk: the 12th ends in column 100, the 13th begins a group of its own.
+TEST(QueryText, ALineMayBeExactlyAsWideAsTheTable)
+{
+    QueryFacts facts = Facts();
+    facts.counters = { 0 };
+    facts.reading.rows.clear();
+    for (int disk = 10; disk <= 22; disk++) {
+        ReadingRow row;
+        row.disk = disk;
+        row.name = "NMP" + std::to_string(disk);
+        facts.reading.rows.push_back(row);
+    }
+    const std::string text = QueryTable(facts);
+    EXPECT_THAT(text, HasSubstr("  NMP21\nTransfer Ratio %"));
+    EXPECT_THAT(text, HasSubstr("\n\n                  NMP22\nTransfer Ratio %"));
+}
+
 TEST(QueryText, Csv)
 {
     EXPECT_EQ(QueryCsv(Facts()),
@@ -314,10 +341,36 @@ TEST(QueryText, Json)
 )");
 }
 
+// A table that was edited by hand may hold anything; whoever reads the output still gets JSON.
+TEST(QueryText, JsonOfATextThatIsNoUtf8)
+{
+    QueryFacts facts = Facts();
+    facts.names.object = "Pl\xE4tte";
+    EXPECT_THAT(QueryJson(facts), HasSubstr("\"object\": \"Pl\xEF\xBF\xBDtte\","));
+}
+
+TEST(QueryText, SystemNamesAndARestartInTheJson)
+{
+    QueryFacts facts = Facts();
+    facts.names.fromSystem = true;
+    facts.reading.attachedAgain = true;
+    EXPECT_THAT(QueryJson(facts), HasSubstr("\"attached_again\": true,\n  \"names_from\": \"system\","));
+}
+
+TEST(QueryText, ATableWithoutNamesHasAHeadAllTheSame)
+{
+    QueryFacts facts = Facts();
+    facts.names.object.clear();
+    EXPECT_EQ(QueryTable(facts).substr(0, 27), "performance object of SRV1\n");
+}
+
 TEST(QueryText, CountersByNameInAnyCaseOrByNumber)
 {
-    const CounterNames names = Facts().names;
-    size_t             counter = 99;
+    CounterNames names = Facts().names;
+    size_t       counter = 99;
+    names.counters[15].name = "Avg. us/Write Z";
+    EXPECT_TRUE(FindCounter(names, "avg. US/wRITE z", &counter));
+    EXPECT_EQ(counter, 15u);
     EXPECT_TRUE(FindCounter(names, "transfer ratio %", &counter));
     EXPECT_EQ(counter, 0u);
     EXPECT_TRUE(FindCounter(names, "16", &counter));
@@ -342,4 +395,7 @@ TEST(QueryText, DisksByNumberTotalOrAll)
     ASSERT_EQ(ChosenRows(rows, "7").size(), 1u);
     EXPECT_EQ(ChosenRows(rows, "7")[0].disk, 7);
     EXPECT_THAT(ChosenRows(rows, "8"), IsEmpty());
+    EXPECT_EQ(NotPresentText(rows, "8"), "mirror disk 8 is not present; present: 7");
+    EXPECT_EQ(NotPresentText({ rows[0] }, "8"), "mirror disk 8 is not present; present: none");
+    EXPECT_EQ(NotPresentText({ rows[0], rows[1], rows[1] }, "8"), "mirror disk 8 is not present; present: 7, 7");
 }

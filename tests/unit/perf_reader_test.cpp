@@ -512,7 +512,7 @@ TEST_F(PerfReaderTest, WithoutARegionItSaysSoAndABusyOneTakesNothingAway)
     status = RegionStatus::Absent;
     const Reading reading = reader->Next();
     EXPECT_EQ(reading.state, ReadingState::Unavailable);
-    EXPECT_EQ(reading.words, "words of the region");
+    EXPECT_EQ(reading.words, "words of the region (net start dkpfagent)");
     EXPECT_EQ(opens, 1);
 }
 

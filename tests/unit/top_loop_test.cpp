@@ -230,6 +230,18 @@ TEST_F(TopLoopTest, AnotherReasonIsSaidAtOnce)
                          "14:05:02 NO VALUES: no right; trying again every second\n");
 }
 
+// The words of a sample that ages hold its age, and so change with each reading.
+TEST_F(TopLoopTest, AnAgeThatGrowsIsNoOtherReason)
+{
+    Reading later = Stale(12000, 1);
+    later.words = "it hangs still";
+    source.Add(Stale(11000, 1));
+    source.Add(later);
+    view.endAfter = 2;
+    Run();
+    EXPECT_EQ(view.said, "14:05:00 no new sample for 11.0 s, 1 poll missed; the agent hangs\n");
+}
+
 // The first reading finds the region of an agent that is long gone.
 TEST_F(TopLoopTest, OldValuesAreNeverPrintedAndCountAsNoReading)
 {
@@ -248,7 +260,7 @@ TEST_F(TopLoopTest, WithoutAReadingTheEndSaysWhy)
     source.Add(UnavailableBecause("no region"));
     const TopEnd end = Run(2);
     EXPECT_FALSE(end.everRead);
-    EXPECT_EQ(end.words, "NO VALUES: no region; trying again every second");
+    EXPECT_EQ(end.words, "no region");
 }
 
 TEST_F(TopLoopTest, SecondsEndItWithALastReading)
@@ -276,6 +288,39 @@ TEST_F(TopLoopTest, ASlowReadingDelaysTheNextOnly)
     view.endAfter = 4;
     TopLoop({}, "NODE1", &slow, &view);
     EXPECT_EQ(view.waits, (std::vector<DWORD>{ 0, 0, 1000, 1000 }));
+}
+
+// The end is not put off by a reading that took 1.5 s and moved the next ones.
+TEST_F(TopLoopTest, SecondsHoldBehindASlowReadingToo)
+{
+    class SlowSource : public ScriptedSource {
+    public:
+        Reading Next() override
+        {
+            view->ms += reads == 0 ? 1500 : 0;
+            return ScriptedSource::Next();
+        }
+        ScriptedView* view = nullptr;
+    } slow;
+    slow.view = &view;
+    slow.Add(ThreeDisks());
+    TopOptions options;
+    options.seconds = 2;
+    TopLoop(options, "NODE1", &slow, &view);
+    EXPECT_EQ(view.waits, (std::vector<DWORD>{ 0, 500 }));
+    EXPECT_EQ(slow.reads, 3);
+}
+
+// A console that is being made smaller may have nothing left for a moment.
+TEST_F(TopLoopTest, AScreenWithoutALetterIsNoTrouble)
+{
+    view.sizes = { { 0, 0 }, { 80, 24 } };
+    source.Add(AllDisks());
+    view.endAfter = 2;
+    Run();
+    ASSERT_EQ(view.frames.size(), 2u);
+    EXPECT_EQ(view.frames[0].size(), 1u);
+    EXPECT_EQ(view.frames[1].size(), 24u);
 }
 
 TEST_F(TopLoopTest, EachFrameHasTheSizeOfItsMoment)
@@ -330,6 +375,22 @@ TEST_F(TopLoopTest, KeysPutOffNoReading)
     EXPECT_EQ(source.reads, 5);
     EXPECT_EQ(view.ms, 9000u);
     EXPECT_EQ(FirstDisk(view.frames.back()), "NMP31");
+}
+
+// Five lines hold the total and the count alone: a page is a step there.
+TEST_F(TopLoopTest, APageOfAFlatWindowIsOneDisk)
+{
+    view.sizes = { { 80, 5 } };
+    view.keyMs = 1;
+    view.keys = { TopWish::PageDown, TopWish::PageDown, TopWish::PageUp };
+    source.Add(AllDisks());
+    view.endAfter = 4;
+    Run();
+    ASSERT_EQ(view.frames.size(), 4u);
+    EXPECT_EQ(view.frames[0][4].text, "64 more disks");
+    EXPECT_EQ(view.frames[1][4].text, "1 disk above, 63 below");
+    EXPECT_EQ(view.frames[2][4].text, "2 disks above, 62 below");
+    EXPECT_EQ(view.frames[3][4].text, "1 disk above, 63 below");
 }
 
 TEST_F(TopLoopTest, KeysMeanNothingToPlainLines)

@@ -461,6 +461,35 @@ TEST(TopScreen, ColumnsLeaveOneByOne)
     EXPECT_EQ(titles(175), std::string(TITLE1_200, 166));
 }
 
+// A place in the order that two columns shared would make a line too long, or leave a column out at all widths.
+TEST(TopScreen, EachTenLettersAddOneColumn)
+{
+    for (int columns = 0; columns <= 17; columns++)
+        EXPECT_EQ(Texts(Screen(ThreeDisks(), 15 + 10 * columns, 24))[6].size(),
+                  6u + 10u * static_cast<size_t>(columns));
+}
+
+TEST(TopScreen, TwelveLinesHaveTheWholeHead)
+{
+    const Lines roomy = Texts(Screen(AllDisks(), 80, 12));
+    EXPECT_EQ(roomy[0], "NODE1: Cluster Disk Resource Performance, 64 disks");
+    EXPECT_EQ(roomy[7].substr(0, 6), "NMP1  ");
+    EXPECT_EQ(roomy[10], "61 more disks");
+    EXPECT_EQ(roomy[11], "q or Ctrl+C ends | Up Down PgUp PgDn scroll");
+    const Lines flat = Texts(Screen(AllDisks(), 80, 11));
+    EXPECT_EQ(flat[0], SAMPLE);
+    EXPECT_EQ(flat[10], "58 more disks");
+}
+
+TEST(TopScreen, HeadTitlesAndTotalStandOut)
+{
+    const auto screen = Screen(ThreeDisks(), 80, 24);
+    for (const size_t bold : { 0u, 4u, 5u, 6u })
+        EXPECT_EQ(screen[bold].look, Look::Bold) << bold;
+    for (const size_t plain : { 1u, 2u, 3u, 7u, 8u, 9u, 10u })
+        EXPECT_EQ(screen[plain].look, Look::Plain) << plain;
+}
+
 TEST(TopScreen, AFlatWindowKeepsSampleTitlesAndRows)
 {
     const Lines lines = Texts(Screen(AllDisks(), 80, 8));
@@ -514,6 +543,16 @@ TEST(TopScreen, MissedPollsAreSaidAndValuesStay)
                               "     100 %");
 }
 
+TEST(TopScreen, SeveralMissedPollsAreCountedAndAFreshSampleHasNone)
+{
+    Reading reading = ThreeDisks();
+    reading.pollsMissed = 2;
+    EXPECT_EQ(StateOf(reading), TopState::Live);  // missed in front of it
+    reading.state = ReadingState::Stale;
+    reading.ageMs = 25000;
+    EXPECT_EQ(StateText(reading), "no new sample for 25.0 s, 2 polls missed");
+}
+
 // A dead sample shows no value of any kind, whatever the reading calls it.
 TEST(TopScreen, ADeadSampleShowsNoValue)
 {
@@ -532,6 +571,10 @@ TEST(TopScreen, ADeadSampleShowsNoValue)
     Reading justOver = ThreeDisks();
     justOver.ageMs = 25001;
     EXPECT_EQ(Screen(justOver, 80, 24)[3].text, "NO NEW SAMPLE for 25.0 s: values below are old");
+    // Where there are none, nothing points at them.
+    justOver.rows.clear();
+    justOver.ageMs = 60000;
+    EXPECT_EQ(Screen(justOver, 80, 24)[3].text, "NO NEW SAMPLE for 60 s");
 }
 
 TEST(TopScreen, NothingToReadSaysWhyAndShowsNoTable)
@@ -557,6 +600,7 @@ TEST(TopScreen, WithoutASampleItWaits)
     reading.state = ReadingState::Stale;
     reading.sampleTime = SYSTEMTIME{};
     reading.words = "the agent has just started";
+    reading.ageMs = 0xFFFFFFFF;  // of nothing
     const Lines expected = {
         "NODE1: Cluster Disk Resource Performance",
         "no sample yet | polls missed 0 now, 3 since start",
@@ -565,6 +609,8 @@ TEST(TopScreen, WithoutASampleItWaits)
         "q or Ctrl+C ends",
     };
     EXPECT_EQ(Texts(Screen(reading, 80, 24)), expected);
+    reading.rows = ThreeDisks().rows;  // of no sample
+    EXPECT_EQ(StateOf(reading), TopState::Waiting);
 }
 
 TEST(TopScreen, ARestartOfTheProducerIsSaid)

@@ -89,7 +89,7 @@ InstalledTexts ParseInstalledTexts(std::string_view ini, std::string_view symbol
         const size_t           equals = line.find('=');
         if (!line.empty() && line.front() == '[')
             inText = line == "[text]";
-        if (!inText || equals == std::string_view::npos || equals < NAME.size())
+        if (!inText || equals == std::string_view::npos)
             continue;
         const std::string_view key = Trimmed(line.substr(0, equals));
         const std::string_view end = key.size() < NAME.size() ? key : key.substr(key.size() - NAME.size());

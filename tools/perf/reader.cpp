@@ -147,6 +147,8 @@ Reading PerformanceReader::Unavailable(const LookResult& look, std::string words
 {
     Reading reading = NewReading(look);
     reading.words = std::move(words);
+    if (look.copy.status == RegionStatus::Absent)
+        reading.words += " (net start dkpfagent)";
     return reading;
 }
 
