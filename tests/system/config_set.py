@@ -47,6 +47,7 @@ def check(product):
     product.install("disk 1 on async\nstep 1000\n")
     path = product.home / "etc/cluster.xml"
     path.write_bytes(path.read_bytes().replace(b"<writeinterval>1<", b"<!-- ours --><writeinterval> 1 <"))
+    path.chmod(0o600)  # other rights than a new file has in this folder
     before, mode = path.read_bytes(), path.stat().st_mode
     product.start()
     product.wait_lines("nmp1", 2)

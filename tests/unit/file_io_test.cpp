@@ -164,6 +164,43 @@ TEST_F(Pending, AHeldOldFileIsWaitedFor)
     EXPECT_EQ(Content(L"file"), "new");
 }
 
+TEST_F(Pending, WhatCouldNotBePutIsGoneWithTheObject)
+{
+    const HANDLE held = Hold(L"file", FILE_SHARE_READ);
+    EXPECT_NE(ReplaceWholeFile(folder.File(L"file"), "new", [](DWORD) {}), 0u);
+    CloseHandle(held);
+    EXPECT_FALSE(folder.Has(L"file.new"));
+    EXPECT_EQ(Content(L"file"), "old");
+}
+
+BOOL WINAPI HalfAWrite(HANDLE file, const void* from, DWORD size, DWORD* written, OVERLAPPED* at)
+{
+    // Not by its name: that leads back here.
+    const FARPROC real = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "WriteFile");
+    return reinterpret_cast<decltype(&WriteFile)>(reinterpret_cast<void*>(real))(file, from, size / 2, written, at);
+}
+
+BOOL WINAPI RefusedFlush(HANDLE)
+{
+    SetLastError(ERROR_IO_DEVICE);
+    return FALSE;
+}
+
+TEST_F(Pending, APartOfTheBytesIsNotTakenForAll)
+{
+    const ImportHook half(GetModuleHandleW(nullptr), "kernel32.dll", "WriteFile", HalfAWrite);
+    EXPECT_EQ(ReplaceWholeFile(folder.File(L"file"), "the new one", [](DWORD) {}), DWORD{ ERROR_DISK_FULL });
+    EXPECT_EQ(Content(L"file"), "old");
+}
+
+TEST_F(Pending, BytesThatDidNotReachTheDiskAreNotPut)
+{
+    const ImportHook refused(GetModuleHandleW(nullptr), "kernel32.dll", "FlushFileBuffers", RefusedFlush);
+    EXPECT_EQ(ReplaceWholeFile(folder.File(L"file"), "the new one", [](DWORD) {}), DWORD{ ERROR_IO_DEVICE });
+    EXPECT_EQ(Content(L"file"), "old");
+    EXPECT_FALSE(folder.Has(L"file.new"));
+}
+
 TEST_F(Pending, AMissingFolderIsNotWaitedFor)
 {
     PendingFile lost(folder.File(L"nowhere\\file"), [this](DWORD ms) { waits.push_back(ms); });
