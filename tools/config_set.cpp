@@ -35,15 +35,6 @@ static SetOutcome EditRefused(XMLLIB_REPORT* report, const XMLLIB_FINDING& findi
     return Refused(RefusalText(*report));
 }
 
-static const XMLLIB_SETTING* SettingOf(const XMLLIB_REPORT& report, const std::string& key)
-{
-    for (const XMLLIB_SETTING* setting : SettingsOf(report)) {
-        if (key == setting->szKey)
-            return setting;
-    }
-    return nullptr;
-}
-
 /* Keys by their whole path. Empty, with the reason: a key that is not there, or that is named twice. */
 static std::vector<ConfigChange> ChangesOf(const XMLLIB_REPORT& report, const std::vector<KeyValue>& values,
                                            std::string* why)

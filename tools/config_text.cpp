@@ -4,27 +4,9 @@
 
 #include "config_check.h"
 #include "config_keys.h"
+#include "text.h"
 
 namespace dkpf {
-
-static constexpr size_t COLUMNS = 80;
-
-/* Words in lines of at most COLUMNS, each behind the indentation. */
-static std::string Wrapped(std::string_view words, size_t indent)
-{
-    std::string text;
-    while (!words.empty()) {
-        size_t length = words.size();
-        if (indent + length > COLUMNS - 1) {
-            length = words.rfind(' ', COLUMNS - 1 - indent);
-            if (length == std::string_view::npos)
-                length = std::min(words.find(' '), words.size());
-        }
-        text += std::string(indent, ' ') + std::string(words.substr(0, length)) + "\n";
-        words.remove_prefix(std::min(length + 1, words.size()));
-    }
-    return text;
-}
 
 static const char* HoldsAfter(const XMLLIB_SETTING& setting)
 {

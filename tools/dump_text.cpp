@@ -4,6 +4,7 @@
 
 #include "region_view.h"
 #include "settings.h"
+#include "text.h"
 
 namespace dkpf {
 

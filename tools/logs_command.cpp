@@ -91,6 +91,8 @@ static std::string MakeRequest(const LogsOptions& options, LogsRequest* request)
         filter.since = ParseMoment(options.since, Edge::Since, LocalTimeBack);
     if (!options.until.empty())
         filter.until = ParseMoment(options.until, Edge::Until, LocalTimeBack);
+    if (!filter.since.empty() && !filter.until.empty() && filter.until < filter.since)
+        return "--since lies behind --until: nothing is in between";
     request->follow = options.follow;
     request->json = options.json;
     return std::string();

@@ -1,9 +1,9 @@
 #include "logs_filter.h"
 
-#include <fmt/format.h>
 #include <charconv>
 
 #include "event_log.h"
+#include "text.h"
 
 namespace dkpf {
 
@@ -35,12 +35,6 @@ bool Matches(const LogFilter& filter, std::string_view line, const LogRecord* re
            (filter.until.empty() || record->time <= filter.until);
 }
 
-static std::string LogTime(const SYSTEMTIME& time)
-{
-    return fmt::format("{:04}/{:02}/{:02} {:02}:{:02}:{:02}.{:03}", time.wYear, time.wMonth, time.wDay, time.wHour,
-                       time.wMinute, time.wSecond, time.wMilliseconds);
-}
-
 /* "90s", "10m", "2h", "7d" in seconds. */
 static bool ParseBack(std::string_view text, ULONGLONG* seconds)
 {
@@ -67,8 +61,8 @@ static bool ParseBack(std::string_view text, ULONGLONG* seconds)
     }
 }
 
-/* There is such a day and such a time of day. */
-static bool IsCalendarTime(const std::string& time)
+/* A time of the files as one number, in units of 100 ns. FALSE: there is no such day or time of day. */
+static bool CountOf(const std::string& time, ULONGLONG* count)
 {
     const auto number = [&time](size_t at, size_t size) {
         WORD value = 0;
@@ -80,14 +74,30 @@ static bool IsCalendarTime(const std::string& time)
     SYSTEMTIME       back{};
     FILETIME         file{};
     // Some systems take a day too many for the first of the next month.
-    return SystemTimeToFileTime(&parts, &file) && FileTimeToSystemTime(&file, &back) && back.wDay == parts.wDay;
+    if (!IsLogTime(time) || !SystemTimeToFileTime(&parts, &file) || !FileTimeToSystemTime(&file, &back) ||
+        back.wDay != parts.wDay)
+        return false;
+    *count = static_cast<ULONGLONG>(file.dwHighDateTime) << 32 | file.dwLowDateTime;
+    return true;
+}
+
+std::string HoursBefore(const std::string& time, unsigned hours)
+{
+    const ULONGLONG back = hours * 36000000000ull;
+    ULONGLONG       count = 0;
+    SYSTEMTIME      parts{};
+    if (!CountOf(time, &count) || count < back)
+        return std::string();
+    count -= back;
+    const FILETIME file = { static_cast<DWORD>(count), static_cast<DWORD>(count >> 32) };
+    return FileTimeToSystemTime(&file, &parts) ? LocalTimeText(parts) : std::string();
 }
 
 std::string ParseMoment(std::string_view text, Edge edge, const LocalClock& clock)
 {
     ULONGLONG seconds = 0;
     if (ParseBack(text, &seconds))
-        return LogTime(clock(seconds));
+        return LocalTimeText(clock(seconds));
 
     static constexpr size_t lengths[] = { 10, 16, 19, LOG_TIME_LENGTH };  // day, minute, second, millisecond
     bool                    known = false;
@@ -102,7 +112,8 @@ std::string ParseMoment(std::string_view text, Edge edge, const LocalClock& cloc
         if (!dash && !letter)
             time[i] = text[i];
     }
-    return IsLogTime(time) && IsCalendarTime(time) ? time : std::string();
+    ULONGLONG count = 0;
+    return CountOf(time, &count) ? time : std::string();
 }
 
 }  // namespace dkpf

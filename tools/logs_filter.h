@@ -41,6 +41,9 @@ enum class Edge { Since, Until };
  */
 std::string ParseMoment(std::string_view text, Edge edge, const LocalClock& clock);
 
+/* A moment so many hours before another one, both in the files' form; empty where there is none. */
+std::string HoursBefore(const std::string& time, unsigned hours);
+
 }  // namespace dkpf
 
 #endif

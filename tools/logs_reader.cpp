@@ -135,6 +135,24 @@ void LogReader::DropNameless()
     }
 }
 
+/* Leaves out files in front of one that begins before the moment asked for: what they hold is older, unless the clock
+ * was set back by more than LOG_CLOCK_BACK_H. Only the newest such file is read. */
+void LogReader::DropTooOld()
+{
+    const std::string surely = HoursBefore(m_filter.since, LOG_CLOCK_BACK_H);
+    const auto        beginsBefore = [&surely](const Generation& generation) {
+        std::string time(LOG_TIME_LENGTH, '\0');
+        DWORD       got = 0;
+        return generation.file->Read(0, time.data(), LOG_TIME_LENGTH, &got) == ERROR_SUCCESS &&
+               got == LOG_TIME_LENGTH && IsLogTime(time) && time < surely;
+    };
+    size_t first = m_generations.size();
+    while (first > 1 && !beginsBefore(*m_generations[first - 1]))
+        first--;
+    if (first > 1)
+        m_generations.erase(m_generations.begin(), m_generations.begin() + static_cast<std::ptrdiff_t>(first - 1));
+}
+
 void LogReader::SeeEnd(Generation* generation)
 {
     generation->end = generation->file->Size();
@@ -156,6 +174,8 @@ void LogReader::Look()
     const bool   rotated = held != 0 && !newer.empty();
     for (std::unique_ptr<Generation>& generation : newer)
         m_generations.push_back(std::move(generation));
+    if (first && !m_filter.since.empty())
+        DropTooOld();
     for (size_t i = held > 2 ? held - 2 : 0; i < m_generations.size(); i++)
         SeeEnd(m_generations[i].get());
     if (rotated)

@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "event_log.h"
 #include "logs_filter.h"
 #include "logs_record.h"
 
@@ -44,7 +45,8 @@ public:
     virtual DWORD Open(const std::string& log, int generation, std::unique_ptr<LogFile>* file) = 0;
 };
 
-inline constexpr int    LOG_GENERATIONS = 15;        // older ones
+inline constexpr unsigned LOG_CLOCK_BACK_H = 2;  // a clock set back by up to so many hours hides no line
+
 inline constexpr size_t LOG_LINE_BOUND = 64 * 1024;  // of a longer line, which is none of ours, this much is shown
 inline constexpr size_t LOG_BLOCK = 64 * 1024;       // bytes of one read
 
@@ -93,6 +95,7 @@ private:
     std::vector<std::unique_ptr<Generation>> OpenNewer(bool first);
     bool                                     Holds(LogFileId id) const;
     void                                     DropNameless();
+    void                                     DropTooOld();
     void                                     SeeEnd(Generation* generation);
     bool                                     NextText(std::string* text);
     bool                                     NextTextOf(Generation* generation, std::string* text);

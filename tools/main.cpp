@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <windows.h>
+#include <charconv>
 #include <functional>
 
 #include "commands.h"
@@ -114,7 +115,8 @@ static void DescribeConfig(CLI::App& app, Choice* choice)
     config->require_subcommand(1);
 
     CLI::App* check = config->add_subcommand("check", "Checks a configuration file as the agent would.");
-    check->add_option("FILE", choice->check.file, "file to check; without it the installation's etc\\cluster.xml");
+    check->add_option("FILE", choice->check.file, "file to check; without it the installation's etc\\cluster.xml")
+        ->type_name("");
     check->add_flag("--json", choice->check.json, "finding, unknown keys and values as one JSON object");
     check->footer(CHECK_EXIT);
     check->callback([choice] { choice->run = [choice] { return RunConfigCheck(choice->check); }; });
@@ -125,13 +127,13 @@ static void DescribeConfig(CLI::App& app, Choice* choice)
     reload->callback([choice] { choice->run = [] { return RunConfigReload(); }; });
 
     CLI::App* get = config->add_subcommand("get", "Shows settings: in the file, in force, default.");
-    get->add_option("KEY", choice->get.key, "one key; without it all");
+    get->add_option("KEY", choice->get.key, "one key; without it all")->type_name("");
     get->add_flag("--json", choice->get.json, "the same with range and help as one JSON object");
     get->footer(GET_EXIT);
     get->callback([choice] { choice->run = [choice] { return RunConfigGet(choice->get); }; });
 
     CLI::App* set = config->add_subcommand("set", "Puts values into the configuration file, checked and in one step.");
-    set->add_option("KEY VALUE", choice->set.words, "keys, each with its value behind it")->required();
+    set->add_option("KEY VALUE", choice->set.words, "keys, each with its value behind it")->required()->type_name("");
     set->add_flag("--reload", choice->set.reload, "then has the running agent read the file, once");
     set->footer(SET_EXIT);
     set->callback([choice] { choice->run = [choice] { return RunConfigSet(choice->set); }; });
@@ -180,6 +182,14 @@ static std::string CheckLines(const std::string& text)
     return WordsUnless(number || text == "all", "neither a number of lines nor all");
 }
 
+static std::string CheckProcess(const std::string& text)
+{
+    DWORD      process = 0;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), process);
+    return WordsUnless(parsed.ec == std::errc() && parsed.ptr == text.data() + text.size() && process != 0,
+                       "no process number");
+}
+
 static std::string CheckLevel(const std::string& text)
 {
     DWORD mask = 0;
@@ -198,22 +208,30 @@ static void DescribeLogs(CLI::App& app, Choice* choice)
     CLI::App*    command =
         app.add_subcommand("logs", "Lines of the trace logs, or the event entries, over all generations, oldest first; "
                                    "several logs in the order of their times.");
-    command->add_option("LOG", options.logs, "diskperf (default), trace, conf; or events")->check(CheckLog);
+    command->add_option("LOG", options.logs, "diskperf (default), trace, conf; or events")
+        ->check(CheckLog)
+        ->type_name("");
     command->add_flag("--all", options.all, "all three trace logs");
-    command->add_option("--lines", options.lines, "the last so many that match, or all [50]")->check(CheckLines);
+    command->add_option("--lines", options.lines, "the last so many that match, or all [50]")
+        ->check(CheckLines)
+        ->type_name("N");
     command
         ->add_option("--level", options.level,
                      "error, warning, notice, entry, detail, dump, event, several with commas between them, or a mask "
                      "such as 0x3; of an event entry's severity the first three")
-        ->check(CheckLevel);
-    command->add_option("--routine", options.routine, "a routine, or with * at the end all that begin so");
-    command->add_option("--process", options.process, "lines of one process")->check(CLI::PositiveNumber);
+        ->check(CheckLevel)
+        ->type_name("LEVELS");
+    command->add_option("--routine", options.routine, "a routine, or with * at the end all that begin so")
+        ->type_name("NAME");
+    command->add_option("--process", options.process, "lines of one process")->check(CheckProcess)->type_name("PID");
     command
         ->add_option("--since", options.since,
                      "not before: local time, 2026-03-07 14:05:09 or shorter, or back from now, 90s, 10m, 2h, 7d")
-        ->check(CheckMoment);
+        ->check(CheckMoment)
+        ->type_name("TIME");
     command->add_option("--until", options.until, "not after: the same, up to the end of what is left out")
-        ->check(CheckMoment);
+        ->check(CheckMoment)
+        ->type_name("TIME");
     command->add_option("--text", options.text, "lines with this text");
     command->add_flag("--follow", options.follow, "go on with what is written, until Ctrl+C");
     command->add_flag("--json", options.json, "one JSON object a line");
@@ -241,6 +259,13 @@ static void DescribeSetup(CLI::App& app, Choice* choice)
     uninstall->callback([choice] { choice->run = [choice] { return RunUninstall(choice->uninstall); }; });
 }
 
+/* Of the subcommand that was named. */
+static std::string Help(const CLI::App& app)
+{
+    static constexpr size_t descriptions = 30;  // the parser's column for what an option or subcommand is
+    return WrappedLines(app.help(), descriptions);
+}
+
 int wmain(int argc, wchar_t** argv)
 {
     CLI::App app{ "dkpfctl: looks at and directs the disk performance of this machine.", "dkpfctl" };
@@ -263,13 +288,13 @@ int wmain(int argc, wchar_t** argv)
     try {
         app.parse(arguments);
     } catch (const CLI::CallForHelp&) {
-        Print(app.help());  // of the subcommand that was named
+        Print(Help(app));
         return TOOL_OK;
     } catch (const CLI::CallForVersion& version) {
         Print(std::string(version.what()) + "\n");
         return TOOL_OK;
     } catch (const CLI::ParseError& error) {
-        PrintError(std::string("dkpfctl: ") + error.what() + "\n" + app.help());
+        PrintError(std::string("dkpfctl: ") + error.what() + "\n" + Help(app));
         return TOOL_USAGE;
     }
     return choice.run();

@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "region_view.h"
+#include "text.h"
 
 namespace dkpf {
 

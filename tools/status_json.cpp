@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "status_text.h"
+#include "text.h"
 
 namespace dkpf {
 

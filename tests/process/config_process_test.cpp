@@ -12,6 +12,8 @@
 #include "support/product_home.h"
 #include "support/program.h"
 
+#include "settings.h"
+
 using Json = nlohmann::json;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -184,6 +186,57 @@ TEST_F(Config, AKilledSetLeavesTheOldFileAndTheNextOneHeals)
     EXPECT_EQ(Ctl("set writeinterval 30").code, 0u);
     EXPECT_EQ(File(), Replaced(COMMENTED, ">60<", ">30<"));
     ExpectNothingBeside();
+}
+
+// Killed at one moment after the other, from where the new file comes into being until behind the end: whenever it was,
+// the file is the old one or the new one, and the next call goes through.
+TEST_F(Config, ASetKilledAtAnyMomentLeavesTheOldFileOrTheNewOne)
+{
+    const std::string changed = Replaced(COMMENTED, "> 10 <", "> 5 <");
+    for (DWORD behind = 0; behind < 16; behind++) {
+        home.Write(L"etc\\cluster.xml", COMMENTED);
+        Program     killed(home.Path(L"bin\\dkpfctl.exe"), "config set collectinterval 5");
+        const DWORD start = GetTickCount();
+        while (!home.Exists(L"etc\\cluster.xml.new") && File() == COMMENTED && GetTickCount() - start < PATIENCE_MS) {
+        }
+        Sleep(behind);
+        killed.Kill();
+        killed.End();
+        const std::string left = File();
+        EXPECT_TRUE(left == COMMENTED || left == changed) << left;
+        const Ran next = Ctl("set writeinterval 30");
+        EXPECT_EQ(next.code, 0u) << next.output;
+        EXPECT_EQ(File(), Replaced(left, ">60<", ">30<"));
+        ExpectNothingBeside();
+    }
+}
+
+// A value reads the same wherever it is shown.
+TEST_F(Config, EveryCommandWritesANumberAsThePolicySays)
+{
+    const Ran set = Ctl("set level 15 collectparam 9 perflogsize 64");
+    EXPECT_EQ(set.code, 0u) << set.output;
+    for (const std::string& output : { set.output, Ctl("check").output }) {
+        EXPECT_THAT(output, HasSubstr("  log/level = 0xf"));
+        EXPECT_THAT(output, HasSubstr("  parameters/collectparam = 9"));
+        EXPECT_THAT(output, HasSubstr("  parameters/perflogsize = 64 KiB"));
+    }
+    EXPECT_THAT(Ctl("get level").output, HasSubstr("  in file          0xf\r\n"));
+    EXPECT_THAT(Ctl("get collectparam").output, HasSubstr("  in file          9\r\n"));
+}
+
+// What this program knows of the nine settings without asking anybody is what the installed policy says.
+TEST_F(Config, TheSettingsThatAreBuiltInAreThoseOfThePolicy)
+{
+    const Json schema = Json::parse(Ctl("schema --json").output, nullptr, false);
+    ASSERT_TRUE(schema.is_object());
+    ASSERT_EQ(schema["settings"].size(), dkpf::SETTING_NUM);
+    for (size_t i = 0; i < dkpf::SETTING_NUM; i++) {
+        const dkpf::Setting& setting = dkpf::SettingAt(i);
+        EXPECT_EQ(schema["settings"][i]["name"], setting.name);
+        EXPECT_EQ(schema["settings"][i]["unit"], setting.unit);
+        EXPECT_EQ(schema["settings"][i]["new_value_after"], setting.atOnce ? "reload" : "restart");
+    }
 }
 
 TEST_F(Config, AHeldFileIsSaidAndStays)

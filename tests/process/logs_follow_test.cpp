@@ -108,6 +108,36 @@ TEST_F(LogsBesideWriters, AllLinesReadInTheMiddleOfRotationsHaveNoHole)
     EXPECT_EQ(0u, running.End());
 }
 
+// As of "logs --follow | find ..." whose right side ends: the next line finds nobody, which is no failure.
+TEST_F(LogsBesideWriters, AFollowerWhoseReaderIsGoneEndsWithTheNextLine)
+{
+    EXPECT_EQ(0u, RunToEnd(writer, "first 1 8").code);
+    Program follower(control, "logs --follow");
+    EXPECT_EQ("first 1", Written(follower.Line()));
+    follower.CloseOutput();
+    EXPECT_EQ(0u, RunToEnd(writer, "next 1 8").code);
+    EXPECT_EQ(0u, follower.End());
+}
+
+TEST_F(LogsBesideWriters, CtrlCEndsAFollowerWell)
+{
+    EXPECT_EQ(0u, RunToEnd(writer, "first 1 8").code);
+    Program follower(control, "logs --follow", CREATE_NO_WINDOW);
+    EXPECT_EQ("first 1", Written(follower.Line()));
+    EXPECT_TRUE(follower.CtrlC()) << GetLastError();
+    EXPECT_EQ("", follower.Rest());
+    EXPECT_EQ(0u, follower.End());
+}
+
+TEST_F(LogsBesideWriters, AReaderThatIsGoneEndsALongListingToo)
+{
+    EXPECT_EQ(0u, RunToEnd(writer, "w 9000 2048").code);  // more than a pipe and a block of output take
+    Program list(control, "logs --lines all");
+    EXPECT_EQ("w 1", Written(list.Line()));
+    list.CloseOutput();
+    EXPECT_EQ(0u, list.End());
+}
+
 // What a reader holds open, the writers rename all the same.
 TEST_F(LogsBesideWriters, AFollowerHoldsUpNoRotation)
 {

@@ -14,7 +14,7 @@ static void MakePipe(HANDLE* readEnd, HANDLE* writeEnd, const HANDLE* ours)
     SetHandleInformation(*ours, HANDLE_FLAG_INHERIT, 0);
 }
 
-Program::Program(const std::wstring& exe, const std::string& arguments)
+Program::Program(const std::wstring& exe, const std::string& arguments, DWORD flags)
 {
     std::wstring command = L"\"" + exe + L"\" " + std::wstring(arguments.begin(), arguments.end());
     STARTUPINFOW startup = {};
@@ -27,7 +27,8 @@ Program::Program(const std::wstring& exe, const std::string& arguments)
     startup.hStdInput = itsInput;
     startup.hStdOutput = itsOutput;
     startup.hStdError = itsOutput;
-    const BOOL  started = CreateProcessW(exe.c_str(), &command[0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process);
+    const BOOL started =
+        CreateProcessW(exe.c_str(), &command[0], NULL, NULL, TRUE, flags, NULL, NULL, &startup, &process);
     const DWORD error = GetLastError();
     CloseHandle(itsInput);
     CloseHandle(itsOutput);
@@ -44,7 +45,9 @@ Program::~Program()
     CloseHandle(process.hProcess);
     CloseHandle(process.hThread);
     CloseHandle(toIt);
-    CloseHandle(fromIt);
+    if (fromIt != NULL) {
+        CloseHandle(fromIt);
+    }
 }
 
 DWORD Program::Id() const
@@ -122,6 +125,30 @@ void Program::Kill()
 {
     TerminateProcess(process.hProcess, 77);
     WaitForSingleObject(process.hProcess, PATIENCE_MS);
+}
+
+void Program::CloseOutput()
+{
+    CloseHandle(fromIt);
+    fromIt = NULL;
+}
+
+static BOOL WINAPI NotUs(DWORD)
+{
+    return TRUE;
+}
+
+bool Program::CtrlC()
+{
+    FreeConsole();
+    if (!AttachConsole(Id())) {
+        return false;
+    }
+    // It reaches all that have this console, us included.
+    SetConsoleCtrlHandler(NotUs, TRUE);
+    const BOOL sent = GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
+    FreeConsole();
+    return sent != FALSE;
 }
 
 Ran RunToEnd(const std::wstring& exe, const std::string& arguments)

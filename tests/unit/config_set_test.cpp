@@ -243,6 +243,21 @@ TEST_F(ConfigSet, ANewFileThatGivesOtherValuesIsNotPut)
     EXPECT_EQ(file.content, "old");
 }
 
+TEST_F(ConfigSet, ANewFileThatLacksTheKeyIsNotPutAlthoughTheDefaultIsTheSame)
+{
+    file.report.setting[4].bInFile = FALSE;
+    file.besideDiffers = true;
+    EXPECT_FALSE(Set({ { "writeinterval", "60" } }).done);
+    EXPECT_EQ(file.content, "old");
+}
+
+TEST_F(ConfigSet, AWrongFileThatStaysAsItIsIsNotSaidToBeDone)
+{
+    file.report.finding.dwStatus = file.besideFinding.dwStatus = XMLLIB_NO_NUMBER;
+    EXPECT_FALSE(Set({ { "writeinterval", "same" } }).done);
+    EXPECT_THAT(file.steps, ElementsAre("open", "write", "check"));
+}
+
 TEST_F(ConfigSet, AWrongFileCanBeMended)
 {
     file.report.finding.dwStatus = XMLLIB_NO_NUMBER;
@@ -313,6 +328,7 @@ TEST(ConfigKeys, TheNearestAreNamed)
     const XMLLIB_REPORT report = Report();
     EXPECT_EQ(NearestKeys(report, "levle"), "log/level");
     EXPECT_EQ(NearestKeys(report, "LEVEL"), "log/level");
+    EXPECT_EQ(NearestKeys(report, "sze"), "log/size");
     EXPECT_EQ(NearestKeys(report, "/root/diskperf/log/levle"), "log/level");
     EXPECT_EQ(NearestKeys(report, "parameters/size"), "log/size");
     EXPECT_EQ(NearestKeys(report, "interval"), "parameters/collectinterval or parameters/writeinterval");

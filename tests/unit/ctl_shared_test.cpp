@@ -56,6 +56,11 @@ TEST(Settings, ValuesAreWrittenAsPeopleWriteThem)
     EXPECT_EQ(SettingText(PERF_LOG_SIZE, 1024), "1024 KiB");
     EXPECT_EQ(SettingText(COLLECT_PARAM, 0x1ffff), "0x1ffff");
     EXPECT_EQ(SettingText(PERF_ENABLE, 1), "1");
+    EXPECT_EQ(SettingText(COLLECT_PARAM, 0), "0");
+    EXPECT_EQ(SettingText(COLLECT_PARAM, 9), "9");
+    EXPECT_EQ(SettingText(COLLECT_PARAM, 10), "0xa");
+    EXPECT_EQ(SettingText(LOG_LEVEL, 63), "0x3f");
+    EXPECT_EQ(SettingText(LOG_SIZE, 64), "64 KiB");
 }
 
 /* ---- Configuration in words ---- */
@@ -178,6 +183,29 @@ TEST(Texts, UtcOffsetsAndTimes)
     EXPECT_EQ(UtcOffsetText(-210), "-03:30");
     EXPECT_EQ(UtcOffsetText(345), "+05:45");
     EXPECT_EQ(IsoTime({ 2026, 12, 4, 31, 23, 59, 9, 7 }, -210), "2026-12-31T23:59:09.007-03:30");
+}
+
+TEST(Texts, TimesOfTheLogs)
+{
+    EXPECT_EQ(LocalTimeText({ 2026, 3, 6, 7, 14, 5, 9, 42 }), "2026/03/07 14:05:09.042");
+}
+
+TEST(Texts, WordsAreWrappedBeforeTheEightiethColumn)
+{
+    const std::string word(38, 'x');
+    EXPECT_EQ(Wrapped(word + " " + word + "xx", 0), word + " " + word + "xx\n");  // 79 letters
+    EXPECT_EQ(Wrapped(word + " " + word + "xxx", 0), word + "\n" + word + "xxx\n");
+    EXPECT_EQ(Wrapped(word + " " + word + "xxx y", 2), "  " + word + "\n  " + word + "xxx y\n");
+    EXPECT_EQ(Wrapped(std::string(100, 'x') + " y", 4), "    " + std::string(100, 'x') + "\n    y\n");
+    EXPECT_EQ(Wrapped("", 4), "");
+}
+
+TEST(Texts, LongLinesGoOnBelowTheirOwnColumn)
+{
+    const std::string words = std::string(40, 'a') + " " + std::string(40, 'b') + " c";
+    EXPECT_EQ(WrappedLines("  --x   " + words + "\n\n" + words + "\nshort\n", 8),
+              "  --x   " + std::string(40, 'a') + "\n        " + std::string(40, 'b') + " c\n\n" +
+                  std::string(40, 'a') + "\n" + std::string(40, 'b') + " c\nshort\n");
 }
 
 TEST(Texts, Utf8GoesThereAndBack)

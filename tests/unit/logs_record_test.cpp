@@ -225,6 +225,17 @@ TEST(Moments, OtherTextsAreNone)
     }
 }
 
+TEST(Moments, HoursBeforeGoOverDaysAndYears)
+{
+    EXPECT_EQ(HoursBefore("2026/03/07 14:05:09.042", 2), "2026/03/07 12:05:09.042");
+    EXPECT_EQ(HoursBefore("2026/03/01 01:00:00.000", 2), "2026/02/28 23:00:00.000");
+    EXPECT_EQ(HoursBefore("2028/03/01 00:00:00.000", 1), "2028/02/29 23:00:00.000");
+    EXPECT_EQ(HoursBefore("2026/01/01 00:59:59.999", 1), "2025/12/31 23:59:59.999");
+    EXPECT_EQ(HoursBefore("1601/01/01 01:00:00.000", 2), "");
+    EXPECT_EQ(HoursBefore("2026/02/30 01:00:00.000", 2), "");
+    EXPECT_EQ(HoursBefore("", 2), "");
+}
+
 bool Passes(const LogFilter& filter, const std::string& line)
 {
     LogRecord record;

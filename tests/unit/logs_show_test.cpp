@@ -143,6 +143,67 @@ TEST_F(LogsShow, OfAFilterTheLastLinesThatMatchAreShown)
                                  TraceLine("14:05:09.042", " 5000")));
 }
 
+// Sixteen files, each of more than one block, one for each hour from 0 to 15: what was asked for lies in the last two.
+TEST_F(LogsShow, AMomentIsLookedForInTheFilesThatMayHoldIt)
+{
+    std::string expected;
+    for (int hour = 0; hour <= LOG_GENERATIONS; hour++) {
+        const std::string clock = (hour < 10 ? "0" : "") + std::to_string(hour);
+        std::string       text;
+        for (int n = 0; n < 1000; n++) {
+            text += TraceLine(clock + (n < 500 ? ":10:00.000" : ":50:00.000"), " " + std::to_string(n));
+        }
+        logs.Write("diskperf", text, LOG_GENERATIONS - hour);
+        if (hour == 14) {
+            expected += text.substr(text.find(":50:00.000") - 13);
+        } else if (hour == 15) {
+            expected += text;
+        }
+    }
+    request.filter.since = "2026/03/07 14:30:00.000";
+    for (bool lastLines : { false, true }) {
+        request.lines.reset();
+        if (lastLines)
+            request.lines = 1000000;
+        EXPECT_EQ(Shown().size(), WithoutCr(expected).size());
+        EXPECT_EQ(view.said, WithoutCr(expected));
+        EXPECT_TRUE(good);
+        EXPECT_THAT(view.notes, IsEmpty());
+    }
+    // 12:10 is the first beginning that lies two hours back: of the files before not more than their beginnings is
+    // read.
+    for (int number = 4; number <= LOG_GENERATIONS; number++) {
+        EXPECT_EQ((logs.files[{ "diskperf", number }]->read), 0u) << number;
+    }
+    EXPECT_GT((logs.files[{ "diskperf", 3 }]->read), LOG_BLOCK);
+}
+
+// The clock was set back from 16:00 to 14:00 in the middle of a file: what was written before that is shown as well.
+TEST_F(LogsShow, AClockThatWasSetBackHidesNothing)
+{
+    logs.Write("diskperf", TraceLine("13:59:00.000", " 1"), 3);
+    logs.Write("diskperf", TraceLine("15:00:00.000", " 2") + TraceLine("15:59:59.999", " 3"), 2);
+    logs.Write("diskperf", TraceLine("14:00:00.000", " 4"), 1);
+    logs.Write("diskperf", TraceLine("16:00:00.000", " 5"));
+    request.filter.since = "2026/03/07 15:30:00.000";
+    EXPECT_EQ(Shown(), WithoutCr(TraceLine("15:59:59.999", " 3") + TraceLine("16:00:00.000", " 5")));
+}
+
+// What begins with somebody else's line says nothing about its time.
+TEST_F(LogsShow, AFileWithoutATimeAtItsBeginningEndsNoSearch)
+{
+    logs.Write("diskperf", TraceLine("15:00:00.000", " 1"), 3);
+    logs.Write("diskperf", "0000: foreign, long enough to hold a time\r\n", 2);
+    logs.Write("diskperf", "short\r\n", 1);
+    logs.Write("diskperf", TraceLine("15:10:00.000", " 2"));
+    request.filter.since = "2026/03/07 15:00:00.000";
+    EXPECT_EQ(Shown(), WithoutCr(TraceLine("15:00:00.000", " 1") + TraceLine("15:10:00.000", " 2")));
+    // The newest stays, however old it is: following goes on there.
+    request.filter.since = "2026/03/09 15:00:00.000";
+    EXPECT_EQ(Shown(), "");
+    EXPECT_TRUE(good);
+}
+
 TEST_F(LogsShow, OneLineMayBeAsLongAsTheLibraryMakesThem)
 {
     const std::string prefix = TraceLine("14:05:09.042", "");

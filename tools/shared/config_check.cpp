@@ -4,7 +4,7 @@
 
 namespace dkpf {
 
-static const XMLLIB_SETTING* Find(const XMLLIB_REPORT& report, const std::string& key)
+const XMLLIB_SETTING* SettingOf(const XMLLIB_REPORT& report, const std::string& key)
 {
     for (DWORD i = 0; i < report.dwSettings && i < XMLLIB_SETTING_MAX; i++) {
         if (key == report.setting[i].szKey)
@@ -20,7 +20,7 @@ static std::string KeyOf(size_t index)
 
 std::string NumberText(const XMLLIB_SETTING& setting, DWORD value)
 {
-    return fmt::format(setting.bHex && value > 9 ? "{:#x}" : "{}", value);
+    return NumberText(setting.bHex != FALSE, value);
 }
 
 static std::string WithUnit(const XMLLIB_SETTING& setting, const std::string& text)
@@ -60,7 +60,7 @@ std::string RefusalText(const XMLLIB_REPORT& report)
 
     if (aboutValue && finding.dwMax != 0) {
         XMLLIB_SETTING allowed{};
-        if (const XMLLIB_SETTING* setting = Find(report, finding.szKey))
+        if (const XMLLIB_SETTING* setting = SettingOf(report, finding.szKey))
             allowed = *setting;
         allowed.dwMin = finding.dwMin;
         allowed.dwMax = finding.dwMax;
@@ -73,9 +73,9 @@ std::string RefusalText(const XMLLIB_REPORT& report)
 ConfigVerdict JudgeReport(const XMLLIB_REPORT& report)
 {
     ConfigVerdict verdict;
-    if (const XMLLIB_SETTING* level = Find(report, KeyOf(LOG_LEVEL)))
+    if (const XMLLIB_SETTING* level = SettingOf(report, KeyOf(LOG_LEVEL)))
         verdict.logLevel = level->dwDefault;
-    if (const XMLLIB_SETTING* size = Find(report, KeyOf(LOG_SIZE)))
+    if (const XMLLIB_SETTING* size = SettingOf(report, KeyOf(LOG_SIZE)))
         verdict.logSize = size->dwDefault;
     for (DWORD i = 0; i < report.dwUnknown && i < XMLLIB_UNKNOWN_MAX; i++) {
         const XMLLIB_UNKNOWN& unknown = report.unknown[i];
@@ -88,7 +88,7 @@ ConfigVerdict JudgeReport(const XMLLIB_REPORT& report)
         return verdict;
     }
     for (size_t i = 0; i < SETTING_NUM; i++) {
-        const XMLLIB_SETTING* setting = Find(report, KeyOf(i));
+        const XMLLIB_SETTING* setting = SettingOf(report, KeyOf(i));
         if (setting == nullptr) {
             verdict.refusal = "the policy of this installation does not describe " + KeyOf(i);
             return verdict;

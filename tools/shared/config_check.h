@@ -23,6 +23,9 @@ struct ConfigVerdict {
     DWORD logSize = 2048;
 };
 
+/* The setting of a whole key path; nullptr where the policy has none. */
+const XMLLIB_SETTING* SettingOf(const XMLLIB_REPORT& report, const std::string& key);
+
 /* A number as people write this setting's: "60", "0x1ffff". */
 std::string NumberText(const XMLLIB_SETTING& setting, DWORD value);
 

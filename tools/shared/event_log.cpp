@@ -9,7 +9,6 @@
 namespace dkpf {
 
 static constexpr size_t EVENT_FILE_BOUND = 8u << 20;  // bytes of one generation that are looked at
-static constexpr int    EVENT_GENERATIONS = 15;
 
 bool IsLogTime(std::string_view text)
 {
@@ -92,7 +91,7 @@ std::wstring GenerationPath(const std::wstring& path, int number)
 EventHistory ReadEventsSince(const std::wstring& path, const std::string& since)
 {
     EventHistory all;
-    for (int number = 0; number <= EVENT_GENERATIONS; number++) {
+    for (int number = 0; number <= LOG_GENERATIONS; number++) {
         std::string content;
         const DWORD error = ReadWholeFile(GenerationPath(path, number), EVENT_FILE_BOUND, &content);
         // A writer that died while it rotated leaves a gap in the numbers, which the next rotation fills.

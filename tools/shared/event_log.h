@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tnwlog.h"
+
 namespace dkpf {
 
 struct EventEntry {
@@ -50,6 +52,9 @@ EventHistory ReadEventsSince(const std::wstring& path, const std::string& since)
 /* "2026/03/07 14:05:09.042", which all files of HOME/log begin their lines with, and its letters. */
 bool                    IsLogTime(std::string_view text);
 inline constexpr size_t LOG_TIME_LENGTH = 23;
+
+/* Older generations that a log of HOME/log has at most. */
+inline constexpr int LOG_GENERATIONS = TNWLOG_TRACE_GENERATIONS;
 
 /* A log's current file (0) or one of its older generations: diskperf_event.log, diskperf_event.1.log (the newest), ...
  */

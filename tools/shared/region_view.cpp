@@ -78,12 +78,6 @@ std::string DiskListText(const std::vector<int>& disks)
     return text.empty() ? "none" : text;
 }
 
-std::string LocalTimeText(const SYSTEMTIME& time)
-{
-    return fmt::format("{:04}/{:02}/{:02} {:02}:{:02}:{:02}.{:03}", time.wYear, time.wMonth, time.wDay, time.wHour,
-                       time.wMinute, time.wSecond, time.wMilliseconds);
-}
-
 std::string AgeText(DWORD ageMs)
 {
     return fmt::format("{}.{} s", ageMs / 1000, ageMs % 1000 / 100);

@@ -31,9 +31,6 @@ RegionView ViewRegion(const DKPF_SHM_INFO& info, DWORD tick);
 /* "1 to 3, 7"; "none". */
 std::string DiskListText(const std::vector<int>& disks);
 
-/* "2026/03/07 14:05:09.042" */
-std::string LocalTimeText(const SYSTEMTIME& time);
-
 /* "12.3 s" */
 std::string AgeText(DWORD ageMs);
 

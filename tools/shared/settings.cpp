@@ -12,7 +12,7 @@ static constexpr std::array<Setting, SETTING_NUM> g_settings = { {
     { "parameters/collectinterval", "s", false, false },
     { "parameters/writeinterval", "s", false, true },
     { "parameters/collectparam", "", true, true },
-    { "log/level", "", false, false },
+    { "log/level", "", true, false },
     { "log/size", "KiB", false, false },
 } };
 
@@ -29,10 +29,15 @@ size_t SettingByName(std::string_view name)
     return index;
 }
 
+std::string NumberText(bool hex, DWORD value)
+{
+    return fmt::format(hex && value > 9 ? "{:#x}" : "{}", value);
+}
+
 std::string SettingText(size_t index, DWORD value)
 {
     const Setting& setting = g_settings[index];
-    std::string    text = setting.hex ? fmt::format("{:#x}", value) : fmt::format("{}", value);
+    std::string    text = NumberText(setting.hex, value);
     if (setting.unit[0] != '\0')
         text += std::string(" ") + setting.unit;
     return text;

@@ -43,6 +43,9 @@ const Setting& SettingAt(size_t index);
 /* Index of a setting by its name, or SETTING_NUM. */
 size_t SettingByName(std::string_view name);
 
+/* A number as people write it; up to 9 both forms are the same digit. */
+std::string NumberText(bool hex, DWORD value);
+
 /* The value as people write it, with its unit: "60 s", "0x1ffff". */
 std::string SettingText(size_t index, DWORD value);
 

@@ -1,6 +1,7 @@
 #include "text.h"
 
 #include <fmt/format.h>
+#include <algorithm>
 #include <cstdlib>
 
 namespace dkpf {
@@ -54,6 +55,41 @@ std::string SystemErrorText(DWORD error)
     return text.empty() ? fmt::format("error {}", error) : fmt::format("error {}, {}", error, Narrow(text));
 }
 
+static constexpr size_t WIDTH = 79;  // the last column of a line stays free: a console would add an empty line
+
+std::string Wrapped(std::string_view words, size_t indent)
+{
+    std::string text;
+    while (!words.empty()) {
+        size_t length = words.size();
+        if (indent + length > WIDTH) {
+            length = words.rfind(' ', WIDTH - indent);
+            if (length == std::string_view::npos)
+                length = std::min(words.find(' '), words.size());
+        }
+        text += std::string(indent, ' ') + std::string(words.substr(0, length)) + "\n";
+        words.remove_prefix(std::min(length + 1, words.size()));
+    }
+    return text;
+}
+
+std::string WrappedLines(std::string_view lines, size_t column)
+{
+    std::string text;
+    while (!lines.empty()) {
+        const std::string_view line = lines.substr(0, lines.find('\n'));
+        const bool             indented = line.size() > column && line[0] == ' ' && line[column - 1] == ' ';
+        lines.remove_prefix(std::min(line.size() + 1, lines.size()));
+        if (line.size() <= WIDTH)
+            text += std::string(line) + "\n";
+        else if (indented)
+            text += std::string(line.substr(0, column)) + Wrapped(line.substr(column), column).substr(column);
+        else
+            text += Wrapped(line, 0);
+    }
+    return text;
+}
+
 int LocalUtcOffsetMinutes()
 {
     TIME_ZONE_INFORMATION zone{};
@@ -71,6 +107,12 @@ std::string UtcOffsetText(int minutes)
 {
     const int size = std::abs(minutes);
     return fmt::format("{}{:02}:{:02}", minutes < 0 ? '-' : '+', size / 60, size % 60);
+}
+
+std::string LocalTimeText(const SYSTEMTIME& time)
+{
+    return fmt::format("{:04}/{:02}/{:02} {:02}:{:02}:{:02}.{:03}", time.wYear, time.wMonth, time.wDay, time.wHour,
+                       time.wMinute, time.wSecond, time.wMilliseconds);
 }
 
 std::string IsoTime(const SYSTEMTIME& local, int utcOffsetMinutes)

@@ -19,8 +19,18 @@ std::string ToAnsi(std::string_view utf8);
 /* The way back, of what the logging library wrote. */
 std::string FromAnsi(std::string_view ansi);
 
+/* Words in lines that fit into 80 columns, each behind so many blanks and with LF. */
+std::string Wrapped(std::string_view words, size_t indent);
+
+/* Lines made by others, brought into 80 columns: what does not fit goes on below the text that begins at that column.
+ */
+std::string WrappedLines(std::string_view lines, size_t column);
+
 /* "error 5, Access is denied": the system's words for an error number, without line end. */
 std::string SystemErrorText(DWORD error);
+
+/* "2026/03/07 14:05:09.042", as the logs write it */
+std::string LocalTimeText(const SYSTEMTIME& time);
 
 /* "2026-03-07T14:05:09.042+09:00" */
 std::string IsoTime(const SYSTEMTIME& local, int utcOffsetMinutes);
