@@ -238,13 +238,13 @@ TEST_F(Csv, GenerationsBeyondALoweredNumberGoWithTheNextRotation)
 
 TEST_F(Csv, FilesOfOtherDisksAreNoGenerations)
 {
-    for (const wchar_t* lpName :
-         { L"perf\\nmp1_raw.csv", L"perf\\nmp10.csv", L"perf\\nmp1.9.txt", L"perf\\nmp1.09.csv" }) {
+    for (const wchar_t* lpName : { L"perf\\nmp1_raw.csv", L"perf\\nmp10.csv", L"perf\\nmp1.9.txt", L"perf\\nmp1.09.csv",
+                                   L"perf\\nmp1.1234567890.csv" }) {
         home.Write(lpName, "x\r\n");
     }
     Open(HEADER, 64, 0);
     EXPECT_EQ(Rotate(HEADER), TNWLOG_OK);
-    EXPECT_EQ(home.List(L"perf").size(), 5u);
+    EXPECT_EQ(home.List(L"perf").size(), 6u);
 }
 
 /* ---- Restart ---- */
