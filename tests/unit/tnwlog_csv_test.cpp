@@ -708,6 +708,20 @@ TEST_F(Csv, EachRefusalToOpenHasItsStatus)
     }
 }
 
+TEST_F(Csv, ANewGenerationThatCannotBeOpenedSaysWhyAndTheNextWriteOpensIt)
+{
+    Open();
+    Put("1");
+    Hook("kernel32.dll", "CreateFileW", OpenHook);
+    g_openError = ERROR_SHARING_VIOLATION;
+    EXPECT_EQ(Rotate(HEADER_2), TNWLOG_NOT_OPEN);
+    EXPECT_EQ(Put("lost"), TNWLOG_NOT_OPEN);
+    g_openError = 0;
+    EXPECT_EQ(Put("2"), TNWLOG_OK);
+    EXPECT_THAT(File(L"perf\\nmp1.1.csv"), ElementsAre(HEADER, "1"));
+    EXPECT_THAT(File(), ElementsAre(HEADER_2, "2"));
+}
+
 TEST_F(Csv, AFileThatCannotBeReadIsNotTakenForOneWithAnotherHeader)
 {
     home.Write(CSV, std::string(HEADER) + "\r\n1\r\n");
