@@ -1121,6 +1121,27 @@ TEST_F(Trace, LinesWithoutTheLockAreCountedAndToldWhenItAnswersAgain)
     api->log_term(hLog);
 }
 
+TEST_F(Trace, ACountThatCouldNotBeToldIsToldLater)
+{
+    HTNWLOG hLog = Open();
+
+    Hook("kernel32.dll", "WaitForSingleObject", WaitHook);
+    Hook("kernel32.dll", "WriteFile", WriteHook);
+    g_calls.waitResult = WAIT_TIMEOUT;
+    Put(hLog, "late");
+    g_calls.waitResult = WAIT_OBJECT_0;
+    Put(hLog, "has the lock");
+    g_calls.writeError = ERROR_DISK_FULL;
+    Put(hLog, "lost with the count");
+    g_calls.writeError = 0;
+    Put(hLog, "here");
+    ASSERT_EQ(Texts().size(), 5u);
+    EXPECT_THAT(Texts()[2], HasSubstr(": 1 lines were dropped"));
+    EXPECT_THAT(Texts()[3], HasSubstr(": 1 lines were written without the lock"));
+    EXPECT_EQ(Texts()[4], "here");
+    api->log_term(hLog);
+}
+
 TEST_F(Trace, WhoWritesWithoutTheLockGivesTheSecondOneBack)
 {
     HTNWLOG hLog = Open();
