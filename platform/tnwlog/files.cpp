@@ -251,7 +251,7 @@ static DWORD IsQuoteOpen(HANDLE hFile, ULONGLONG end, BOOL* lpfOpen)
 
 DWORD TnwFileTrim(HANDLE hFile, ULONGLONG* lpSize)
 {
-    ULONGLONG end = 0;
+    ULONGLONG end = 0, now = 0;
     DWORD     dwStatus = TNWLOG_OK;
 
     if (!TnwFileSize(hFile, lpSize)) {
@@ -260,6 +260,10 @@ DWORD TnwFileTrim(HANDLE hFile, ULONGLONG* lpSize)
     dwStatus = FindTextEnd(hFile, *lpSize, &end);
     if (dwStatus != TNWLOG_OK || end == *lpSize) {
         return dwStatus;
+    }
+    if (TnwFileSize(hFile, &now) && now != *lpSize) { /* a line without the lock came behind them: they stay */
+        *lpSize = now;
+        return TNWLOG_OK;
     }
     if (!TnwFileCut(hFile, end)) {
         return StatusOfWrite(GetLastError());

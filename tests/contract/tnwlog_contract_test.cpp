@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include "contract/contract.h"
+#include "support/message_strings.h"
 
 namespace {
 
@@ -390,60 +391,14 @@ TEST_P(TnwlogContract, AnotherComponentHasNoTable)
 
 TEST_P(TnwlogContract, TheStringsAreThoseOfTheProduct)
 {
-    // By number; no text for 18 and 19.
-    const char* const texts[] = {
-        "Transfer Ratio %",
-        "Request Queue Bytes",
-        "Request Queue Bytes Peak",
-        "Unsynchronized Bytes",
-        "Unsynchronized Bytes Peak",
-        "Avg. us/Transfer",
-        "Max. us/Transfer",
-        "Send Queue Bytes",
-        "Send Queue Bytes Peak",
-        "History Buffer Bytes",
-        "History Buffer Bytes Peak",
-        "Write Bytes",
-        "Write Bytes/sec",
-        "Transfer Memory Bytes",
-        "Transfer Memory Bytes Peak",
-        "Avg. us/Write",
-        "Max. us/Write",
-        "Write Bytes Sum",
-        nullptr,
-        nullptr,
-        "Transfer Bytes Before Reduction Sum",
-        "Transfer Bytes Sum",
-        "Write us Sum",
-        "Max. us/Write",
-        "Writes Sum",
-        "Send Queue Bytes",
-        "Send Queue Bytes Peak",
-        "History Buffer Bytes",
-        "History Buffer Bytes Peak",
-        "Request Queue Bytes",
-        "Request Queue Bytes Peak",
-        "Transfer Memory Bytes",
-        "Transfer Memory Bytes Peak",
-        "Unsynchronized Bytes",
-        "Unsynchronized Bytes Peak",
-        "Transfer us Sum",
-        "Max. us/Transfer",
-        "Transfers Sum",
-        "(PDH-CSV 4.0)",
-        "NMP",
-        "_Total",
-    };
     HTNWSTRINGS table = Table();
-    DWORD       number = 0;
-    for (const char* expected : texts) {
-        char text[128] = "untouched";
-        EXPECT_EQ(expected != nullptr ? TNWLOG_OK : TNWLOG_NO_SUCH_MESSAGE, Format(table, number, text, sizeof text))
-            << number;
-        EXPECT_STREQ(expected != nullptr ? expected : "untouched", text) << number;
-        number++;
+    for (DWORD number = 0; number <= 40; number++) {
+        const auto expected = MESSAGE_STRINGS.find(number);
+        const bool there = expected != MESSAGE_STRINGS.end();
+        char       text[128] = "untouched";
+        EXPECT_EQ(there ? TNWLOG_OK : TNWLOG_NO_SUCH_MESSAGE, Format(table, number, text, sizeof text)) << number;
+        EXPECT_STREQ(there ? expected->second.c_str() : "untouched", text) << number;
     }
-    EXPECT_EQ(41u, number);
     EXPECT_EQ(TNWLOG_OK, Free(table));
 }
 

@@ -76,7 +76,8 @@ protected:
 
         start.cb = sizeof start;
         EXPECT_TRUE(CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start,
-                                   &process));
+                                   &process))
+            << GetLastError();
         return process;
     }
 

@@ -203,6 +203,7 @@ TEST_F(Csv, ALineLongerThanTheBoundGetsAFileOfItsOwn)
     EXPECT_EQ(Put(std::string(3000, 'b')), TNWLOG_OK);
     EXPECT_THAT(File(L"perf\\nmp1.1.csv"), ElementsAre(HEADER, std::string(3000, 'a')));
     EXPECT_THAT(File(), ElementsAre(HEADER, std::string(3000, 'b')));
+    EXPECT_EQ(home.List(L"perf").size(), 2u);
 }
 
 TEST_F(Csv, TheNumberOfOlderGenerationsIsKept)
@@ -238,13 +239,13 @@ TEST_F(Csv, GenerationsBeyondALoweredNumberGoWithTheNextRotation)
 
 TEST_F(Csv, FilesOfOtherDisksAreNoGenerations)
 {
-    for (const wchar_t* lpName :
-         { L"perf\\nmp1_raw.csv", L"perf\\nmp10.csv", L"perf\\nmp1.9.txt", L"perf\\nmp1.09.csv" }) {
+    for (const wchar_t* lpName : { L"perf\\nmp1_raw.csv", L"perf\\nmp10.csv", L"perf\\nmp1.9.txt", L"perf\\nmp1.09.csv",
+                                   L"perf\\nmp1.1234567890.csv" }) {
         home.Write(lpName, "x\r\n");
     }
     Open(HEADER, 64, 0);
     EXPECT_EQ(Rotate(HEADER), TNWLOG_OK);
-    EXPECT_EQ(home.List(L"perf").size(), 5u);
+    EXPECT_EQ(home.List(L"perf").size(), 6u);
 }
 
 /* ---- Restart ---- */
@@ -632,6 +633,39 @@ TEST_F(Csv, ADiskThatFillsUpInARotationGetsTheHeaderLater)
     EXPECT_EQ(home.List(L"perf").size(), 2u);
 }
 
+TEST_F(Csv, APartOfAHeaderThatCannotBeCutOffIsNotGoneOnBehind)
+{
+    Open();
+    Put("1");
+    {
+        ImportHook write(api->Module(), "kernel32.dll", "WriteFile", WriteHook);
+        ImportHook cut(api->Module(), "kernel32.dll", "SetFileInformationByHandle", NoCut);
+        g_shortWrite = 4;
+        EXPECT_EQ(Rotate(HEADER_2), TNWLOG_DISK_FULL);
+        g_shortWrite = 0;
+        EXPECT_EQ(Put("lost"), TNWLOG_WRITE_FAILED);
+    }
+    EXPECT_EQ(Put("2"), TNWLOG_OK);
+    EXPECT_THAT(File(L"perf\\nmp1.1.csv"), ElementsAre(HEADER, "1"));
+    EXPECT_THAT(File(), ElementsAre(HEADER_2, "2"));
+    EXPECT_EQ(home.List(L"perf").size(), 2u);
+}
+
+// The new file was begun before: by a process that went down in the same change of columns.
+TEST_F(Csv, ARotateThatFindsAPartOfItsHeaderStartsNoSecondGeneration)
+{
+    HANDLE hReader = nullptr;
+
+    home.Write(CSV, std::string(HEADER_2).substr(0, 25));
+    hReader = home.Hold(CSV, 0);
+    Open();
+    EXPECT_EQ(Rotate(HEADER_2), TNWLOG_NOT_OPEN);
+    CloseHandle(hReader);
+    EXPECT_EQ(Put("1"), TNWLOG_OK);
+    EXPECT_THAT(File(), ElementsAre(HEADER_2, "1"));
+    EXPECT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" });
+}
+
 TEST_F(Csv, EachRefusalOfTheSystemHasItsStatus)
 {
     Open();
@@ -667,10 +701,25 @@ TEST_F(Csv, EachRefusalToOpenHasItsStatus)
         g_openError = 0;
         EXPECT_EQ(Put("here"), TNWLOG_OK);
         EXPECT_THAT(File(), ElementsAre(HEADER_2, "here"));
+        EXPECT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" }) << "a new file is generation enough";
         EXPECT_EQ(api->log_util_term(hFile), TNWLOG_OK);
         hFile = nullptr;
         home.Remove(CSV);
     }
+}
+
+TEST_F(Csv, ANewGenerationThatCannotBeOpenedSaysWhyAndTheNextWriteOpensIt)
+{
+    Open();
+    Put("1");
+    Hook("kernel32.dll", "CreateFileW", OpenHook);
+    g_openError = ERROR_SHARING_VIOLATION;
+    EXPECT_EQ(Rotate(HEADER_2), TNWLOG_NOT_OPEN);
+    EXPECT_EQ(Put("lost"), TNWLOG_NOT_OPEN);
+    g_openError = 0;
+    EXPECT_EQ(Put("2"), TNWLOG_OK);
+    EXPECT_THAT(File(L"perf\\nmp1.1.csv"), ElementsAre(HEADER, "1"));
+    EXPECT_THAT(File(), ElementsAre(HEADER_2, "2"));
 }
 
 TEST_F(Csv, AFileThatCannotBeReadIsNotTakenForOneWithAnotherHeader)
@@ -695,10 +744,11 @@ TEST_F(Csv, AFolderInWhichNothingMayBeRenamedCostsNoLine)
         EXPECT_EQ(Put(lpMark + std::string(600, '.')), TNWLOG_OK);
     }
     EXPECT_EQ(Rotate(HEADER), TNWLOG_NOT_OPEN);
-    EXPECT_EQ(File().size(), 4u);
+    EXPECT_EQ(Put("under the same header"), TNWLOG_OK);
+    EXPECT_EQ(File().size(), 5u) << "which is there and not repeated";
     g_moveError = 0;
     EXPECT_EQ(Put("d"), TNWLOG_OK);
-    EXPECT_EQ(File(L"perf\\nmp1.1.csv").size(), 4u);
+    EXPECT_EQ(File(L"perf\\nmp1.1.csv").size(), 5u);
     EXPECT_THAT(File(), ElementsAre(HEADER, "d"));
 }
 

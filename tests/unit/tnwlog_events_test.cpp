@@ -158,6 +158,14 @@ TEST_F(EventLog, ANumberWithoutTextIsStillAnEntry)
     EXPECT_THAT(Entry(), EndsWith(" ERROR 0xC0001FFF (no text: tnwmsg.dll is missing or does not know this number)"));
 }
 
+TEST_F(EventLog, ANumberWithoutSeverityIsASuccess)
+{
+    Raise(0x00001FFF);
+    ASSERT_EQ(g_reported.size(), 1u);
+    EXPECT_EQ(g_reported[0].wType, EVENTLOG_INFORMATION_TYPE);
+    EXPECT_THAT(Entry(), HasSubstr(" SUCCESS 0x00001FFF (no text"));
+}
+
 TEST_F(EventLog, AMissingMessageFileStillMakesAnEntry)
 {
     home.Remove(L"bin\\tnwmsg.dll");

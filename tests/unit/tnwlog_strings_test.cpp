@@ -1,59 +1,10 @@
 // The message strings: what a header line is made of, read as the library reads them.
+#include "support/message_strings.h"
 #include "tnwlog_fixture.h"
 
 namespace {
 
-struct Title {
-    DWORD       dwNumber;
-    const char* lpText;
-};
-
-void PrintTo(const Title& title, std::ostream* lpOut)
-{
-    *lpOut << title.dwNumber;
-}
-
-const Title g_aTitle[] = {
-    { 0, "Transfer Ratio %" },
-    { 1, "Request Queue Bytes" },
-    { 2, "Request Queue Bytes Peak" },
-    { 3, "Unsynchronized Bytes" },
-    { 4, "Unsynchronized Bytes Peak" },
-    { 5, "Avg. us/Transfer" },
-    { 6, "Max. us/Transfer" },
-    { 7, "Send Queue Bytes" },
-    { 8, "Send Queue Bytes Peak" },
-    { 9, "History Buffer Bytes" },
-    { 10, "History Buffer Bytes Peak" },
-    { 11, "Write Bytes" },
-    { 12, "Write Bytes/sec" },
-    { 13, "Transfer Memory Bytes" },
-    { 14, "Transfer Memory Bytes Peak" },
-    { 15, "Avg. us/Write" },
-    { 16, "Max. us/Write" },
-    { 17, "Write Bytes Sum" },
-    { 20, "Transfer Bytes Before Reduction Sum" },
-    { 21, "Transfer Bytes Sum" },
-    { 22, "Write us Sum" },
-    { 23, "Max. us/Write" },
-    { 24, "Writes Sum" },
-    { 25, "Send Queue Bytes" },
-    { 26, "Send Queue Bytes Peak" },
-    { 27, "History Buffer Bytes" },
-    { 28, "History Buffer Bytes Peak" },
-    { 29, "Request Queue Bytes" },
-    { 30, "Request Queue Bytes Peak" },
-    { 31, "Transfer Memory Bytes" },
-    { 32, "Transfer Memory Bytes Peak" },
-    { 33, "Unsynchronized Bytes" },
-    { 34, "Unsynchronized Bytes Peak" },
-    { 35, "Transfer us Sum" },
-    { 36, "Max. us/Transfer" },
-    { 37, "Transfers Sum" },
-    { 38, "(PDH-CSV 4.0)" },
-    { 39, "NMP" },
-    { 40, "_Total" },
-};
+using Title = std::pair<const DWORD, std::string>;
 
 class Strings : public TnwLogTest {
 protected:
@@ -76,12 +27,12 @@ class EachString : public Strings, public testing::WithParamInterface<Title> {};
 
 TEST_P(EachString, ReadsBackWithoutLineEndAndWithSinglePercentSigns)
 {
-    ASSERT_EQ(api->TnwFormatMessage(hTable, GetParam().dwNumber, szText, sizeof szText, 0), TNWLOG_OK);
-    EXPECT_STREQ(szText, GetParam().lpText);
+    ASSERT_EQ(api->TnwFormatMessage(hTable, GetParam().first, szText, sizeof szText, 0), TNWLOG_OK);
+    EXPECT_STREQ(szText, GetParam().second.c_str());
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EachString, testing::ValuesIn(g_aTitle),
-                         [](const auto& title) { return "Number" + std::to_string(title.param.dwNumber); });
+INSTANTIATE_TEST_SUITE_P(All, EachString, testing::ValuesIn(MESSAGE_STRINGS),
+                         [](const auto& title) { return "Number" + std::to_string(title.param.first); });
 
 TEST_F(Strings, EveryNumberFrom0To40IsThereExcept18And19)
 {
