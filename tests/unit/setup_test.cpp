@@ -109,8 +109,13 @@ TEST_F(Setup, EverythingIsWhereItBelongs)
     EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).actions, restarts);
     EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).resetS, 86400u);
     EXPECT_EQ(machine.state.services.at(DRIVER_SERVICE).config.type, static_cast<DWORD>(SERVICE_KERNEL_DRIVER));
-    EXPECT_EQ(machine.state.folders[HOME + L"\\log"], LOG_ACCESS);
-    EXPECT_EQ(machine.state.folders[HOME + L"\\bin"], READ_ONLY_ACCESS);
+    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).settings.at(ServiceSetting::FailureActions).actions, restarts);
+    // AI: the system's own mark that what lies below has them too.
+    const std::wstring readOnly = L"D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;WD)";
+    for (const wchar_t* folder : { L"\\bin", L"\\etc", L"\\perf", L"\\driver" })
+        EXPECT_EQ(machine.state.folders[HOME + folder], readOnly) << Narrow(folder);
+    EXPECT_THAT(Narrow(machine.state.folders[HOME + L"\\log"]), HasSubstr("D:PAI("));
+    EXPECT_THAT(Narrow(machine.state.folders[HOME + L"\\log"]), HasSubstr("(A;OIIO;0x12008d;;;WD)"));
 }
 
 TEST_F(Setup, ASystemWithoutALoaderGetsAFreeRange)
@@ -390,12 +395,109 @@ TEST_F(Setup, WhereItIsUnpackedItCanStay)
     EXPECT_EQ(machine.state.services.at(AGENT_SERVICE).config.command, L"\"" + SOURCE + L"\\bin\\dkpfagent.exe\"");
 }
 
+// The library takes the four bytes of any type.
 TEST_F(Setup, ADebugSwitchThatWasLeftOnGoes)
 {
+    for (const RegistryValue& value :
+         { RegistryValue{ REG_DWORD, {}, 1 }, RegistryValue{ REG_BINARY, {}, 0, { 1, 0, 0, 0 } } }) {
+        FakeMachine machine = Older(true);
+        machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = value;
+        ASSERT_TRUE(Run(machine));
+        EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
+        machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = value;
+        ASSERT_TRUE(Remove(machine));
+        EXPECT_EQ(machine.state.keys.count(L"Software\\OSK"), 0u);
+    }
+}
+
+TEST_F(Setup, OldNamesThatComeBackUnderAnotherRangeAreTheOnesTheSystemCallsFor)
+{
     FakeMachine machine = Older(true);
-    machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = { REG_DWORD, {}, 1 };
+    machine.loadedRange = 8000;
+    FakeMachine whole = machine;
+    ASSERT_TRUE(Run(whole));
+    EXPECT_EQ(whole.state.keys[PERFORMANCE_KEY][L"Object List"].text, L"8000");
+    const auto start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");
+    machine.failAt = static_cast<size_t>(start - whole.calls.begin()) + 1;
+    EXPECT_FALSE(Run(machine));
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"First Counter"].number, 8000u);
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"Object List"].text, L"8000");
+    EXPECT_EQ(machine.state.keys[L"SYSTEM"][L"names"].text, L"one of etc\\tnwdiskperf.ini");
+}
+
+TEST_F(Setup, ADamagedRangeIsMadeAnewAndLeavesNothingBehind)
+{
+    for (bool loader : { false, true }) {
+        FakeMachine machine = Clean(loader);
+        const auto  before = Describe(machine.state);
+        ASSERT_TRUE(Run(machine));
+        machine.state.keys[PERFORMANCE_KEY][L"Last Help"].number++;
+        FakeMachine removed = machine;
+        ASSERT_TRUE(Run(machine));
+        EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"Last Help"].number, loader ? 7035u : 2035u);
+        ASSERT_TRUE(Remove(removed, true));
+        EXPECT_THAT(Describe(removed.state), ElementsAreArray(before));
+    }
+}
+
+TEST_F(Setup, PurgeLeavesForeignFilesWhereNothingOfTheProductStands)
+{
+    FakeMachine machine = Clean(true);
+    for (const wchar_t* folder : { L"", L"\\bin", L"\\log" })
+        machine.state.folders[HOME + folder] = L"D:AI";
+    machine.state.files[HOME + L"\\bin\\sh"] = "the system's";
+    machine.state.files[HOME + L"\\log\\boot.log"] = "the system's";
+    std::vector<std::string> lines;
+    EXPECT_TRUE(Remove(machine, true, &lines));
+    EXPECT_THAT(lines, Contains("purge: foreign files stay, no file of the product stands there"));
+    EXPECT_EQ(machine.Kind(HOME + L"\\bin\\sh"), PathKind::File);
+    EXPECT_EQ(machine.Kind(HOME + L"\\log\\boot.log"), PathKind::File);
+    // Behind an uninstall that left them.
+    machine.state.files[HOME + L"\\log\\diskperf_event.log"] = "ours";
+    EXPECT_TRUE(Remove(machine, true));
+    EXPECT_EQ(machine.Kind(HOME), PathKind::Nothing);
+}
+
+TEST_F(Setup, TheRegisteredHomeIsAWholePathAsSetUpWritesIt)
+{
+    FakeMachine machine;
+    EXPECT_EQ(RegisteredHome(machine), HOME);
+    const auto home = [&machine](const wchar_t* library) {
+        machine.state.keys[PERFORMANCE_KEY][L"Library"] = { REG_SZ, library, 0 };
+        return RegisteredHome(machine);
+    };
+    EXPECT_EQ(home(L"D:\\mine\\bin\\tnwdiskperf.dll"), L"D:\\mine");
+    EXPECT_EQ(home(L"\\\\server\\share\\mine\\bin\\tnwdiskperf.dll"), L"\\\\server\\share\\mine");
+    for (const wchar_t* other : { L"", L"tnwdiskperf.dll", L"mine\\bin\\tnwdiskperf.dll", L"D:\\mine\\tnwdiskperf.dll",
+                                  L"D:\\mine\\bin\\other.dll" })
+        EXPECT_EQ(home(other), HOME) << Narrow(other);
+}
+
+TEST_F(Setup, AFileThatCannotBeRenamedIsSaidAndNotMarked)
+{
+    FakeMachine              machine = Clean(true);
+    const std::wstring       library = HOME + L"\\bin\\tnwlog.dll";
+    std::vector<std::string> lines;
     ASSERT_TRUE(Run(machine));
-    EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
+    machine.locked = { library };
+    EXPECT_FALSE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("NOT removed: file C:\\Program Files\\TARNWELL\\bin\\tnwlog.dll: ")));
+    EXPECT_THAT(machine.state.atRestart, IsEmpty());
+    machine.locked.clear();
+    EXPECT_TRUE(Remove(machine));
+    EXPECT_EQ(machine.Kind(HOME + L"\\bin"), PathKind::Nothing);
+}
+
+TEST_F(Setup, AHomeThatIsNamedLikeAnOldFileIsAHomeAsAnyOther)
+{
+    FakeMachine        machine = Clean(true);
+    const std::wstring home = L"C:\\x.old-1";
+    const auto         quiet = [](std::string_view) {};
+    ASSERT_TRUE(Install(machine, { SOURCE, home, true }, quiet));
+    machine.held = { home + L"\\bin\\dkpfctl.exe" };
+    EXPECT_TRUE(Uninstall(machine, { home, false }, quiet));
+    EXPECT_EQ(machine.Kind(home + L"\\bin\\dkpfctl.exe"), PathKind::Nothing);
+    EXPECT_EQ(machine.state.atRestart.count(home + L"\\bin\\dkpfctl.exe.old-1"), 1u);
 }
 
 TEST_F(Setup, WhatTheFeederIsToFeedStays)
