@@ -265,6 +265,8 @@ DWORD FakeMachine::Move(const std::wstring& from, const std::wstring& to)
             return ERROR_ALREADY_EXISTS;
         state.files[to] = state.files[from];
         state.files.erase(from);
+        if (loads.count(to) != 0)
+            held.insert(to);
         if (held.erase(from) != 0)
             held.insert(to);
         return ERROR_SUCCESS;

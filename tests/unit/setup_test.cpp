@@ -64,6 +64,9 @@ protected:
         for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
             machine.state.services.at(name).runs = true;
         machine.state.files[HOME + L"\\etc\\cluster.xml"] = "the operator's";
+        machine.state.folders[HOME + L"\\log"] = L"D:AI(A;OICI;FA;;;WD)";
+        machine.state.services.at(AGENT_SERVICE).config.start = SERVICE_DEMAND_START;
+        machine.state.services.at(FEEDER_SERVICE).config.displayName = L"feeder of one";
         auto& settings = machine.state.services.at(AGENT_SERVICE).settings;
         settings[ServiceSetting::Description] = { L"words of one", {}, 0 };
         settings[ServiceSetting::FailureActions] = { L"", { { SC_ACTION_NONE, 0 } }, 60 };
@@ -171,6 +174,70 @@ TEST_F(Setup, TheSettingsOfAnAgentThatWasThereComeBack)
     EXPECT_TRUE(settings(failing) == settings(beginning));
 }
 
+TEST_F(Setup, OnlyWhatHasToStopsAndTheDriverWithTheFeederThatHoldsIt)
+{
+    const auto stops = [](FakeMachine& machine, const std::wstring& home) {
+        for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
+            machine.state.services.at(name).runs = true;
+        machine.calls.clear();
+        EXPECT_TRUE(Install(machine, { SOURCE, home, true }, [](std::string_view) {}));
+        std::vector<std::string> names;
+        for (const std::string& call : machine.calls) {
+            if (call.rfind("stop ", 0) == 0)
+                names.push_back(call.substr(5));
+        }
+        EXPECT_TRUE(machine.Runs(AGENT_SERVICE));
+        return names;
+    };
+    FakeMachine machine = Clean(true);
+    ASSERT_TRUE(Run(machine));
+    EXPECT_THAT(stops(machine, HOME), IsEmpty());
+    machine.state.files[SOURCE + L"\\bin\\tnwlog.dll"] = "two";
+    EXPECT_THAT(stops(machine, HOME), testing::ElementsAre("dkpfagent", "velcorfeed"));
+    machine.state.files[SOURCE + L"\\driver\\velcor.sys"] = "two";
+    EXPECT_THAT(stops(machine, HOME), testing::ElementsAre("dkpfagent", "velcorfeed", "velcor"));
+    EXPECT_THAT(stops(machine, SOURCE), testing::ElementsAre("dkpfagent", "velcorfeed"));  // another home: no new file
+}
+
+TEST_F(Setup, WhatWasStartedStopsBeforeItsFilesGoBack)
+{
+    FakeMachine machine = Older(true);
+    FakeMachine whole = machine;
+    ASSERT_TRUE(Run(whole));
+    const auto start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");
+    machine.failAt = static_cast<size_t>(start - whole.calls.begin()) + 1;
+    EXPECT_FALSE(Run(machine));
+    EXPECT_EQ(machine.calls[machine.failAt], "stop velcorfeed");
+    EXPECT_EQ(machine.calls[machine.failAt + 1], "stop velcor");
+}
+
+TEST_F(Setup, ANewLibraryThatAHostLoadedMeanwhileGivesWayToTheOldOne)
+{
+    FakeMachine        machine = Older(true);
+    const std::wstring library = HOME + L"\\bin\\tnwdiskperf.dll";
+    FakeMachine        whole = machine;
+    ASSERT_TRUE(Run(whole));
+    const auto start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");
+    machine.loads = { library };
+    machine.failAt = static_cast<size_t>(start - whole.calls.begin()) + 1;
+    std::vector<std::string> lines;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_EQ(machine.state.files[library], "one of bin\\tnwdiskperf.dll");
+    EXPECT_THAT(machine.state.atRestart, testing::ElementsAre(library + L".old-2"));
+    EXPECT_THAT(lines, testing::Not(Contains(HasSubstr("NOT taken back"))));
+}
+
+TEST_F(Setup, AFileWhereAFolderHasToBeEndsIt)
+{
+    FakeMachine machine = Clean(true);
+    machine.state.files[HOME] = "a file";
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("FAILED: a file stands where the folder C:\\Program Files\\TARNWELL has")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
 TEST_F(Setup, NoAdministratorNoChange)
 {
     FakeMachine machine = Clean(true);
@@ -197,6 +264,8 @@ TEST_F(Setup, ANewVersionStopsWhatRunsKeepsTheConfigurationAndStartsAgain)
     for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
         EXPECT_TRUE(machine.Runs(name)) << Narrow(name);
     EXPECT_EQ(machine.calls.front(), "stop dkpfagent");
+    EXPECT_EQ(machine.state.services.at(AGENT_SERVICE).config.start, static_cast<DWORD>(SERVICE_AUTO_START));
+    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).config.displayName, FEEDER_DISPLAY);
     EXPECT_EQ(machine.state.files[HOME + L"\\etc\\cluster.xml"], "the operator's");
     EXPECT_EQ(machine.state.files[HOME + L"\\etc\\policy\\diskperf.xml"], "two of etc\\policy\\diskperf.xml");
     EXPECT_EQ(machine.state.keys[L"SYSTEM"][L"names"].text, L"two of etc\\tnwdiskperf.ini");
@@ -381,6 +450,7 @@ TEST_F(Setup, ARealDriverIsLeftAlone)
     EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
 
     ASSERT_TRUE(Run(machine, false));
+    EXPECT_THAT(machine.calls, testing::Not(Contains("stop velcor")));
     EXPECT_EQ(machine.state.services.count(FEEDER_SERVICE), 0u);
     EXPECT_EQ(machine.state.files[L"C:\\Windows\\drivers\\velcor.sys"], "the real one");
     ASSERT_TRUE(Remove(machine, true));
