@@ -117,6 +117,7 @@ std::wstring FakeMachine::DriverFolder()
 
 void FakeMachine::EnvironmentChanged()
 {
+    tellings++;
 }
 
 /* ---- Registry ---- */

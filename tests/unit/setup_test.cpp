@@ -102,7 +102,11 @@ TEST_F(Setup, EverythingIsWhereItBelongs)
     EXPECT_EQ(text(ENVIRONMENT_KEY, L"Path"), L"%SystemRoot%\\system32;C:\\tools;;" + HOME + L"\\bin");
     EXPECT_EQ(machine.state.keys.count(DEBUG_KEY), 1u);
     EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
+    EXPECT_EQ(machine.state.keys[EVENT_SOURCE_KEY][L"TypesSupported"].number, 7u);  // errors, warnings, information
+    EXPECT_EQ(machine.tellings, 1);
     const FakeService& agent = machine.state.services.at(AGENT_SERVICE);
+    EXPECT_EQ(agent.settings.at(ServiceSetting::RequiredPrivileges).text,
+              std::wstring(L"SeChangeNotifyPrivilege\0SeCreateGlobalPrivilege\0", 48));
     EXPECT_EQ(agent.config.command, L"\"" + HOME + L"\\bin\\dkpfagent.exe\"");
     EXPECT_EQ(agent.config.start, static_cast<DWORD>(SERVICE_AUTO_START));
     EXPECT_EQ(agent.settings.size(), 3u);
@@ -266,6 +270,12 @@ TEST_F(Setup, ANewVersionStopsWhatRunsKeepsTheConfigurationAndStartsAgain)
     EXPECT_EQ(machine.calls.front(), "stop dkpfagent");
     EXPECT_EQ(machine.state.services.at(AGENT_SERVICE).config.start, static_cast<DWORD>(SERVICE_AUTO_START));
     EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).config.displayName, FEEDER_DISPLAY);
+    std::vector<std::string> starts;
+    for (const std::string& call : machine.calls) {
+        if (call.rfind("start ", 0) == 0)
+            starts.push_back(call.substr(6));
+    }
+    EXPECT_THAT(starts, testing::ElementsAre("velcor", "velcorfeed", "dkpfagent"));
     EXPECT_EQ(machine.state.files[HOME + L"\\etc\\cluster.xml"], "the operator's");
     EXPECT_EQ(machine.state.files[HOME + L"\\etc\\policy\\diskperf.xml"], "two of etc\\policy\\diskperf.xml");
     EXPECT_EQ(machine.state.keys[L"SYSTEM"][L"names"].text, L"two of etc\\tnwdiskperf.ini");
@@ -524,8 +534,15 @@ TEST_F(Setup, PurgeLeavesForeignFilesWhereNothingOfTheProductStands)
     EXPECT_EQ(machine.Kind(HOME + L"\\log\\boot.log"), PathKind::File);
     // Behind an uninstall that left them.
     machine.state.files[HOME + L"\\log\\diskperf_event.log"] = "ours";
+    machine.state.folders[HOME + L"\\perf"] = L"D:AI";
+    machine.state.files.erase(HOME + L"\\bin\\sh");
+    FakeMachine perf = machine;
     EXPECT_TRUE(Remove(machine, true));
     EXPECT_EQ(machine.Kind(HOME), PathKind::Nothing);
+    perf.state.files.erase(HOME + L"\\log\\diskperf_event.log");
+    perf.state.files[HOME + L"\\perf\\nmp1.csv"] = "ours";
+    EXPECT_TRUE(Remove(perf, true));
+    EXPECT_EQ(perf.Kind(HOME), PathKind::Nothing);
 }
 
 TEST_F(Setup, TheRegisteredHomeIsAWholePathAsSetUpWritesIt)
@@ -568,6 +585,40 @@ TEST_F(Setup, AHomeThatIsNamedLikeAnOldFileIsAHomeAsAnyOther)
     EXPECT_TRUE(Uninstall(machine, { home, false }, quiet));
     EXPECT_EQ(machine.Kind(home + L"\\bin\\dkpfctl.exe"), PathKind::Nothing);
     EXPECT_EQ(machine.state.atRestart.count(home + L"\\bin\\dkpfctl.exe.old-1"), 1u);
+}
+
+TEST_F(Setup, APathThatWasNotThereIsMadeAndGoes)
+{
+    FakeMachine machine = Clean(true);
+    machine.state.keys[ENVIRONMENT_KEY].erase(L"Path");
+    const auto before = Describe(machine.state);
+    ASSERT_TRUE(Run(machine));
+    EXPECT_EQ(machine.state.keys[ENVIRONMENT_KEY][L"Path"], (RegistryValue{ REG_EXPAND_SZ, HOME + L"\\bin", 0 }));
+    ASSERT_TRUE(Remove(machine, true));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+    EXPECT_EQ(machine.tellings, 2);
+}
+
+TEST_F(Setup, KeysThatOthersUseStay)
+{
+    FakeMachine machine = Clean(true);
+    ASSERT_TRUE(Run(machine));
+    machine.state.keys[L"Software\\OSK\\other"];
+    std::vector<std::string> lines;
+    EXPECT_TRUE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines, Contains("key Software\\OSK: stays, others use it"));
+    EXPECT_EQ(machine.state.keys.count(L"Software\\OSK\\TARNWELL"), 0u);
+    EXPECT_EQ(machine.state.keys.count(L"Software\\OSK\\other"), 1u);
+}
+
+TEST_F(Setup, AFeederOfAnotherHomeIsNoChoiceOfTheOperator)
+{
+    FakeMachine machine = Older(true);
+    auto&       command = machine.state.services.at(FEEDER_SERVICE).config.command;
+    command = L"\"C:\\else\\velcorfeed.exe\" --service";
+    ASSERT_TRUE(Run(machine));
+    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).config.command,
+              L"\"" + HOME + L"\\bin\\velcorfeed.exe\" --service");
 }
 
 TEST_F(Setup, WhatTheFeederIsToFeedStays)
