@@ -8,8 +8,6 @@
 
 namespace dkpf {
 
-static constexpr DWORD LOADED_RANGE = 7000;
-
 FakeMachine::FakeMachine()
 {
     for (const wchar_t* folder : { L"C:", L"C:\\Program Files", L"C:\\Windows", L"C:\\Windows\\drivers" })
@@ -29,7 +27,7 @@ std::vector<std::wstring> Describe(const MachineState& state, bool running)
         lines.push_back(L"key " + key);
         for (const auto& [name, value] : values)
             lines.push_back(key + L"!" + name + L" = " + std::to_wstring(value.type) + L" " + value.text + L" " +
-                            std::to_wstring(value.number));
+                            std::to_wstring(value.number) + L" " + std::to_wstring(value.bytes.size()));
     }
     for (const auto& [path, content] : state.files)
         lines.push_back(L"file " + path + L" = " + Wide(content));
@@ -119,6 +117,7 @@ std::wstring FakeMachine::DriverFolder()
 
 void FakeMachine::EnvironmentChanged()
 {
+    tellings++;
 }
 
 /* ---- Registry ---- */
@@ -261,10 +260,14 @@ DWORD FakeMachine::Move(const std::wstring& from, const std::wstring& to)
     return Change("move " + Narrow(from), [&]() -> DWORD {
         if (Kind(from) != PathKind::File)
             return ERROR_FILE_NOT_FOUND;
+        if (locked.count(from) != 0)
+            return ERROR_SHARING_VIOLATION;
         if (Kind(to) != PathKind::Nothing)
             return ERROR_ALREADY_EXISTS;
         state.files[to] = state.files[from];
         state.files.erase(from);
+        if (loads.count(to) != 0)
+            held.insert(to);
         if (held.erase(from) != 0)
             held.insert(to);
         return ERROR_SUCCESS;
@@ -274,7 +277,7 @@ DWORD FakeMachine::Move(const std::wstring& from, const std::wstring& to)
 DWORD FakeMachine::RemoveFile(const std::wstring& path)
 {
     return Change("remove file " + Narrow(path), [&]() -> DWORD {
-        if (held.count(path) != 0)
+        if (held.count(path) != 0 || locked.count(path) != 0)
             return ERROR_ACCESS_DENIED;
         return state.files.erase(path) != 0 ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
     });
@@ -302,6 +305,8 @@ DWORD FakeMachine::SetAccess(const std::wstring& folder, const std::wstring& sdd
         if (Kind(folder) != PathKind::Folder)
             return ERROR_PATH_NOT_FOUND;
         state.folders[folder] = sddl;
+        if (sddl.find(L"AI") == std::wstring::npos)  // as the system keeps them
+            state.folders[folder].insert(sddl.find(L'('), L"AI");
         return ERROR_SUCCESS;
     });
 }
@@ -392,10 +397,12 @@ DWORD FakeMachine::LoadNames(const std::wstring& iniFile)
         if (!loaderWorks || Kind(iniFile) != PathKind::File)
             return ERROR_SUCCESS;  // as a stub answers
         auto& values = state.keys[PERFORMANCE_KEY];
-        values[VALUE_FIRST_COUNTER] = { REG_DWORD, {}, LOADED_RANGE };
-        values[VALUE_LAST_COUNTER] = { REG_DWORD, {}, LOADED_RANGE + 34 };
-        values[VALUE_FIRST_HELP] = { REG_DWORD, {}, LOADED_RANGE + 1 };
-        values[VALUE_LAST_HELP] = { REG_DWORD, {}, LOADED_RANGE + 35 };
+        if (values.count(VALUE_FIRST_COUNTER) != 0)
+            return ERROR_ALREADY_EXISTS;
+        values[VALUE_FIRST_COUNTER] = { REG_DWORD, {}, loadedRange };
+        values[VALUE_LAST_COUNTER] = { REG_DWORD, {}, loadedRange + 34 };
+        values[VALUE_FIRST_HELP] = { REG_DWORD, {}, loadedRange + 1 };
+        values[VALUE_LAST_HELP] = { REG_DWORD, {}, loadedRange + 35 };
         // What stands in the system's tables from now on.
         state.keys[L"SYSTEM"][L"names"] = { REG_SZ, Wide(state.files[iniFile]), 0 };
         return ERROR_SUCCESS;

@@ -43,8 +43,12 @@ public:
     bool                     administrator = true;
     bool                     wine = true;
     bool                     loaderWorks = false;  // LoadNames gives a range
+    DWORD                    loadedRange = 7000;   // the next one that it gives
     bool                     settingsKept = true;  // services keep what is set beside their configuration
     std::set<std::wstring>   held;                 // can be renamed, and not deleted
+    std::set<std::wstring>   locked;               // neither
+    std::set<std::wstring>   loads;                // held as soon as they stand there
+    int                      tellings = 0;         // that the environment changed
     std::vector<std::string> calls;                // those that change the machine, in their order
     size_t                   failAt = 0;           // 1: the first call that changes anything fails; 0: none
     size_t                   killAt = 0;           // likewise: the program is killed behind that call

@@ -24,6 +24,8 @@ TEST(TitleRange, IsFreeOfEveryOther)
 {
     FakeMachine machine;
     EXPECT_EQ(FreeTitleRange(machine), 2000u);
+    Provider(machine, L"tnwdiskperf", 2000, 2040);  // ours is no other's
+    EXPECT_EQ(FreeTitleRange(machine), 2000u);
     Provider(machine, L"behind", 2036, 2040);
     EXPECT_EQ(FreeTitleRange(machine), 2000u);
     Provider(machine, L"last", 2034, 2034);
@@ -32,6 +34,8 @@ TEST(TitleRange, IsFreeOfEveryOther)
     EXPECT_EQ(FreeTitleRange(machine), 2052u);
     machine.state.keys[PERFLIB_KEY][L"Last Help"] = { REG_DWORD, {}, 9001 };
     EXPECT_EQ(FreeTitleRange(machine), 9002u);
+    machine.state.keys[PERFLIB_KEY][L"Last Help"] = { REG_DWORD, {}, 9002 };
+    EXPECT_EQ(FreeTitleRange(machine), 9004u);
 }
 
 TEST(TitleRange, IsReadOnlyWhereItFits)
@@ -45,6 +49,12 @@ TEST(TitleRange, IsReadOnlyWhereItFits)
     Provider(machine, L"tnwdiskperf", 4000, 4036);
     EXPECT_FALSE(ReadTitleRange(machine, &first));
     Provider(machine, L"tnwdiskperf", 4001, 4035);
+    EXPECT_FALSE(ReadTitleRange(machine, &first));
+    Provider(machine, L"tnwdiskperf", 0, 34);
+    EXPECT_FALSE(ReadTitleRange(machine, &first));
+    Provider(machine, L"tnwdiskperf", 4000, 4034);
+    for (const wchar_t* name : { VALUE_FIRST_HELP, VALUE_LAST_HELP })
+        machine.state.keys[PERFORMANCE_KEY][name].number += 2;
     EXPECT_FALSE(ReadTitleRange(machine, &first));
 }
 

@@ -64,6 +64,9 @@ protected:
         for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
             machine.state.services.at(name).runs = true;
         machine.state.files[HOME + L"\\etc\\cluster.xml"] = "the operator's";
+        machine.state.folders[HOME + L"\\log"] = L"D:AI(A;OICI;FA;;;WD)";
+        machine.state.services.at(AGENT_SERVICE).config.start = SERVICE_DEMAND_START;
+        machine.state.services.at(FEEDER_SERVICE).config.displayName = L"feeder of one";
         auto& settings = machine.state.services.at(AGENT_SERVICE).settings;
         settings[ServiceSetting::Description] = { L"words of one", {}, 0 };
         settings[ServiceSetting::FailureActions] = { L"", { { SC_ACTION_NONE, 0 } }, 60 };
@@ -99,7 +102,11 @@ TEST_F(Setup, EverythingIsWhereItBelongs)
     EXPECT_EQ(text(ENVIRONMENT_KEY, L"Path"), L"%SystemRoot%\\system32;C:\\tools;;" + HOME + L"\\bin");
     EXPECT_EQ(machine.state.keys.count(DEBUG_KEY), 1u);
     EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
+    EXPECT_EQ(machine.state.keys[EVENT_SOURCE_KEY][L"TypesSupported"].number, 7u);  // errors, warnings, information
+    EXPECT_EQ(machine.tellings, 1);
     const FakeService& agent = machine.state.services.at(AGENT_SERVICE);
+    EXPECT_EQ(agent.settings.at(ServiceSetting::RequiredPrivileges).text,
+              std::wstring(L"SeChangeNotifyPrivilege\0SeCreateGlobalPrivilege\0", 48));
     EXPECT_EQ(agent.config.command, L"\"" + HOME + L"\\bin\\dkpfagent.exe\"");
     EXPECT_EQ(agent.config.start, static_cast<DWORD>(SERVICE_AUTO_START));
     EXPECT_EQ(agent.settings.size(), 3u);
@@ -109,8 +116,13 @@ TEST_F(Setup, EverythingIsWhereItBelongs)
     EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).actions, restarts);
     EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).resetS, 86400u);
     EXPECT_EQ(machine.state.services.at(DRIVER_SERVICE).config.type, static_cast<DWORD>(SERVICE_KERNEL_DRIVER));
-    EXPECT_EQ(machine.state.folders[HOME + L"\\log"], LOG_ACCESS);
-    EXPECT_EQ(machine.state.folders[HOME + L"\\bin"], READ_ONLY_ACCESS);
+    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).settings.at(ServiceSetting::FailureActions).actions, restarts);
+    // AI: the system's own mark that what lies below has them too.
+    const std::wstring readOnly = L"D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;WD)";
+    for (const wchar_t* folder : { L"\\bin", L"\\etc", L"\\perf", L"\\driver" })
+        EXPECT_EQ(machine.state.folders[HOME + folder], readOnly) << Narrow(folder);
+    EXPECT_THAT(Narrow(machine.state.folders[HOME + L"\\log"]), HasSubstr("D:PAI("));
+    EXPECT_THAT(Narrow(machine.state.folders[HOME + L"\\log"]), HasSubstr("(A;OIIO;0x12008d;;;WD)"));
 }
 
 TEST_F(Setup, ASystemWithoutALoaderGetsAFreeRange)
@@ -166,6 +178,70 @@ TEST_F(Setup, TheSettingsOfAnAgentThatWasThereComeBack)
     EXPECT_TRUE(settings(failing) == settings(beginning));
 }
 
+TEST_F(Setup, OnlyWhatHasToStopsAndTheDriverWithTheFeederThatHoldsIt)
+{
+    const auto stops = [](FakeMachine& machine, const std::wstring& home) {
+        for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
+            machine.state.services.at(name).runs = true;
+        machine.calls.clear();
+        EXPECT_TRUE(Install(machine, { SOURCE, home, true }, [](std::string_view) {}));
+        std::vector<std::string> names;
+        for (const std::string& call : machine.calls) {
+            if (call.rfind("stop ", 0) == 0)
+                names.push_back(call.substr(5));
+        }
+        EXPECT_TRUE(machine.Runs(AGENT_SERVICE));
+        return names;
+    };
+    FakeMachine machine = Clean(true);
+    ASSERT_TRUE(Run(machine));
+    EXPECT_THAT(stops(machine, HOME), IsEmpty());
+    machine.state.files[SOURCE + L"\\bin\\tnwlog.dll"] = "two";
+    EXPECT_THAT(stops(machine, HOME), testing::ElementsAre("dkpfagent", "velcorfeed"));
+    machine.state.files[SOURCE + L"\\driver\\velcor.sys"] = "two";
+    EXPECT_THAT(stops(machine, HOME), testing::ElementsAre("dkpfagent", "velcorfeed", "velcor"));
+    EXPECT_THAT(stops(machine, SOURCE), testing::ElementsAre("dkpfagent", "velcorfeed"));  // another home: no new file
+}
+
+TEST_F(Setup, WhatWasStartedStopsBeforeItsFilesGoBack)
+{
+    FakeMachine machine = Older(true);
+    FakeMachine whole = machine;
+    ASSERT_TRUE(Run(whole));
+    const auto start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");
+    machine.failAt = static_cast<size_t>(start - whole.calls.begin()) + 1;
+    EXPECT_FALSE(Run(machine));
+    EXPECT_EQ(machine.calls[machine.failAt], "stop velcorfeed");
+    EXPECT_EQ(machine.calls[machine.failAt + 1], "stop velcor");
+}
+
+TEST_F(Setup, ANewLibraryThatAHostLoadedMeanwhileGivesWayToTheOldOne)
+{
+    FakeMachine        machine = Older(true);
+    const std::wstring library = HOME + L"\\bin\\tnwdiskperf.dll";
+    FakeMachine        whole = machine;
+    ASSERT_TRUE(Run(whole));
+    const auto start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");
+    machine.loads = { library };
+    machine.failAt = static_cast<size_t>(start - whole.calls.begin()) + 1;
+    std::vector<std::string> lines;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_EQ(machine.state.files[library], "one of bin\\tnwdiskperf.dll");
+    EXPECT_THAT(machine.state.atRestart, testing::ElementsAre(library + L".old-2"));
+    EXPECT_THAT(lines, testing::Not(Contains(HasSubstr("NOT taken back"))));
+}
+
+TEST_F(Setup, AFileWhereAFolderHasToBeEndsIt)
+{
+    FakeMachine machine = Clean(true);
+    machine.state.files[HOME] = "a file";
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("FAILED: a file stands where the folder C:\\Program Files\\TARNWELL has")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
 TEST_F(Setup, NoAdministratorNoChange)
 {
     FakeMachine machine = Clean(true);
@@ -192,6 +268,14 @@ TEST_F(Setup, ANewVersionStopsWhatRunsKeepsTheConfigurationAndStartsAgain)
     for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
         EXPECT_TRUE(machine.Runs(name)) << Narrow(name);
     EXPECT_EQ(machine.calls.front(), "stop dkpfagent");
+    EXPECT_EQ(machine.state.services.at(AGENT_SERVICE).config.start, static_cast<DWORD>(SERVICE_AUTO_START));
+    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).config.displayName, FEEDER_DISPLAY);
+    std::vector<std::string> starts;
+    for (const std::string& call : machine.calls) {
+        if (call.rfind("start ", 0) == 0)
+            starts.push_back(call.substr(6));
+    }
+    EXPECT_THAT(starts, testing::ElementsAre("velcor", "velcorfeed", "dkpfagent"));
     EXPECT_EQ(machine.state.files[HOME + L"\\etc\\cluster.xml"], "the operator's");
     EXPECT_EQ(machine.state.files[HOME + L"\\etc\\policy\\diskperf.xml"], "two of etc\\policy\\diskperf.xml");
     EXPECT_EQ(machine.state.keys[L"SYSTEM"][L"names"].text, L"two of etc\\tnwdiskperf.ini");
@@ -376,6 +460,7 @@ TEST_F(Setup, ARealDriverIsLeftAlone)
     EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
 
     ASSERT_TRUE(Run(machine, false));
+    EXPECT_THAT(machine.calls, testing::Not(Contains("stop velcor")));
     EXPECT_EQ(machine.state.services.count(FEEDER_SERVICE), 0u);
     EXPECT_EQ(machine.state.files[L"C:\\Windows\\drivers\\velcor.sys"], "the real one");
     ASSERT_TRUE(Remove(machine, true));
@@ -390,12 +475,150 @@ TEST_F(Setup, WhereItIsUnpackedItCanStay)
     EXPECT_EQ(machine.state.services.at(AGENT_SERVICE).config.command, L"\"" + SOURCE + L"\\bin\\dkpfagent.exe\"");
 }
 
+// The library takes the four bytes of any type.
 TEST_F(Setup, ADebugSwitchThatWasLeftOnGoes)
 {
+    for (const RegistryValue& value :
+         { RegistryValue{ REG_DWORD, {}, 1 }, RegistryValue{ REG_BINARY, {}, 0, { 1, 0, 0, 0 } } }) {
+        FakeMachine machine = Older(true);
+        machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = value;
+        ASSERT_TRUE(Run(machine));
+        EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
+        machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = value;
+        ASSERT_TRUE(Remove(machine));
+        EXPECT_EQ(machine.state.keys.count(L"Software\\OSK"), 0u);
+    }
+}
+
+TEST_F(Setup, OldNamesThatComeBackUnderAnotherRangeAreTheOnesTheSystemCallsFor)
+{
     FakeMachine machine = Older(true);
-    machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = { REG_DWORD, {}, 1 };
+    machine.loadedRange = 8000;
+    FakeMachine whole = machine;
+    ASSERT_TRUE(Run(whole));
+    EXPECT_EQ(whole.state.keys[PERFORMANCE_KEY][L"Object List"].text, L"8000");
+    const auto start = std::find(whole.calls.begin(), whole.calls.end(), "start dkpfagent");
+    machine.failAt = static_cast<size_t>(start - whole.calls.begin()) + 1;
+    EXPECT_FALSE(Run(machine));
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"First Counter"].number, 8000u);
+    EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"Object List"].text, L"8000");
+    EXPECT_EQ(machine.state.keys[L"SYSTEM"][L"names"].text, L"one of etc\\tnwdiskperf.ini");
+}
+
+TEST_F(Setup, ADamagedRangeIsMadeAnewAndLeavesNothingBehind)
+{
+    for (bool loader : { false, true }) {
+        FakeMachine machine = Clean(loader);
+        const auto  before = Describe(machine.state);
+        ASSERT_TRUE(Run(machine));
+        machine.state.keys[PERFORMANCE_KEY][L"Last Help"].number++;
+        FakeMachine removed = machine;
+        ASSERT_TRUE(Run(machine));
+        EXPECT_EQ(machine.state.keys[PERFORMANCE_KEY][L"Last Help"].number, loader ? 7035u : 2035u);
+        ASSERT_TRUE(Remove(removed, true));
+        EXPECT_THAT(Describe(removed.state), ElementsAreArray(before));
+    }
+}
+
+TEST_F(Setup, PurgeLeavesForeignFilesWhereNothingOfTheProductStands)
+{
+    FakeMachine machine = Clean(true);
+    for (const wchar_t* folder : { L"", L"\\bin", L"\\log" })
+        machine.state.folders[HOME + folder] = L"D:AI";
+    machine.state.files[HOME + L"\\bin\\sh"] = "the system's";
+    machine.state.files[HOME + L"\\log\\boot.log"] = "the system's";
+    std::vector<std::string> lines;
+    EXPECT_TRUE(Remove(machine, true, &lines));
+    EXPECT_THAT(lines, Contains("purge: foreign files stay, no file of the product stands there"));
+    EXPECT_EQ(machine.Kind(HOME + L"\\bin\\sh"), PathKind::File);
+    EXPECT_EQ(machine.Kind(HOME + L"\\log\\boot.log"), PathKind::File);
+    // Behind an uninstall that left them.
+    machine.state.files[HOME + L"\\log\\diskperf_event.log"] = "ours";
+    machine.state.folders[HOME + L"\\perf"] = L"D:AI";
+    machine.state.files.erase(HOME + L"\\bin\\sh");
+    FakeMachine perf = machine;
+    EXPECT_TRUE(Remove(machine, true));
+    EXPECT_EQ(machine.Kind(HOME), PathKind::Nothing);
+    perf.state.files.erase(HOME + L"\\log\\diskperf_event.log");
+    perf.state.files[HOME + L"\\perf\\nmp1.csv"] = "ours";
+    EXPECT_TRUE(Remove(perf, true));
+    EXPECT_EQ(perf.Kind(HOME), PathKind::Nothing);
+}
+
+TEST_F(Setup, TheRegisteredHomeIsAWholePathAsSetUpWritesIt)
+{
+    FakeMachine machine;
+    EXPECT_EQ(RegisteredHome(machine), HOME);
+    const auto home = [&machine](const wchar_t* library) {
+        machine.state.keys[PERFORMANCE_KEY][L"Library"] = { REG_SZ, library, 0 };
+        return RegisteredHome(machine);
+    };
+    EXPECT_EQ(home(L"D:\\mine\\bin\\tnwdiskperf.dll"), L"D:\\mine");
+    EXPECT_EQ(home(L"\\\\server\\share\\mine\\bin\\tnwdiskperf.dll"), L"\\\\server\\share\\mine");
+    for (const wchar_t* other : { L"", L"tnwdiskperf.dll", L"mine\\bin\\tnwdiskperf.dll", L"D:\\mine\\tnwdiskperf.dll",
+                                  L"D:\\mine\\bin\\other.dll" })
+        EXPECT_EQ(home(other), HOME) << Narrow(other);
+}
+
+TEST_F(Setup, AFileThatCannotBeRenamedIsSaidAndNotMarked)
+{
+    FakeMachine              machine = Clean(true);
+    const std::wstring       library = HOME + L"\\bin\\tnwlog.dll";
+    std::vector<std::string> lines;
     ASSERT_TRUE(Run(machine));
-    EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
+    machine.locked = { library };
+    EXPECT_FALSE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("NOT removed: file C:\\Program Files\\TARNWELL\\bin\\tnwlog.dll: ")));
+    EXPECT_THAT(machine.state.atRestart, IsEmpty());
+    machine.locked.clear();
+    EXPECT_TRUE(Remove(machine));
+    EXPECT_EQ(machine.Kind(HOME + L"\\bin"), PathKind::Nothing);
+}
+
+TEST_F(Setup, AHomeThatIsNamedLikeAnOldFileIsAHomeAsAnyOther)
+{
+    FakeMachine        machine = Clean(true);
+    const std::wstring home = L"C:\\x.old-1";
+    const auto         quiet = [](std::string_view) {};
+    ASSERT_TRUE(Install(machine, { SOURCE, home, true }, quiet));
+    machine.held = { home + L"\\bin\\dkpfctl.exe" };
+    EXPECT_TRUE(Uninstall(machine, { home, false }, quiet));
+    EXPECT_EQ(machine.Kind(home + L"\\bin\\dkpfctl.exe"), PathKind::Nothing);
+    EXPECT_EQ(machine.state.atRestart.count(home + L"\\bin\\dkpfctl.exe.old-1"), 1u);
+}
+
+TEST_F(Setup, APathThatWasNotThereIsMadeAndGoes)
+{
+    FakeMachine machine = Clean(true);
+    machine.state.keys[ENVIRONMENT_KEY].erase(L"Path");
+    const auto before = Describe(machine.state);
+    ASSERT_TRUE(Run(machine));
+    EXPECT_EQ(machine.state.keys[ENVIRONMENT_KEY][L"Path"], (RegistryValue{ REG_EXPAND_SZ, HOME + L"\\bin", 0 }));
+    ASSERT_TRUE(Remove(machine, true));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+    EXPECT_EQ(machine.tellings, 2);
+}
+
+TEST_F(Setup, KeysThatOthersUseStay)
+{
+    FakeMachine machine = Clean(true);
+    ASSERT_TRUE(Run(machine));
+    machine.state.keys[L"Software\\OSK\\other"];
+    std::vector<std::string> lines;
+    EXPECT_TRUE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines, Contains("key Software\\OSK: stays, others use it"));
+    EXPECT_EQ(machine.state.keys.count(L"Software\\OSK\\TARNWELL"), 0u);
+    EXPECT_EQ(machine.state.keys.count(L"Software\\OSK\\other"), 1u);
+}
+
+TEST_F(Setup, AFeederOfAnotherHomeIsNoChoiceOfTheOperator)
+{
+    FakeMachine machine = Older(true);
+    auto&       command = machine.state.services.at(FEEDER_SERVICE).config.command;
+    command = L"\"C:\\else\\velcorfeed.exe\" --service";
+    ASSERT_TRUE(Run(machine));
+    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).config.command,
+              L"\"" + HOME + L"\\bin\\velcorfeed.exe\" --service");
 }
 
 TEST_F(Setup, WhatTheFeederIsToFeedStays)

@@ -101,12 +101,21 @@ bool Changes::MakeFolder(const std::wstring& path)
     return true;
 }
 
+/* The system marks rights that it has passed on to what lies below (AI), which nobody asked for. */
+static std::wstring WithoutPassedOn(std::wstring sddl)
+{
+    const size_t mark = sddl.find(L"AI");
+    if (mark < sddl.find(L'('))
+        sddl.erase(mark, 2);
+    return sddl;
+}
+
 bool Changes::SetAccess(const std::wstring& folder, const std::wstring& sddl)
 {
     const std::string words = "access rights of " + Narrow(folder);
     std::wstring      before;
     Must(m_machine.ReadAccess(folder, &before), words + " cannot be read");
-    if (before == sddl)
+    if (WithoutPassedOn(before) == WithoutPassedOn(sddl))
         return false;
     Must(m_machine.SetAccess(folder, sddl), words + " cannot be set");
     Remember(words, [this, folder, before] { return m_machine.SetAccess(folder, before); });

@@ -92,6 +92,8 @@ private:
     std::string   SetSetting(const wchar_t* service, ServiceSetting setting, const ServiceSettingValue& wanted,
                              const char* words, bool* changed);
 
+    std::string SetRestart(const wchar_t* service, bool* changed);
+
     Machine&                    m_machine;
     const InstallOptions&       m_options;
     const SayFn&                m_say;
@@ -166,7 +168,14 @@ std::string Installation::ForgetOldNames()
         !WillReplace(From(ETC_FOLDER) + L"\\" + NAME_TABLE, table))
         return "nothing to do";
     Must(m_machine.UnloadNames(L"tnwdiskperf"), "the old names cannot be taken out of the system's tables");
-    m_changes.Remember("old names of the counters", [this, table] { return m_machine.LoadNames(table); });
+    m_changes.Remember("old names of the counters", [this, table, first]() -> DWORD {
+        const DWORD error = m_machine.LoadNames(table);
+        DWORD       now = 0;
+        // The loader may give another range than before.
+        if (error != ERROR_SUCCESS || !ReadTitleRange(m_machine, &now) || now == first)
+            return error;
+        return m_machine.WriteValue(PERFORMANCE_KEY, VALUE_OBJECT_LIST, Text(std::to_wstring(now)));
+    });
     return "taken out of the system's tables";
 }
 
@@ -178,8 +187,11 @@ std::string Installation::MakeFolders()
         if (folder.sddl != nullptr)
             changed = m_changes.SetAccess(At(folder.path), folder.sddl) || changed;
     }
-    if (m_options.driver)
+    if (m_options.driver) {
         changed = m_changes.MakeFolder(At(DRIVER_FOLDER)) || changed;
+        // An installation from the home itself takes the driver from there.
+        changed = m_changes.SetAccess(At(DRIVER_FOLDER), READ_ONLY_ACCESS) || changed;
+    }
     return DoneOrThere(changed);
 }
 
@@ -255,7 +267,9 @@ std::string Installation::RegisterFeeder()
 {
     if (!m_options.driver)
         return "left alone, as told";
-    return DoneOrThere(m_changes.SetService(FEEDER_SERVICE, FeederConfig()));
+    bool              changed = m_changes.SetService(FEEDER_SERVICE, FeederConfig());
+    const std::string refused = SetRestart(FEEDER_SERVICE, &changed);
+    return DoneOrThere(changed) + refused;
 }
 
 std::string Installation::SetSetting(const wchar_t* service, ServiceSetting setting, const ServiceSettingValue& wanted,
@@ -281,18 +295,24 @@ std::string Installation::SetSetting(const wchar_t* service, ServiceSetting sett
     return std::string("; this system does not keep the ") + words;
 }
 
+std::string Installation::SetRestart(const wchar_t* service, bool* changed)
+{
+    ServiceSettingValue restart;
+    restart.resetS = RESTART_RESET_S;
+    for (DWORD delayMs : RESTART_DELAYS_MS)
+        restart.actions.push_back({ SC_ACTION_RESTART, delayMs });
+    return SetSetting(service, ServiceSetting::FailureActions, restart, "restart after a failure", changed);
+}
+
 std::string Installation::RegisterAgent()
 {
-    ServiceSettingValue description, restart, privileges;
+    ServiceSettingValue description, privileges;
     description.text = AGENT_DESCRIPTION;
-    restart.resetS = AGENT_RESTART_RESET_S;
-    for (DWORD delayMs : AGENT_RESTART_DELAYS_MS)
-        restart.actions.push_back({ SC_ACTION_RESTART, delayMs });
     privileges.text.assign(AGENT_PRIVILEGES, ARRAYSIZE(AGENT_PRIVILEGES) - 1);
     bool changed = m_changes.SetService(
         AGENT_SERVICE, { SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, Quoted(AGENT_PROGRAM), AGENT_DISPLAY });
     std::string refused = SetSetting(AGENT_SERVICE, ServiceSetting::Description, description, "description", &changed);
-    refused += SetSetting(AGENT_SERVICE, ServiceSetting::FailureActions, restart, "restart after a failure", &changed);
+    refused += SetRestart(AGENT_SERVICE, &changed);
     refused +=
         SetSetting(AGENT_SERVICE, ServiceSetting::RequiredPrivileges, privileges, "list of privileges", &changed);
     return DoneOrThere(changed) + refused;
@@ -330,6 +350,13 @@ std::string Installation::LoadNames()
     DWORD first = 0;
     if (ReadTitleRange(m_machine, &first))
         return fmt::format("title indexes {} to {} are there already", first, first + 2 * TITLE_NUM - 1);
+    RegistryValue damaged;
+    if (m_machine.ReadValue(PERFORMANCE_KEY, VALUE_FIRST_COUNTER, &damaged) == ERROR_SUCCESS) {
+        // The loader would take the names for loaded. What it finds of them goes, whatever it answers.
+        m_machine.UnloadNames(L"tnwdiskperf");
+        for (const wchar_t* name : { VALUE_FIRST_COUNTER, VALUE_LAST_COUNTER, VALUE_FIRST_HELP, VALUE_LAST_HELP })
+            m_changes.RemoveValue(PERFORMANCE_KEY, name);
+    }
     const std::wstring table = At(ETC_FOLDER) + L"\\" + NAME_TABLE;
     const DWORD        error = m_machine.LoadNames(table);
     if (ReadTitleRange(m_machine, &first)) {

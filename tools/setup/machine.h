@@ -15,13 +15,14 @@
 namespace dkpf {
 
 struct RegistryValue {
-    DWORD        type = REG_NONE;
-    std::wstring text;        // REG_SZ, REG_EXPAND_SZ
-    DWORD        number = 0;  // REG_DWORD
+    DWORD             type = REG_NONE;
+    std::wstring      text;        // REG_SZ, REG_EXPAND_SZ
+    DWORD             number = 0;  // REG_DWORD
+    std::vector<BYTE> bytes = {};  // what is none of these, as it stands
 
     bool operator==(const RegistryValue& other) const
     {
-        return type == other.type && text == other.text && number == other.number;
+        return type == other.type && text == other.text && number == other.number && bytes == other.bytes;
     }
 };
 

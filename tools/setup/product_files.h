@@ -81,9 +81,9 @@ inline constexpr wchar_t FEEDER_DISPLAY[] = L"Cluster mirror disk feeder (simula
 inline constexpr wchar_t AGENT_DISPLAY[] = L"Cluster disk performance agent";
 inline constexpr wchar_t AGENT_DESCRIPTION[] =
     L"Collects the samples of the mirror disks, shares them with readers of performance data and writes the CSV files.";
-// Restarted after each failure, later each time.
-inline constexpr unsigned AGENT_RESTART_DELAYS_MS[] = { 5000, 30000, 60000 };
-inline constexpr unsigned AGENT_RESTART_RESET_S = 86400;  // so long without a failure, and the first delay counts again
+// Agent and feeder are restarted after each failure, later each time.
+inline constexpr unsigned RESTART_DELAYS_MS[] = { 5000, 30000, 60000 };
+inline constexpr unsigned RESTART_RESET_S = 86400;  // so long without a failure, and the first delay counts again
 // To pass through folders, and to create objects that all sessions see. Nothing else is asked of the account.
 inline constexpr wchar_t AGENT_PRIVILEGES[] = L"SeChangeNotifyPrivilege\0SeCreateGlobalPrivilege\0";
 

@@ -1,20 +1,24 @@
 #include "uninstall.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
+#include "home.h"
 #include "names.h"
 #include "product_files.h"
 #include "registration.h"
 #include "search_path.h"
 #include "text.h"
 #include "title_range.h"
+#include "win32_machine.h"
 
 namespace dkpf {
 
 class Removal {
 public:
     Removal(Machine& machine, const UninstallOptions& options, const SayFn& say)
-        : m_machine(machine), m_options(options), m_say(say)
+        : m_machine(machine), m_home(options.home), m_purge(options.purge), m_everything(options.purge), m_say(say)
     {
     }
 
@@ -36,10 +40,11 @@ private:
     void RemoveFolderIfEmpty(const std::wstring& folder);
     void RemoveService(const wchar_t* name);
     bool OwnDriver();
+    bool HoldsProduct();
 
     std::wstring At(const wchar_t* path) const
     {
-        return m_options.home + L"\\" + path;
+        return m_home + L"\\" + path;
     }
     void Say(const std::string& line)
     {
@@ -52,7 +57,9 @@ private:
     }
 
     Machine&                  m_machine;
-    const UninstallOptions&   m_options;
+    const std::wstring        m_home;
+    const bool                m_purge;
+    bool                      m_everything;  // foreign files in the product's folders too
     const SayFn&              m_say;
     std::vector<std::string>  m_left;
     std::vector<std::wstring> m_atRestart;  // whole paths
@@ -111,8 +118,12 @@ void Removal::RemoveServices()
 void Removal::ForgetNames()
 {
     DWORD first = 0;
-    if (!ReadTitleRange(m_machine, &first))
+    if (!ReadTitleRange(m_machine, &first)) {
+        RegistryValue damaged;
+        if (m_machine.ReadValue(PERFORMANCE_KEY, VALUE_FIRST_COUNTER, &damaged) == ERROR_SUCCESS)
+            m_machine.UnloadNames(L"tnwdiskperf");  // as much as the loader still finds
         return;
+    }
     const DWORD error = m_machine.UnloadNames(L"tnwdiskperf");
     if (error == ERROR_SUCCESS)
         Say("names of the counters: taken out");
@@ -185,11 +196,12 @@ void Removal::RemoveOneFile(const std::wstring& path)
     if (error == ERROR_SUCCESS)
         return;
     // A program that runs or a library that is loaded can be renamed, and does not stand in the way of a new one then.
+    // One that cannot be renamed is not marked: by the restart a new one might stand there.
     std::wstring held = path;
-    if (path.find(HELD_SUFFIX) == std::wstring::npos) {
+    if (path.find(HELD_SUFFIX, path.find_last_of(L'\\')) == std::wstring::npos) {
         held = FreeAside(m_machine, path);
         if (m_machine.Move(path, held) != ERROR_SUCCESS)
-            held = path;
+            return Left("file " + Narrow(path), error);
     }
     if (m_machine.RemoveAtRestart(held) != ERROR_SUCCESS)
         return Left("file " + Narrow(held), error);
@@ -240,13 +252,30 @@ void Removal::RemoveFolderIfEmpty(const std::wstring& folder)
     Say("folder " + Narrow(folder) + (pending ? ": goes at the next restart" : ": removed"));
 }
 
+/* Whether the folders below the home are the product's: a wrong --home could lead to those of the system. */
+bool Removal::HoldsProduct()
+{
+    const auto stands = [this](const ProductFile& file) { return m_machine.Kind(At(file.path)) == PathKind::File; };
+    if (std::any_of(std::begin(PRODUCT_FILES), std::end(PRODUCT_FILES), stands))
+        return true;
+    // Behind an uninstall that left them.
+    for (const auto& [folder, start] : { std::pair(LOG_FOLDER, L"diskperf"), std::pair(PERF_FOLDER, L"nmp") }) {
+        for (const std::wstring& name : m_machine.Names(At(folder))) {
+            if (name.rfind(start, 0) == 0)
+                return true;
+        }
+    }
+    return false;
+}
+
 void Removal::RemoveFiles()
 {
     static constexpr const wchar_t* OWN_FOLDERS[] = { SCENARIO_FOLDER, POLICY_FOLDER, ETC_FOLDER, DRIVER_FOLDER,
                                                       BIN_FOLDER };
-    if (m_options.purge) {
+    if (m_purge) {
         for (const wchar_t* folder : { LOG_FOLDER, PERF_FOLDER }) {
-            RemoveEverything(At(folder));
+            if (m_everything)
+                RemoveEverything(At(folder));
             RemoveFolderIfEmpty(At(folder));
         }
     }
@@ -261,21 +290,25 @@ void Removal::RemoveFiles()
             add(file.path);
         for (const wchar_t* path : MADE_FILES)
             add(path);
-        if (m_options.purge)
+        if (m_everything)
             RemoveEverything(At(folder));
         else
             RemoveOwnFiles(At(folder), own);
         RemoveFolderIfEmpty(At(folder));
     }
-    RemoveFolderIfEmpty(m_options.home);
+    RemoveFolderIfEmpty(m_home);
 }
 
 bool Removal::Run()
 {
-    Say("removing the product from " + Narrow(m_options.home));
+    Say("removing the product from " + Narrow(m_home));
     if (!m_machine.IsAdministrator()) {
         Say("this account is no administrator: start it from an administrator's prompt");
         return false;
+    }
+    if (m_purge && !HoldsProduct()) {
+        Say("purge: foreign files stay, no file of the product stands there");
+        m_everything = false;
     }
     StopServices();
     ForgetNames();
@@ -288,6 +321,19 @@ bool Removal::Run()
     else
         Say("not all could be removed; mend what is said above and start it again");
     return m_left.empty();
+}
+
+std::wstring RegisteredHome(Machine& machine)
+{
+    RegistryValue library;
+    if (machine.ReadValue(PERFORMANCE_KEY, VALUE_LIBRARY, &library) == ERROR_SUCCESS) {
+        const Home home = HomeOfModulePath(library.text);
+        // As set-up writes it. Anything else may lead anywhere.
+        const bool whole = home.root.find(L':') == 1 || home.root.rfind(L"\\\\", 0) == 0;
+        if (whole && library.text == home.Bin() + L"\\" + PRODUCT_DLL)
+            return home.root;
+    }
+    return DefaultHome(machine);
 }
 
 bool Uninstall(Machine& machine, const UninstallOptions& options, const SayFn& say)

@@ -153,6 +153,8 @@ public:
             is.type = REG_DWORD;
             error = open.Number(name, &is.number);
         }
+        if (error == ERROR_UNSUPPORTED_TYPE)
+            error = open.Read(name, &is.type, &is.bytes);
         if (error == ERROR_SUCCESS)
             *value = is;
         return error;
@@ -163,11 +165,11 @@ public:
         const RegistryKey open(key, KEY_SET_VALUE);
         if (open.Error() != ERROR_SUCCESS)
             return open.Error();
-        std::vector<BYTE> bytes;
-        if (value.type == REG_DWORD) {
+        std::vector<BYTE> bytes = value.bytes;
+        if (value.type == REG_DWORD && bytes.empty()) {
             bytes.resize(sizeof(DWORD));
             memcpy(bytes.data(), &value.number, sizeof(DWORD));
-        } else {
+        } else if (value.type == REG_SZ || value.type == REG_EXPAND_SZ) {
             bytes.resize((value.text.size() + 1) * sizeof(wchar_t));
             memcpy(bytes.data(), value.text.c_str(), bytes.size());
         }
