@@ -3,14 +3,18 @@
  *   provoke hold larger|smaller  holds a region of another size under the product's name until its input ends
  *   provoke damage               writes into the product's region what no producer writes there
  *   provoke reload               tells the agent to read its configuration, whatever the file holds
+ *   provoke suspend PID          stops all threads of a process
+ *   provoke unlink               takes the name away under which the driver's device is opened
  * Says "done", or why not.
  */
 #include <windows.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "diskperf.h"
 #include "names.h"
+#include "velcor.h"
 
 static const DWORD PAGE = 4096;
 
@@ -44,6 +48,24 @@ static BOOL Reload()
     return event != NULL && SetEvent(event);
 }
 
+/* What debuggers use; no header declares it. */
+static BOOL Suspend(const char* pid)
+{
+    typedef LONG(WINAPI * SUSPEND)(HANDLE);
+    const FARPROC routine = GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtSuspendProcess");
+    const HANDLE  process = OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, static_cast<DWORD>(atoi(pid)));
+    SUSPEND       suspend = NULL;
+
+    memcpy(&suspend, &routine, sizeof(suspend));
+    return process != NULL && suspend != NULL && suspend(process) == 0;
+}
+
+static BOOL Unlink()
+{
+    // The path's last part, behind "\\\\.\\".
+    return DefineDosDeviceA(DDD_REMOVE_DEFINITION | DDD_RAW_TARGET_PATH, VELCOR_DEVICE_PATH + 4, NULL);
+}
+
 int main(int argc, char** argv)
 {
     BOOL done = FALSE;
@@ -55,6 +77,10 @@ int main(int argc, char** argv)
         done = Damage();
     } else if (argc == 2 && strcmp(argv[1], "reload") == 0) {
         done = Reload();
+    } else if (argc == 3 && strcmp(argv[1], "suspend") == 0) {
+        done = Suspend(argv[2]);
+    } else if (argc == 2 && strcmp(argv[1], "unlink") == 0) {
+        done = Unlink();
     }
     if (!done) {
         printf("not done: error %lu\n", GetLastError());
