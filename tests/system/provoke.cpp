@@ -8,13 +8,13 @@
  * Says "done", or why not.
  */
 #include <windows.h>
+#include <winternl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "diskperf.h"
 #include "names.h"
-#include "velcor.h"
 
 static const DWORD PAGE = 4096;
 
@@ -48,22 +48,40 @@ static BOOL Reload()
     return event != NULL && SetEvent(event);
 }
 
-/* What debuggers use; no header declares it. */
+/* A routine of ntdll that no import library has. */
+template <class Routine> static Routine Native(const char* name)
+{
+    const FARPROC address = GetProcAddress(GetModuleHandleA("ntdll.dll"), name);
+    Routine       routine = NULL;
+
+    memcpy(&routine, &address, sizeof(routine));
+    return routine;
+}
+
+typedef LONG(WINAPI* HANDLE_ROUTINE)(HANDLE);
+typedef LONG(WINAPI* OPEN_LINK)(HANDLE*, ACCESS_MASK, OBJECT_ATTRIBUTES*);
+
 static BOOL Suspend(const char* pid)
 {
-    typedef LONG(WINAPI * SUSPEND)(HANDLE);
-    const FARPROC routine = GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtSuspendProcess");
-    const HANDLE  process = OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, static_cast<DWORD>(atoi(pid)));
-    SUSPEND       suspend = NULL;
+    const HANDLE_ROUTINE suspend = Native<HANDLE_ROUTINE>("NtSuspendProcess");
+    const HANDLE         process = OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, static_cast<DWORD>(atoi(pid)));
 
-    memcpy(&suspend, &routine, sizeof(suspend));
     return process != NULL && suspend != NULL && suspend(process) == 0;
 }
 
+/* Names of drivers are permanent until somebody makes them temporary: they then go with their last handle. */
 static BOOL Unlink()
 {
-    // The path's last part, behind "\\\\.\\".
-    return DefineDosDeviceA(DDD_REMOVE_DEFINITION | DDD_RAW_TARGET_PATH, VELCOR_DEVICE_PATH + 4, NULL);
+    const OPEN_LINK      open = Native<OPEN_LINK>("NtOpenSymbolicLinkObject");
+    const HANDLE_ROUTINE forget = Native<HANDLE_ROUTINE>("NtMakeTemporaryObject");
+    static WCHAR         path[] = L"\\DosDevices\\VELCOR_CTRL";
+    UNICODE_STRING       name = { sizeof(path) - sizeof(WCHAR), sizeof(path), path };
+    OBJECT_ATTRIBUTES    attributes = {};
+    HANDLE               link = NULL;
+
+    InitializeObjectAttributes(&attributes, &name, OBJ_CASE_INSENSITIVE, NULL, NULL);
+    return open != NULL && forget != NULL && open(&link, DELETE, &attributes) == 0 && forget(link) == 0 &&
+           CloseHandle(link);
 }
 
 int main(int argc, char** argv)
