@@ -319,6 +319,12 @@ static bool KeyIsClosed(const DoctorFacts& facts, const char* subject, Findings*
     return true;
 }
 
+/* Of the performance key. */
+static std::string DeleteValue(const wchar_t* value)
+{
+    return fmt::format("reg delete HKLM\\{} /v \"{}\" /f", Narrow(PERFORMANCE_KEY), Narrow(value));
+}
+
 /* From a drive or a share on; where the value begins with a variable, that is its matter. */
 static bool IsFullPath(const std::string& path)
 {
@@ -455,7 +461,7 @@ static Findings CheckMetadata(const DoctorFacts& facts)
         return findings;
     Say(&findings, "metadata_claimed", Level::Wrong,
         fmt::format("the value Collect Supports Metadata of the provider is {}: it answers no such queries", *metadata),
-        fmt::format("reg delete HKLM\\{} /v \"Collect Supports Metadata\" /f", Narrow(PERFORMANCE_KEY)));
+        DeleteValue(VALUE_METADATA));
     return findings;
 }
 
@@ -480,10 +486,7 @@ static Findings CheckObjectList(const DoctorFacts& facts)
  * does nothing, set-up gave the range, and takes another one when it is not whole. */
 static std::string NamesAnew(const DoctorFacts& facts)
 {
-    const std::string forget = facts.wine ? fmt::format("reg delete HKLM\\{} /v \"{}\" /f", Narrow(PERFORMANCE_KEY),
-                                                        Narrow(VALUE_FIRST_COUNTER))
-                                          : "unlodctr tnwdiskperf";
-    return forget + ", then " + Install(facts);
+    return (facts.wine ? DeleteValue(VALUE_FIRST_COUNTER) : "unlodctr tnwdiskperf") + ", then " + Install(facts);
 }
 
 static Findings CheckNames(const DoctorFacts& facts)
@@ -514,11 +517,10 @@ static Findings CheckNames(const DoctorFacts& facts)
         return findings;
     }
     for (size_t i = 0; i < names.system.size(); i++) {
-        const std::string& name = names.system[i];
-        if (std::find(names.table.begin(), names.table.end(), name) == names.table.end())
+        if (names.system[i] != names.table[i])
             Say(&findings, "names_differ", Level::Wrong,
-                fmt::format("the system's table calls title index {} \"{}\", which is no name of ours", *first + 2 * i,
-                            name),
+                fmt::format("the system's table calls title index {} \"{}\", which has to be \"{}\"", *first + 2 * i,
+                            names.system[i], names.table[i]),
                 NamesAnew(facts));
     }
     return findings;

@@ -26,7 +26,7 @@ struct RegistrationFacts {
     std::optional<DWORD>       firstHelp;
     std::optional<DWORD>       lastHelp;
     std::optional<DWORD>       disabled;
-    std::optional<DWORD>       metadata;  // "Collect Supports Metadata"
+    std::optional<DWORD>       metadata;  // "Collect Supports Metadata", which set-up never writes
 
     DWORD                    libraryError = ERROR_SUCCESS;  // of reading the file
     bool                     libraryOurs = false;           // it is the one of this installation
@@ -37,7 +37,7 @@ struct RegistrationFacts {
 struct NameFacts {
     std::vector<std::string> system;  // of each title index of ours, in order; empty where the system has none
     bool                     tableRead = false;
-    std::vector<std::string> table;  // names of the installed table, in no order that counts
+    std::vector<std::string> table;  // of the installed table, in the same order
     std::string              tablePath;
 };
 

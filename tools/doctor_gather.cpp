@@ -87,7 +87,7 @@ static RegistrationFacts LookAtRegistration(const Home& home)
     facts.firstHelp = NumberOf(key, VALUE_FIRST_HELP);
     facts.lastHelp = NumberOf(key, VALUE_LAST_HELP);
     facts.disabled = NumberOf(key, VALUE_DISABLED);
-    facts.metadata = NumberOf(key, L"Collect Supports Metadata");
+    facts.metadata = NumberOf(key, VALUE_METADATA);
     if (facts.library) {
         std::wstring path;
         std::string  file;

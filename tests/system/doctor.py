@@ -326,12 +326,13 @@ class Case:
         self.wine("reg", "delete", DEBUG, "/f")
         self.cure("debug_key_missing", "warning")
 
-        # A range in which the system's table has names of others: its own.
-        for value, data in (("First Counter", 2), ("Last Counter", 36), ("First Help", 3), ("Last Help", 37)):
+        # A range in which the system's table has a name of its own: here there are two, 1 and 1846.
+        for value, data in (("First Counter", 1846), ("Last Counter", 1880), ("First Help", 1847), ("Last Help", 1881)):
             add(PERFORMANCE, value, "REG_DWORD", data)
-        add(PERFORMANCE, "Object List", "REG_SZ", "2")
+        add(PERFORMANCE, "Object List", "REG_SZ", "1846")
         text = self.find("names_differ", "wrong")["text"]
-        expect(text == 'the system\'s table calls title index 2 "System", which is no name of ours', text)
+        expect(text == 'the system\'s table calls title index 1846 "End Marker", which has to be '
+               '"Cluster Disk Resource Performance"', text)
         self.cure("names_differ", "wrong")
 
     def provider(self):

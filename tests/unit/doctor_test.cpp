@@ -515,13 +515,15 @@ TEST_F(DoctorTest, NamesOfTheSystemThatAreNotOurs)
     EXPECT_THAT(Codes(), ElementsAre("names_differ wrong"));
     EXPECT_EQ(Of("names_differ").cure, std::string("unlodctr tnwdiskperf, then ") + INSTALL);
     EXPECT_EQ(Of("names_differ").text,
-              "the system's table calls title index 2004 \"Somebody else\", which is no name of ours");
+              "the system's table calls title index 2004 \"Somebody else\", which has to be \"B\"");
     facts.wine = true;  // unlodctr does nothing there
     EXPECT_EQ(Of("names_differ").cure,
               std::string("reg delete HKLM\\SYSTEM\\CurrentControlSet\\Services\\tnwdiskperf\\Performance "
                           "/v \"First Counter\" /f, then ") +
                   INSTALL);
     facts.names.system[2].clear();  // the system has some of our names, and this one not
+    EXPECT_THAT(Codes(), ElementsAre("names_differ wrong"));
+    facts.names.system[2] = "C";  // ours, but of the next counter
     EXPECT_THAT(Codes(), ElementsAre("names_differ wrong"));
 }
 
