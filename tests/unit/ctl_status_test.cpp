@@ -237,6 +237,24 @@ TEST_F(StatusTest, ASampleIsTooOldAfterTwoIntervalsAndFiveSeconds)
               "net start dkpfagent; the module log may hold the cause");
 }
 
+TEST_F(StatusTest, WithoutAnAgentNeitherItsSampleNorItsReloadNorItsWarningIsATroubleOfItsOwn)
+{
+    facts.agentAlive = false;
+    facts.view.ageMs = 60000;
+    facts.agent.state.lastReload = ReloadRecord{ ReloadResult::Refused, "", "line 5", {}, {} };
+    Raise(0x800012C1, "2026/03/07 15:00:00.000");
+    EXPECT_THAT(Codes(), ElementsAre("agent_died"));
+}
+
+// An agent that does not say its settings counts as one that collects: silence is no reason to call old values well.
+TEST_F(StatusTest, SettingsThatAreNotKnownHideNoOldSample)
+{
+    facts.agent.state.inForce.reset();
+    facts.view.published = SettingValues{ 1, 1, 1024, 3, 10, 60, 0x1ffff, 7, 2048 };
+    facts.view.ageMs = 25001;
+    EXPECT_THAT(Codes(), ElementsAre("sample_old"));
+}
+
 TEST_F(StatusTest, TheIntervalInForceCountsNotTheOneInTheFile)
 {
     facts.file.values[COLLECT_INTERVAL] = 3600;
@@ -247,9 +265,9 @@ TEST_F(StatusTest, TheIntervalInForceCountsNotTheOneInTheFile)
 TEST_F(StatusTest, NoSampleIsTroubleOnlyWhenTheFirstOneIsOverdue)
 {
     facts.view.hasSample = false;
-    facts.agentAgeMs = 20000;
+    facts.agentAgeMs = 25000;
     EXPECT_THAT(Codes(), IsEmpty());
-    facts.agentAgeMs = 26000;
+    facts.agentAgeMs = 25001;
     EXPECT_THAT(Codes(), ElementsAre("no_sample"));
 }
 

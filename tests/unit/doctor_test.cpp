@@ -490,8 +490,10 @@ TEST_F(DoctorTest, TheTitleIndexRange)
 
 TEST_F(DoctorTest, TheObjectList)
 {
-    facts.registration.objectList = "200 20000";
-    EXPECT_THAT(Codes(), ElementsAre("object_list_wrong wrong"));
+    for (const char* list : { "200 20000", "12000", "12000 6", "" }) {
+        facts.registration.objectList = list;
+        EXPECT_THAT(Codes(), ElementsAre("object_list_wrong wrong")) << list;
+    }
     facts.registration.objectList = "4 2000 6";
     EXPECT_THAT(Codes(), IsEmpty());
     facts.registration.objectList.reset();
