@@ -12,6 +12,7 @@
 
 #include <fmt/format.h>
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <set>
 
@@ -76,35 +77,45 @@ static bool DriverRuns(const DoctorFacts& facts)
 
 static Findings CheckDevice(const DoctorFacts& facts)
 {
-    Findings findings;
+    Findings          findings;
+    const DeviceFact& device = facts.status.device;
+    // A driver does not go while somebody holds its device, as the feeder does.
+    const bool fed = facts.status.feeder.info.installed;
     if (!DriverRuns(facts))
         NotLookedAt(&findings, "the driver's device was not looked at: the driver does not run");
-    else if (facts.deviceError == ERROR_ACCESS_DENIED)
+    else if (device.hangs)
+        NotLookedAt(&findings, "the driver's device was not looked at: the driver does not answer");
+    else if (device.error == ERROR_ACCESS_DENIED)
         Say(&findings, "device_not_asked", Level::Note,
-            "the driver's device may not be opened by this account: " + SystemErrorText(facts.deviceError),
+            "the driver's device may not be opened by this account: " + SystemErrorText(device.error),
             "run this as an administrator");
-    else if (facts.deviceError != ERROR_SUCCESS)
+    else if (device.error != ERROR_SUCCESS)
         Say(&findings, "device_not_opened", Level::Wrong,
-            "the driver's device cannot be opened: " + SystemErrorText(facts.deviceError),
-            "net stop dkpfagent, net stop velcor, net start velcor, net start dkpfagent");
+            "the driver's device cannot be opened: " + SystemErrorText(device.error),
+            fmt::format("net stop dkpfagent, {}net stop velcor, net start velcor, {}net start dkpfagent",
+                        fed ? "net stop velcorfeed, " : "", fed ? "net start velcorfeed, " : ""));
     return findings;
 }
 
-/* A collect thread that finds no device ends for good, with an event and without a sample: the agent stays. */
+/* A collect thread that finds no device ends for good, with an event and without a sample. The agent stays, looks for
+ * the device every 5 s, and brings the library up anew when it opens: unless the configuration is refused. */
 static Findings CheckServiceOrder(const DoctorFacts& facts)
 {
     Findings           findings;
     const StatusFacts& status = facts.status;
     const EventEntry*  stopped = nullptr;
+    const std::string  broughtUp = EventTimeOf(status.agent.state.broughtUp);
     for (const EventEntry& entry : status.events.entries) {
-        if (entry.id == DKPF_EVENT_STOPPED)
+        if (entry.id == DKPF_EVENT_STOPPED && entry.time >= broughtUp)
             stopped = &entry;
     }
     const bool noSample = status.region == RegionStatus::Copied && !status.view.hasSample;
-    if (stopped != nullptr && status.agentAlive && DriverRuns(facts) && noSample)
+    if (stopped != nullptr && status.agentAlive && Collecting(status) && DriverRuns(facts) && noSample)
         Say(&findings, "wrong_order", Level::Wrong,
             fmt::format("the disk agent was started before the driver: it collects nothing since {}", stopped->time),
-            "net stop dkpfagent, net start dkpfagent; the order of starting is velcor, velcorfeed, dkpfagent");
+            status.file.accepted
+                ? "nothing: the disk agent takes the driver up by itself within 5 s"
+                : "correct the configuration file: the disk agent then takes the driver up by itself within 5 s");
     return findings;
 }
 
@@ -146,13 +157,14 @@ static Findings CheckRegionSize(const DoctorFacts& facts)
 
 /* ---- Readers ---- */
 
+static constexpr size_t ROW_NUM = DKPF_PROC_MAX - 1;  // row 0 is the producer's
+
 static Findings CheckFreeRows(const DoctorFacts& facts)
 {
-    static constexpr size_t rows = DKPF_PROC_MAX - 1;  // row 0 is the producer's
     static constexpr size_t few = 4;
     Findings                findings;
     const auto&             consumers = facts.status.consumers;
-    if (facts.status.region != RegionStatus::Copied || rows - std::min(rows, consumers.size()) >= few)
+    if (facts.status.region != RegionStatus::Copied || ROW_NUM - std::min(ROW_NUM, consumers.size()) >= few)
         return findings;
     std::set<DWORD> owners;
     for (const ConsumerFact& consumer : consumers)
@@ -162,12 +174,12 @@ static Findings CheckFreeRows(const DoctorFacts& facts)
         list += (list.empty() ? "" : ", ") + ProcessName(facts, owner);
     static constexpr char cure[] = "end readers that nobody needs; rows of processes that are gone are freed by the "
                                    "next reader that starts";
-    if (consumers.size() >= rows)
+    if (consumers.size() >= ROW_NUM)
         Say(&findings, "rows_full", Level::Wrong,
-            fmt::format("all {} consumer rows are taken, no further reader can attach: {}", rows, list), cure);
+            fmt::format("all {} consumer rows are taken, no further reader can attach: {}", ROW_NUM, list), cure);
     else
         Say(&findings, "rows_scarce", Level::Warning,
-            fmt::format("only {} of {} consumer rows are free, taken by {}", rows - consumers.size(), rows, list),
+            fmt::format("only {} of {} consumer rows are free, taken by {}", ROW_NUM - consumers.size(), ROW_NUM, list),
             cure);
     return findings;
 }
@@ -204,7 +216,27 @@ static Findings CheckRepeatedRows(const DoctorFacts& facts)
     return findings;
 }
 
-/* A producer's start clears the table. Whoever was attached before writes no row, and its peaks stay 0. */
+/* "2026-03-07T14:05:09.042+09:00" in 100 ns units since 1601; 0: it is no time. */
+static ULONGLONG UnitsOfIso(const std::string& text)
+{
+    static constexpr ULONGLONG minute = 600000000;
+    unsigned                   year, month, day, hour, minutes, second, ms, offsetHours, offsetMinutes;
+    char                       sign = 0;
+    FILETIME                   local{};
+    if (sscanf(text.c_str(), "%4u-%2u-%2uT%2u:%2u:%2u.%3u%c%2u:%2u", &year, &month, &day, &hour, &minutes, &second, &ms,
+               &sign, &offsetHours, &offsetMinutes) != 10)
+        return 0;
+    const auto       part = [](unsigned number) { return static_cast<WORD>(number); };
+    const SYSTEMTIME time = { part(year), part(month),   part(0),      part(day),
+                              part(hour), part(minutes), part(second), part(ms) };
+    if (!SystemTimeToFileTime(&time, &local))
+        return 0;
+    const ULONGLONG offset = (60ull * offsetHours + offsetMinutes) * minute;
+    return sign == '-' ? UnitsOf(local) + offset : UnitsOf(local) - offset;
+}
+
+/* Each time the agent brings the library up, at its start or for a driver that came back, the table is cleared. Whoever
+ * was attached before writes no row, and its peaks stay 0. */
 static Findings CheckOldReaders(const DoctorFacts& facts)
 {
     Findings           findings;
@@ -212,13 +244,14 @@ static Findings CheckOldReaders(const DoctorFacts& facts)
     if (!status.agentAlive || status.region != RegionStatus::Copied)
         return findings;
     const AgentState& agent = status.agent.state;
+    const ULONGLONG   since = std::max(agent.processStarted, UnitsOfIso(agent.broughtUp));
     for (const ProcessFact& process : facts.processes) {
-        const bool older = process.started != 0 && process.started < agent.processStarted;
+        const bool older = process.started != 0 && process.started < since;
         const bool attached = std::any_of(status.consumers.begin(), status.consumers.end(),
                                           [&](const ConsumerFact& consumer) { return consumer.pid == process.pid; });
         if (process.pid != agent.pid && !process.libraries.empty() && older && !attached)
             Say(&findings, "old_reader", Level::Warning,
-                fmt::format("{} reads since before the disk agent was started and has no row: its peaks are dead",
+                fmt::format("{} reads since before the disk agent began to collect and has no row: its peaks are dead",
                             ProcessName(facts, process.pid)),
                 "end that program and start it again");
     }
@@ -286,6 +319,19 @@ static bool KeyIsClosed(const DoctorFacts& facts, const char* subject, Findings*
     return true;
 }
 
+/* Of the performance key. */
+static std::string DeleteValue(const wchar_t* value)
+{
+    return fmt::format("reg delete HKLM\\{} /v \"{}\" /f", Narrow(PERFORMANCE_KEY), Narrow(value));
+}
+
+/* From a drive or a share on; where the value begins with a variable, that is its matter. */
+static bool IsFullPath(const std::string& path)
+{
+    const bool drive = path.size() > 2 && path[1] == ':' && (path[2] == '\\' || path[2] == '/');
+    return drive || path.rfind("\\\\", 0) == 0 || path.rfind('%', 0) == 0;
+}
+
 static Findings CheckLibraryValue(const DoctorFacts& facts)
 {
     Findings                 findings;
@@ -301,7 +347,7 @@ static Findings CheckLibraryValue(const DoctorFacts& facts)
     else if (!registration.library)
         Say(&findings, "library_value_missing", Level::Wrong, "the value Library of the provider is missing",
             Install(facts));
-    else if (registration.library->find_first_of("\\/") == std::string::npos)
+    else if (!IsFullPath(*registration.library))
         Say(&findings, "library_no_full_path", Level::Wrong,
             "the value Library is no full path, " + *registration.library +
                 ": services find it only after a restart of the machine, or find another",
@@ -406,6 +452,19 @@ static bool ListHas(const std::string& list, DWORD number)
     return (" " + list + " ").find(" " + std::to_string(number) + " ") != std::string::npos;
 }
 
+/* With it the system asks for names and texts by queries that the library does not know, and readers see no object. */
+static Findings CheckMetadata(const DoctorFacts& facts)
+{
+    Findings    findings;
+    const auto& metadata = facts.registration.metadata;
+    if (KeyIsClosed(facts, "metadata switch", &findings) || !metadata || *metadata == 0)
+        return findings;
+    Say(&findings, "metadata_claimed", Level::Wrong,
+        fmt::format("the value Collect Supports Metadata of the provider is {}: it answers no such queries", *metadata),
+        DeleteValue(VALUE_METADATA));
+    return findings;
+}
+
 static Findings CheckObjectList(const DoctorFacts& facts)
 {
     Findings findings;
@@ -423,10 +482,11 @@ static Findings CheckObjectList(const DoctorFacts& facts)
     return findings;
 }
 
-/* Set-up leaves a range of title indexes as it is; the system's own program takes it back with the names. */
+/* Set-up leaves a range of title indexes as it is. The system's own program takes it back with the names; where that
+ * does nothing, set-up gave the range, and takes another one when it is not whole. */
 static std::string NamesAnew(const DoctorFacts& facts)
 {
-    return "unlodctr tnwdiskperf, then " + Install(facts);
+    return (facts.wine ? DeleteValue(VALUE_FIRST_COUNTER) : "unlodctr tnwdiskperf") + ", then " + Install(facts);
 }
 
 static Findings CheckNames(const DoctorFacts& facts)
@@ -457,11 +517,10 @@ static Findings CheckNames(const DoctorFacts& facts)
         return findings;
     }
     for (size_t i = 0; i < names.system.size(); i++) {
-        const std::string& name = names.system[i];
-        if (std::find(names.table.begin(), names.table.end(), name) == names.table.end())
+        if (names.system[i] != names.table[i])
             Say(&findings, "names_differ", Level::Wrong,
-                fmt::format("the system's table calls title index {} \"{}\", which is no name of ours", *first + 2 * i,
-                            name),
+                fmt::format("the system's table calls title index {} \"{}\", which has to be \"{}\"", *first + 2 * i,
+                            names.system[i], names.table[i]),
                 NamesAnew(facts));
     }
     return findings;
@@ -655,6 +714,7 @@ static constexpr Check CHECKS[] = {
     { "export_names", "open, collect and close are registered", CheckExportNames },
     { "exports", "the registered library exports them", CheckExports },
     { "index_range", "the title index range is whole", CheckIndexRange },
+    { "metadata", "the provider is not asked for metadata", CheckMetadata },
     { "object_list", "the provider is called for its own object only", CheckObjectList },
     { "names", "counter names come from the system's table", CheckNames },
     { "provider", "the system has not switched the provider off", CheckProvider },
@@ -713,6 +773,14 @@ DoctorSummary Summarize(const Findings& findings)
     return { CheckCount(), CountOf(findings, Level::Warning) + CountOf(findings, Level::Wrong) };
 }
 
+/* The next open frees the rows of processes that are gone. */
+static bool NoRowIsLeft(const std::vector<ConsumerFact>& consumers)
+{
+    return consumers.size() >= ROW_NUM && std::all_of(consumers.begin(), consumers.end(), [](const ConsumerFact& one) {
+               return one.life == ProcessLife::Alive;
+           });
+}
+
 bool ProviderCanOpen(const DoctorFacts& facts, std::string* why)
 {
     const StatusFacts& status = facts.status;
@@ -726,6 +794,8 @@ bool ProviderCanOpen(const DoctorFacts& facts, std::string* why)
         *why = "there is no sample yet";
     else if (!status.file.accepted)
         *why = "the configuration file is refused";
+    else if (NoRowIsLeft(status.consumers))
+        *why = "all consumer rows are taken";
     else
         return true;
     return false;

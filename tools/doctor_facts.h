@@ -26,6 +26,7 @@ struct RegistrationFacts {
     std::optional<DWORD>       firstHelp;
     std::optional<DWORD>       lastHelp;
     std::optional<DWORD>       disabled;
+    std::optional<DWORD>       metadata;  // "Collect Supports Metadata", which set-up never writes
 
     DWORD                    libraryError = ERROR_SUCCESS;  // of reading the file
     bool                     libraryOurs = false;           // it is the one of this installation
@@ -36,7 +37,7 @@ struct RegistrationFacts {
 struct NameFacts {
     std::vector<std::string> system;  // of each title index of ours, in order; empty where the system has none
     bool                     tableRead = false;
-    std::vector<std::string> table;  // names of the installed table, in no order that counts
+    std::vector<std::string> table;  // of the installed table, in the same order
     std::string              tablePath;
 };
 
@@ -98,8 +99,7 @@ struct DoctorFacts {
     bool        wine = false;
     StatusFacts status;
 
-    DWORD     deviceError = ERROR_SUCCESS;  // of opening the driver's control device
-    ULONGLONG regionBytes = 0;              // as the system maps it, whole pages; 0: not known
+    ULONGLONG regionBytes = 0;  // as the system maps it, whole pages; 0: not known
 
     RegistrationFacts        registration;
     NameFacts                names;
@@ -119,8 +119,9 @@ struct DoctorFacts {
 };
 
 /**
- * Asks the machine. Opens the driver's device without sending anything, loads no library as code, and leaves behind
- * nothing: the files that try the folders are deleted again. May block for 2 s on the region's mutex.
+ * Asks the machine. Opens the driver's device and asks the simulated one when it was fed, which resets nothing; loads
+ * no library as code, and leaves behind nothing: the files that try the folders are deleted again. May block as
+ * GatherStatus does.
  */
 DoctorFacts GatherDoctor();
 

@@ -23,7 +23,6 @@
 #include "search_path.h"
 #include "system_info.h"
 #include "text.h"
-#include "velcor.h"
 
 namespace dkpf {
 
@@ -34,17 +33,6 @@ static std::wstring Leaf(const std::wstring& path)
 }
 
 /* ---- Machine ---- */
-
-/* No request is sent: it would reset the peaks of the sample under way. */
-static DWORD TryDevice()
-{
-    const HANDLE device = CreateFileA(VELCOR_DEVICE_PATH, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (device == INVALID_HANDLE_VALUE)
-        return GetLastError();
-    CloseHandle(device);
-    return ERROR_SUCCESS;
-}
 
 static ULONGLONG MappedRegionBytes()
 {
@@ -99,6 +87,7 @@ static RegistrationFacts LookAtRegistration(const Home& home)
     facts.firstHelp = NumberOf(key, VALUE_FIRST_HELP);
     facts.lastHelp = NumberOf(key, VALUE_LAST_HELP);
     facts.disabled = NumberOf(key, VALUE_DISABLED);
+    facts.metadata = NumberOf(key, VALUE_METADATA);
     if (facts.library) {
         std::wstring path;
         std::string  file;
@@ -379,7 +368,6 @@ DoctorFacts GatherDoctor()
     facts.administrator = IsAdministrator();
     facts.wine = IsWine();
     facts.status = GatherStatus();
-    facts.deviceError = TryDevice();
     facts.regionBytes = MappedRegionBytes();
     facts.registration = LookAtRegistration(home);
     facts.names = LookAtNames(home, facts.registration.firstCounter);

@@ -7,6 +7,12 @@ const SettingValues* InForce(const StatusFacts& facts)
     return facts.agentAlive && facts.agent.state.inForce ? &*facts.agent.state.inForce : nullptr;
 }
 
+bool Collecting(const StatusFacts& facts)
+{
+    const SettingValues* inForce = InForce(facts);
+    return inForce == nullptr || (*inForce)[PERF_ENABLE] != 0;
+}
+
 ULONGLONG SampleAgeLimitMs(const StatusFacts& facts)
 {
     static constexpr ULONGLONG busyMs = 5000;

@@ -31,11 +31,18 @@ struct ConsumerFact {
     ProcessLife life = ProcessLife::Gone;
 };
 
-/* The feed whose values the simulated driver hands over; another driver knows of none. */
+/* The feed whose values the simulated driver hands over; a real driver is not asked. */
 struct FedFact {
     bool  known = false;
     DWORD feeds = 0;  // since the driver's start
     DWORD ageMs = 0;  // of the last one; only where there was one
+};
+
+/* The driver's control device. */
+struct DeviceFact {
+    DWORD   error = ERROR_SUCCESS;  // of opening it
+    bool    hangs = false;          // it did not answer in time: nothing else is known
+    FedFact fed;
 };
 
 /* What the doctor's checks came to. */
@@ -50,7 +57,7 @@ struct StatusFacts {
     ServiceFact driver;
     ServiceFact feeder;
     ServiceFact agentService;
-    FedFact     fed;
+    DeviceFact  device;
 
     StateFileContent agent;
     bool             agentAlive = false;  // agent.state names a process that is there and has not stopped
@@ -71,11 +78,14 @@ struct StatusFacts {
     std::optional<DoctorSummary> doctor;  // where the doctor was asked
 };
 
-/* Asks the machine. May block for 2 s on the region's mutex. */
+/* Asks the machine. May block for 2 s on the region's mutex, and for 2 s on a driver that hangs. */
 StatusFacts GatherStatus();
 
 /* Settings in force, where an agent lives and says them. */
 const SettingValues* InForce(const StatusFacts& facts);
+
+/* Whether samples are due: collection is on, as far as it is known. */
+bool Collecting(const StatusFacts& facts);
 
 /* How old a sample may become before something is wrong, ms: two intervals, and room for a busy machine. */
 ULONGLONG SampleAgeLimitMs(const StatusFacts& facts);

@@ -2,8 +2,8 @@
 
 #include "home.h"
 #include "names.h"
+#include "status_device.h"
 #include "text.h"
-#include "velcor.h"
 
 namespace dkpf {
 
@@ -14,25 +14,6 @@ static ServiceFact LookAtService(const wchar_t* name)
     fact.info = SystemServices().Query(name);
     fact.processGone = fact.info.state == SERVICE_RUNNING && fact.info.pid != 0 &&
                        LookAtProcess(fact.info.pid, 0) == ProcessLife::Gone;
-    return fact;
-}
-
-/* The samples stay young when the feeder ends, since the driver goes on answering: this is what grows old then. The
- * question resets nothing, and a driver that does not know it answers so at once. */
-static FedFact LookAtFeed()
-{
-    VELCOR_FED   fed = {};
-    DWORD        returned = 0;
-    FedFact      fact;
-    const HANDLE device = CreateFileA(VELCOR_DEVICE_PATH, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (device == INVALID_HANDLE_VALUE)
-        return fact;
-    fact.known = DeviceIoControl(device, VELCOR_PRIVATE_GET_FED, nullptr, 0, &fed, sizeof(fed), &returned, nullptr) &&
-                 returned == sizeof(fed);
-    fact.feeds = fed.feeds;
-    fact.ageMs = GetTickCount() - fed.tick;
-    CloseHandle(device);
     return fact;
 }
 
@@ -52,7 +33,9 @@ StatusFacts GatherStatus()
     facts.driver = LookAtService(DRIVER_SERVICE);
     facts.feeder = LookAtService(FEEDER_SERVICE);
     facts.agentService = LookAtService(AGENT_SERVICE);
-    facts.fed = LookAtFeed();
+    // A real driver, which has no feeder, gets no request at all.
+    const bool asksFed = facts.feeder.info.installed;
+    facts.device = LookAtDevice([asksFed] { return AskDevice(asksFed); });
 
     facts.agent = LoadAgentState(home.StateFile());
     const AgentState& state = facts.agent.state;

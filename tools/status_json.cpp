@@ -133,7 +133,7 @@ std::string StatusJson(const StatusFacts& facts, const std::vector<Trouble>& tro
     json["agent"] = AgentJson(facts);
     json["configuration"] = ConfigurationJson(facts);
     json["sample"] = SampleJson(facts);
-    json["fed"] = FedJson(facts.fed);
+    json["fed"] = FedJson(facts.device.fed);
     json["disks"] = known ? Json(facts.view.disks) : Json();
     json["consumers"] = known ? ConsumersJson(facts) : Json();
     json["events"] = EventsJson(facts);

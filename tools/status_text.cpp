@@ -121,7 +121,7 @@ static std::string RegionText(const StatusFacts& facts)
 {
     const bool  known = facts.region == RegionStatus::Copied;
     std::string text = fmt::format("  {:<27}{}\n", "last sample", SampleWords(facts));
-    text += FedText(facts.fed);
+    text += FedText(facts.device.fed);
     text += fmt::format("  {:<27}{}\n", "disks present", known ? DiskListText(facts.view.disks) : "unknown");
     text += fmt::format("  {:<27}{}\n", "readers",
                         known ? fmt::format("{} of 32 rows", facts.consumers.size()) : "unknown");

@@ -24,6 +24,9 @@ void AboutDriver(const StatusFacts& facts, Troubles* troubles)
     else if (driver.state != SERVICE_RUNNING)
         troubles->push_back({ "driver_not_running", "the driver velcor is " + ServiceStateText(driver.state),
                               "net start velcor; a running disk agent takes it up by itself" });
+    else if (facts.device.hangs)
+        troubles->push_back({ "driver_hangs", "the driver velcor runs, but did not answer within 2 s",
+                              "look again; a driver that never answers goes with a restart of the machine only" });
 }
 
 void AboutFeeder(const StatusFacts& facts, Troubles* troubles)
@@ -47,12 +50,16 @@ void AboutServiceProcesses(const StatusFacts& facts, Troubles* troubles)
     }
 }
 
+static std::string StartCommand(const StatusFacts& facts)
+{
+    const ServiceInfo& service = facts.agentService.info;
+    return service.installed || service.error != ERROR_SUCCESS ? "net start dkpfagent" : InstallCommand(facts);
+}
+
 void AboutAgent(const StatusFacts& facts, Troubles* troubles)
 {
-    const AgentState&  state = facts.agent.state;
-    const ServiceInfo& service = facts.agentService.info;
-    const std::string  startIt =
-        service.installed || service.error != ERROR_SUCCESS ? "net start dkpfagent" : InstallCommand(facts);
+    const AgentState& state = facts.agent.state;
+    const std::string startIt = StartCommand(facts);
     if (facts.agent.file == StateFile::Damaged)
         troubles->push_back({ "agent_state_damaged", "agent.state cannot be read: " + facts.agent.why,
                               "restart the disk agent: it writes the file anew" });
@@ -85,17 +92,12 @@ void AboutConfiguration(const StatusFacts& facts, Troubles* troubles)
                               "dkpfctl config reload" });
 }
 
-static bool Collecting(const StatusFacts& facts)
-{
-    const SettingValues* inForce = InForce(facts);
-    return inForce == nullptr || (*inForce)[PERF_ENABLE] != 0;
-}
-
 void AboutRegion(const StatusFacts& facts, Troubles* troubles)
 {
     if (facts.region == RegionStatus::Absent) {
         if (!facts.agentAlive || facts.agent.state.phase == AgentPhase::Running)
-            troubles->push_back({ "no_region", facts.regionWords, "start the disk agent" });
+            troubles->push_back({ "no_region", facts.regionWords,
+                                  facts.agentAlive ? "restart the disk agent" : "start the disk agent" });
         return;
     }
     if (facts.region == RegionStatus::Refused)
@@ -117,12 +119,14 @@ void AboutLock(const StatusFacts& facts, Troubles* troubles)
 
 void AboutSamples(const StatusFacts& facts, Troubles* troubles)
 {
-    // Several reloads within one interval may leave the collect thread in a wait that only the next one ends.
-    static constexpr char look[] = "dkpfctl config reload; if that does not help, see the driver's service and the "
-                                   "errors in the module log";
     if (facts.region != RegionStatus::Copied || !facts.agentAlive || !Collecting(facts))
         return;
-    const ULONGLONG limit = SampleAgeLimitMs(facts);
+    // Several reloads within one interval may leave the collect thread in a wait that only the next one ends. An agent
+    // that hangs does not come down when it is asked to, and loses nothing when it is ended.
+    const std::string look = fmt::format("dkpfctl config reload; if that does not help, taskkill /f /pid {}, then {}; "
+                                         "the module log may hold the cause",
+                                         facts.agent.state.pid, StartCommand(facts));
+    const ULONGLONG   limit = SampleAgeLimitMs(facts);
     // The first sample only primes the counters: none is there before the second interval is over.
     if (!facts.view.hasSample && facts.agentAgeMs > limit)
         troubles->push_back({ "no_sample", "there is no sample yet", look });

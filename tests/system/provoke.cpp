@@ -3,10 +3,14 @@
  *   provoke hold larger|smaller  holds a region of another size under the product's name until its input ends
  *   provoke damage               writes into the product's region what no producer writes there
  *   provoke reload               tells the agent to read its configuration, whatever the file holds
+ *   provoke suspend PID          stops all threads of a process
+ *   provoke unlink               takes the name away under which the driver's device is opened
  * Says "done", or why not.
  */
 #include <windows.h>
+#include <winternl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "diskperf.h"
@@ -44,6 +48,42 @@ static BOOL Reload()
     return event != NULL && SetEvent(event);
 }
 
+/* A routine of ntdll that no import library has. */
+template <class Routine> static Routine Native(const char* name)
+{
+    const FARPROC address = GetProcAddress(GetModuleHandleA("ntdll.dll"), name);
+    Routine       routine = NULL;
+
+    memcpy(&routine, &address, sizeof(routine));
+    return routine;
+}
+
+typedef LONG(WINAPI* HANDLE_ROUTINE)(HANDLE);
+typedef LONG(WINAPI* OPEN_LINK)(HANDLE*, ACCESS_MASK, OBJECT_ATTRIBUTES*);
+
+static BOOL Suspend(const char* pid)
+{
+    const HANDLE_ROUTINE suspend = Native<HANDLE_ROUTINE>("NtSuspendProcess");
+    const HANDLE         process = OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, static_cast<DWORD>(atoi(pid)));
+
+    return process != NULL && suspend != NULL && suspend(process) == 0;
+}
+
+/* Names of drivers are permanent until somebody makes them temporary: they then go with their last handle. */
+static BOOL Unlink()
+{
+    const OPEN_LINK      open = Native<OPEN_LINK>("NtOpenSymbolicLinkObject");
+    const HANDLE_ROUTINE forget = Native<HANDLE_ROUTINE>("NtMakeTemporaryObject");
+    static WCHAR         path[] = L"\\DosDevices\\VELCOR_CTRL";
+    UNICODE_STRING       name = { sizeof(path) - sizeof(WCHAR), sizeof(path), path };
+    OBJECT_ATTRIBUTES    attributes = {};
+    HANDLE               link = NULL;
+
+    InitializeObjectAttributes(&attributes, &name, OBJ_CASE_INSENSITIVE, NULL, NULL);
+    return open != NULL && forget != NULL && open(&link, DELETE, &attributes) == 0 && forget(link) == 0 &&
+           CloseHandle(link);
+}
+
 int main(int argc, char** argv)
 {
     BOOL done = FALSE;
@@ -55,6 +95,10 @@ int main(int argc, char** argv)
         done = Damage();
     } else if (argc == 2 && strcmp(argv[1], "reload") == 0) {
         done = Reload();
+    } else if (argc == 3 && strcmp(argv[1], "suspend") == 0) {
+        done = Suspend(argv[2]);
+    } else if (argc == 2 && strcmp(argv[1], "unlink") == 0) {
+        done = Unlink();
     }
     if (!done) {
         printf("not done: error %lu\n", GetLastError());

@@ -3,6 +3,7 @@
  */
 #include <gmock/gmock.h>
 
+#include "status_device.h"
 #include "status_text.h"
 #include "status_troubles.h"
 
@@ -86,6 +87,43 @@ TEST_F(StatusTest, ADriverThatIsNotInstalledOrCannotBeAsked)
     EXPECT_THAT(Codes(), ElementsAre("driver_unknown"));
 }
 
+TEST_F(StatusTest, ADriverThatHangs)
+{
+    facts.device.hangs = true;
+    EXPECT_THAT(Codes(), ElementsAre("driver_hangs"));
+    facts.driver.info.state = SERVICE_STOPPED;
+    EXPECT_THAT(Codes(), ElementsAre("driver_not_running"));
+}
+
+// The call never ends by itself: whatever the limit, nothing but the limit ends the wait.
+TEST_F(StatusTest, ADriverThatNeverAnswersIsLeftBehind)
+{
+    const HANDLE answers = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE left = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const auto   ask = [answers, left] {
+        WaitForSingleObject(answers, INFINITE);
+        SetEvent(left);
+        return DeviceFact{};
+    };
+    EXPECT_TRUE(LookAtDevice(ask, 10).hangs);
+    SetEvent(answers);
+    WaitForSingleObject(left, INFINITE);
+    CloseHandle(answers);
+    CloseHandle(left);
+}
+
+TEST_F(StatusTest, ADriverThatAnswersIsWaitedFor)
+{
+    const DeviceFact fact = LookAtDevice(
+        [] {
+            return DeviceFact{ ERROR_ACCESS_DENIED, false, { true, 7, 42 } };
+        },
+        600000);
+    EXPECT_EQ(fact.error, static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(fact.hangs);
+    EXPECT_EQ(fact.fed.ageMs, 42u);
+}
+
 TEST_F(StatusTest, AFeederThatDoesNotRunButNotOneThatIsNotInstalled)
 {
     facts.feeder.info.state = SERVICE_STOPPED;
@@ -164,6 +202,9 @@ TEST_F(StatusTest, NoRegionUnderARunningAgent)
     facts.region = RegionStatus::Absent;
     facts.regionWords = "there is no shared region: is the disk agent running?";
     EXPECT_THAT(Codes(), ElementsAre("no_region"));
+    EXPECT_EQ(FindTroubles(facts).front().cure, "restart the disk agent");
+    facts.agentAlive = false;
+    EXPECT_EQ(FindTroubles(facts).back().cure, "start the disk agent");
 }
 
 TEST_F(StatusTest, NoRegionIsUsualWhileTheAgentStarts)
@@ -191,6 +232,27 @@ TEST_F(StatusTest, ASampleIsTooOldAfterTwoIntervalsAndFiveSeconds)
     facts.view.ageMs = 25001;
     EXPECT_THAT(Codes(), ElementsAre("sample_old"));
     EXPECT_EQ(First(), "the last sample is 25.0 s old, at most 25.0 s is usual");
+    EXPECT_EQ(FindTroubles(facts).front().cure,
+              "dkpfctl config reload; if that does not help, taskkill /f /pid 40, then "
+              "net start dkpfagent; the module log may hold the cause");
+}
+
+TEST_F(StatusTest, WithoutAnAgentNeitherItsSampleNorItsReloadNorItsWarningIsATroubleOfItsOwn)
+{
+    facts.agentAlive = false;
+    facts.view.ageMs = 60000;
+    facts.agent.state.lastReload = ReloadRecord{ ReloadResult::Refused, "", "line 5", {}, {} };
+    Raise(0x800012C1, "2026/03/07 15:00:00.000");
+    EXPECT_THAT(Codes(), ElementsAre("agent_died"));
+}
+
+// An agent that does not say its settings counts as one that collects: silence is no reason to call old values well.
+TEST_F(StatusTest, SettingsThatAreNotKnownHideNoOldSample)
+{
+    facts.agent.state.inForce.reset();
+    facts.view.published = SettingValues{ 1, 1, 1024, 3, 10, 60, 0x1ffff, 7, 2048 };
+    facts.view.ageMs = 25001;
+    EXPECT_THAT(Codes(), ElementsAre("sample_old"));
 }
 
 TEST_F(StatusTest, TheIntervalInForceCountsNotTheOneInTheFile)
@@ -203,9 +265,9 @@ TEST_F(StatusTest, TheIntervalInForceCountsNotTheOneInTheFile)
 TEST_F(StatusTest, NoSampleIsTroubleOnlyWhenTheFirstOneIsOverdue)
 {
     facts.view.hasSample = false;
-    facts.agentAgeMs = 20000;
+    facts.agentAgeMs = 25000;
     EXPECT_THAT(Codes(), IsEmpty());
-    facts.agentAgeMs = 26000;
+    facts.agentAgeMs = 25001;
     EXPECT_THAT(Codes(), ElementsAre("no_sample"));
 }
 
@@ -267,9 +329,9 @@ TEST_F(StatusTest, AWarningWithAnAllClearOfItsOwnIsNotSettledByTheLibrary)
 TEST_F(StatusTest, TheAgeOfTheFedValuesStandsBesideThatOfTheSample)
 {
     EXPECT_THAT(StatusText(facts, {}), Not(HasSubstr("driver fed")));  // a driver that knows nothing of feeds
-    facts.fed = { true, 0, 5000 };
+    facts.device.fed = { true, 0, 5000 };
     EXPECT_THAT(StatusText(facts, {}), HasSubstr("  driver fed                 not yet\n"));
-    facts.fed = { true, 7, 93210 };
+    facts.device.fed = { true, 7, 93210 };
     EXPECT_THAT(StatusText(facts, {}),
                 HasSubstr("  last sample                4.2 s old, taken 2026/03/07 15:00:00.001\n"
                           "  driver fed                 93.2 s ago\n"));

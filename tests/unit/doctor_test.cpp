@@ -181,17 +181,27 @@ TEST_F(DoctorTest, WhatStatusCallsWrongIsFoundInItsWords)
 TEST_F(DoctorTest, AStoppedDriverHidesItsDevice)
 {
     facts.status.driver.info.state = SERVICE_STOPPED;
-    facts.deviceError = ERROR_FILE_NOT_FOUND;
+    facts.status.device.error = ERROR_FILE_NOT_FOUND;
     EXPECT_THAT(Codes(), ElementsAre("driver_not_running wrong", "not_looked_at note"));
 }
 
 TEST_F(DoctorTest, ADriverWhoseDeviceCannotBeOpened)
 {
-    facts.deviceError = ERROR_FILE_NOT_FOUND;
+    facts.status.device.error = ERROR_FILE_NOT_FOUND;
     EXPECT_THAT(Codes(), ElementsAre("device_not_opened wrong"));
-    EXPECT_THAT(Of("device_not_opened").cure, HasSubstr("net start velcor, net start dkpfagent"));
-    facts.deviceError = ERROR_ACCESS_DENIED;
+    EXPECT_EQ(Of("device_not_opened").cure, "net stop dkpfagent, net stop velcorfeed, net stop velcor, "
+                                            "net start velcor, net start velcorfeed, net start dkpfagent");
+    facts.status.feeder.info = ServiceInfo{};
+    EXPECT_EQ(Of("device_not_opened").cure,
+              "net stop dkpfagent, net stop velcor, net start velcor, net start dkpfagent");
+    facts.status.device.error = ERROR_ACCESS_DENIED;
     EXPECT_THAT(Codes(), ElementsAre("device_not_asked note"));
+}
+
+TEST_F(DoctorTest, ADriverThatHangsHidesItsDevice)
+{
+    facts.status.device.hangs = true;
+    EXPECT_THAT(Codes(), ElementsAre("driver_hangs wrong", "not_looked_at note"));
 }
 
 TEST_F(DoctorTest, ADeadAgentAndOneThatIsNotInstalled)
@@ -210,9 +220,34 @@ TEST_F(DoctorTest, AnAgentThatWasStartedBeforeTheDriver)
     EXPECT_THAT(Codes(), ElementsAre("wrong_order wrong", "no_sample wrong", "warning_open wrong"));
     EXPECT_EQ(Of("wrong_order").text,
               "the disk agent was started before the driver: it collects nothing since 2026/03/07 15:00:00.000");
-    EXPECT_THAT(Of("wrong_order").cure, HasSubstr("velcor, velcorfeed, dkpfagent"));
+    EXPECT_EQ(Of("wrong_order").cure, "nothing: the disk agent takes the driver up by itself within 5 s");
     facts.status.view.hasSample = true;  // the thread that writes ended, or the one that had collected
     EXPECT_THAT(Codes(), ElementsAre("warning_open wrong"));
+}
+
+TEST_F(DoctorTest, AnAgentThatWasStartedBeforeTheDriverNeedsAGoodFile)
+{
+    Raise(DKPF_EVENT_STOPPED);
+    facts.status.view.hasSample = false;
+    facts.status.file.accepted = false;
+    EXPECT_EQ(Of("wrong_order").cure,
+              "correct the configuration file: the disk agent then takes the driver up by itself within 5 s");
+}
+
+TEST_F(DoctorTest, AnAgentThatTookUpTheDriverOrDoesNotCollectIsInNoWrongOrder)
+{
+    Raise(DKPF_EVENT_STOPPED);
+    facts.status.view.hasSample = false;
+    facts.status.agentAgeMs = 0;  // its first sample is not due yet
+    facts.status.agent.state.broughtUp = "2026-03-07T15:00:00.001+09:00";
+    EXPECT_THAT(Codes(), IsEmpty());
+    facts.status.agent.state.broughtUp = "2026-03-07T15:00:00.000+09:00";
+    EXPECT_THAT(Codes(), ElementsAre("wrong_order wrong", "warning_open wrong"));
+    (*facts.status.agent.state.inForce)[PERF_ENABLE] = 0;
+    EXPECT_THAT(Codes(), ElementsAre("warning_open wrong"));
+    (*facts.status.agent.state.inForce)[PERF_ENABLE] = 1;
+    facts.status.agentAlive = false;
+    EXPECT_EQ(Of("wrong_order").code, "");
 }
 
 /* ---- Configuration ---- */
@@ -304,7 +339,8 @@ TEST_F(DoctorTest, AReaderFromBeforeTheAgentsStartIsDeadUnlessItAttachedAgain)
     EXPECT_THAT(Codes(), IsEmpty());  // it has a row
     facts.status.consumers.clear();
     EXPECT_THAT(Codes(), ElementsAre("old_reader warning"));
-    EXPECT_THAT(Of("old_reader").text, HasSubstr("process 500 (reader.exe) reads since before the disk agent"));
+    EXPECT_THAT(Of("old_reader").text,
+                HasSubstr("process 500 (reader.exe) reads since before the disk agent began to collect"));
     facts.processes[1].started = 1000;  // not before
     EXPECT_THAT(Codes(), IsEmpty());
     facts.processes[1].started = 0;  // not known
@@ -312,6 +348,27 @@ TEST_F(DoctorTest, AReaderFromBeforeTheAgentsStartIsDeadUnlessItAttachedAgain)
     facts.processes[1].started = 999;
     facts.status.agentAlive = false;
     EXPECT_THAT(Codes(), ElementsAre("agent_died wrong"));
+}
+
+// 2026-03-07 06:05:09.042 UTC: 155,293 days and 21,909.042 s since 1601.
+TEST_F(DoctorTest, AReaderIsDeadTooWhereTheLibraryWasBroughtUpAnewUnderALivingAgent)
+{
+    constexpr ULONGLONG anew = (155293ull * 86400000 + 21909042) * 10000;
+    facts.status.consumers.clear();
+    facts.processes[1].started = anew - 1;
+    EXPECT_THAT(Codes(), IsEmpty());
+    for (const char* time : { "2026-03-07T15:05:09.042+09:00", "2026-03-07T01:35:09.042-04:30" }) {
+        facts.status.agent.state.broughtUp = time;
+        facts.processes[1].started = anew - 1;
+        EXPECT_THAT(Codes(), ElementsAre("old_reader warning")) << time;
+        facts.processes[1].started = anew;
+        EXPECT_THAT(Codes(), IsEmpty()) << time;
+    }
+    facts.processes[1].started = 1001;
+    for (const char* time : { "", "2026-03-07", "2026-13-07T15:05:09.042+09:00" }) {
+        facts.status.agent.state.broughtUp = time;
+        EXPECT_THAT(Codes(), IsEmpty()) << time;
+    }
 }
 
 TEST_F(DoctorTest, AHostThatHoldsAnotherLibrary)
@@ -355,7 +412,7 @@ TEST_F(DoctorTest, AProviderThatIsNotRegistered)
     facts.registration.error = ERROR_FILE_NOT_FOUND;
     EXPECT_THAT(Codes(),
                 ElementsAre("not_registered wrong", "not_looked_at note", "not_looked_at note", "not_looked_at note",
-                            "not_looked_at note", "not_looked_at note", "not_looked_at note"));
+                            "not_looked_at note", "not_looked_at note", "not_looked_at note", "not_looked_at note"));
     EXPECT_EQ(Of("not_registered").cure, INSTALL);
     facts.registration.error = ERROR_ACCESS_DENIED;
     EXPECT_EQ(Of("registration_not_asked").cure, "run this as an administrator");
@@ -371,6 +428,29 @@ TEST_F(DoctorTest, TheLibraryValue)
     EXPECT_THAT(Codes(), ElementsAre("library_no_full_path wrong", "not_looked_at note"));
     facts.registration.library.reset();
     EXPECT_THAT(Codes(), ElementsAre("library_value_missing wrong", "not_looked_at note"));
+}
+
+TEST_F(DoctorTest, AFullPathBeginsWithADriveAShareOrAVariable)
+{
+    for (const char* path : { "C:\\bin\\x.dll", "c:/bin/x.dll", "\\\\server\\share\\x.dll", "%ProgramFiles%\\x.dll" }) {
+        facts.registration.library = path;
+        EXPECT_THAT(Codes(), IsEmpty()) << path;
+    }
+    for (const char* path : { "x.dll", "bin\\x.dll", "\\bin\\x.dll", "C:x.dll", "C:", "" }) {
+        facts.registration.library = path;
+        EXPECT_THAT(Codes(), ElementsAre("library_no_full_path wrong")) << path;
+    }
+}
+
+TEST_F(DoctorTest, AProviderThatClaimsToAnswerMetadataQueries)
+{
+    facts.registration.metadata = 1;
+    EXPECT_THAT(Codes(), ElementsAre("metadata_claimed wrong"));
+    EXPECT_EQ(Of("metadata_claimed").cure,
+              "reg delete HKLM\\SYSTEM\\CurrentControlSet\\Services\\tnwdiskperf\\Performance "
+              "/v \"Collect Supports Metadata\" /f");
+    facts.registration.metadata = 0;
+    EXPECT_THAT(Codes(), IsEmpty());
 }
 
 TEST_F(DoctorTest, ExportNamesInTheRegistryAndInTheFile)
@@ -410,8 +490,10 @@ TEST_F(DoctorTest, TheTitleIndexRange)
 
 TEST_F(DoctorTest, TheObjectList)
 {
-    facts.registration.objectList = "200 20000";
-    EXPECT_THAT(Codes(), ElementsAre("object_list_wrong wrong"));
+    for (const char* list : { "200 20000", "12000", "12000 6", "" }) {
+        facts.registration.objectList = list;
+        EXPECT_THAT(Codes(), ElementsAre("object_list_wrong wrong")) << list;
+    }
     facts.registration.objectList = "4 2000 6";
     EXPECT_THAT(Codes(), IsEmpty());
     facts.registration.objectList.reset();
@@ -435,7 +517,16 @@ TEST_F(DoctorTest, NamesOfTheSystemThatAreNotOurs)
     EXPECT_THAT(Codes(), ElementsAre("names_differ wrong"));
     EXPECT_EQ(Of("names_differ").cure, std::string("unlodctr tnwdiskperf, then ") + INSTALL);
     EXPECT_EQ(Of("names_differ").text,
-              "the system's table calls title index 2004 \"Somebody else\", which is no name of ours");
+              "the system's table calls title index 2004 \"Somebody else\", which has to be \"B\"");
+    facts.wine = true;  // unlodctr does nothing there
+    EXPECT_EQ(Of("names_differ").cure,
+              std::string("reg delete HKLM\\SYSTEM\\CurrentControlSet\\Services\\tnwdiskperf\\Performance "
+                          "/v \"First Counter\" /f, then ") +
+                  INSTALL);
+    facts.names.system[2].clear();  // the system has some of our names, and this one not
+    EXPECT_THAT(Codes(), ElementsAre("names_differ wrong"));
+    facts.names.system[2] = "C";  // ours, but of the next counter
+    EXPECT_THAT(Codes(), ElementsAre("names_differ wrong"));
 }
 
 TEST_F(DoctorTest, AnInstalledTableThatIsMissingOrCutOff)
@@ -714,6 +805,15 @@ TEST_F(DoctorTest, AProviderThatIsOffIsSwitchedOn)
     EXPECT_THAT(failed.text, HasSubstr("could not be switched on again: error 5"));
 }
 
+TEST_F(DoctorTest, ADeadReadersRowAndTheLastFreeOneLetTheNextOpenIn)
+{
+    std::string why;
+    facts.status.consumers.assign(31, { 1, 500, ProcessLife::Alive });
+    EXPECT_TRUE(ProviderCanOpen(facts, &why));
+    facts.status.consumers.push_back({ 32, 501, ProcessLife::Gone });
+    EXPECT_TRUE(ProviderCanOpen(facts, &why));
+}
+
 // The next open would fail, and the system would switch it off again.
 TEST_F(DoctorTest, AProviderWhoseOpenWouldFailStaysOff)
 {
@@ -733,6 +833,10 @@ TEST_F(DoctorTest, AProviderWhoseOpenWouldFailStaysOff)
         { [](StatusFacts& status) { status.view.published[PERF_ENABLE] = 0; }, "collection is switched off" },
         { [](StatusFacts& status) { status.view.hasSample = false; }, "there is no sample yet" },
         { [](StatusFacts& status) { status.file.accepted = false; }, "the configuration file is refused" },
+        { [](StatusFacts& status) {
+             status.consumers.assign(32, { 1, 500, ProcessLife::Alive });
+         },
+          "all consumer rows are taken" },
     };
     for (const Reason& reason : reasons) {
         RecordingFix port;

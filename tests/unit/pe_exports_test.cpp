@@ -121,6 +121,28 @@ TEST(PeExports, AddressesOutsideOfEverySectionAreRefused)
     }
 }
 
+// The list of addresses is the last that stands in the file, behind the names that it leads to.
+TEST(PeExports, AListThatIsCutOffIsRefusedThoughItsNamesAreThere)
+{
+    std::string  file = ImageWithTwoExports();
+    const size_t list = 512 - 2 * sizeof(DWORD);
+    Put(&file, RAW_AT + offsetof(IMAGE_EXPORT_DIRECTORY, AddressOfNames), static_cast<DWORD>(MAPPED_AT + list));
+    Put(&file, RAW_AT + list, DWORD{ MAPPED_AT + 0x80 });
+    Put(&file, RAW_AT + list + sizeof(DWORD), DWORD{ MAPPED_AT + 0x90 });
+    EXPECT_TRUE(ReadExports(file, &names));
+    for (size_t missing = 1; missing <= 2 * sizeof(DWORD); missing++)
+        EXPECT_FALSE(ReadExports(std::string_view(file).substr(0, file.size() - missing), &names)) << missing;
+}
+
+// What stands in the file behind a section is not mapped with it.
+TEST(PeExports, AnAddressBehindItsSectionIsRefusedThoughTheFileGoesOn)
+{
+    std::string file = ImageWithTwoExports() + std::string(64, 'x') + '\0';
+    EXPECT_TRUE(ReadExports(file, &names));
+    Put(&file, RAW_AT + 0x44, DWORD{ MAPPED_AT + 512 });
+    EXPECT_FALSE(ReadExports(file, &names));
+}
+
 TEST(PeExports, MoreNamesThanOrdinalsAreRefused)
 {
     std::string file = ImageWithTwoExports();

@@ -29,6 +29,7 @@ inline constexpr wchar_t VALUE_LAST_COUNTER[] = L"Last Counter";
 inline constexpr wchar_t VALUE_FIRST_HELP[] = L"First Help";
 inline constexpr wchar_t VALUE_LAST_HELP[] = L"Last Help";
 inline constexpr wchar_t VALUE_OBJECT_LIST[] = L"Object List";  // the system then calls us for our own object only
+inline constexpr wchar_t VALUE_METADATA[] = L"Collect Supports Metadata";     // never ours: we answer no such queries
 inline constexpr wchar_t VALUE_DISABLED[] = L"Disable Performance Counters";  // the system's own: 1 after a bad open
 
 inline constexpr wchar_t EXPORT_OPEN[] = L"DkpfOpenForPerfmon";
