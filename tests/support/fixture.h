@@ -10,8 +10,8 @@
  *   }
  *
  * A case starts with the globals as the library is loaded, except that the DllInit mutex is the double's and the three
- * trace logs are open at every level, so that all lines can be compared. Units may keep state of their own that no
- * header shows: ctest runs each case in a process of its own.
+ * trace logs are open at every level, so that all lines can be compared. They are put back
+ * before and after each case. State of a unit that no header shows stays: a case runs after any other of its program.
  */
 #ifndef TESTS_SUPPORT_FIXTURE_H
 #define TESTS_SUPPORT_FIXTURE_H
