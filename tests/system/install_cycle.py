@@ -1,4 +1,5 @@
 """Install, restart, use, install over what runs, configure, remove: the machine is as it was before, key by key."""
+import re
 import shutil
 import subprocess
 
@@ -16,6 +17,25 @@ def next_version(product):
     policy = folder / "etc/policy/diskperf.xml"
     policy.write_bytes(policy.read_bytes() + b"<!-- next version -->\r\n")
     return folder
+
+
+def check_readers(product):
+    """Values come through the provider, into a host that lies elsewhere too: PATH leads it to the provider's libraries."""
+    code, text = product.ctl("query")
+    expect(code == 0, f"query: exit code {code}\n{text}")
+    code, text = product.run([WINE, "reg", "query", r"HKLM\SYSTEM\CurrentControlSet\Services\tnwdiskperf\Performance", "/v",
+                              "First Counter"])
+    expect(code == 0, text)
+    first = int(re.search(r"REG_DWORD\s+(0x[0-9a-fA-F]+)", text)[1], 16)
+    expect("WINEPATH" not in product.environment, "the libraries would be found without set-up")
+    code, text = product.run([WINE, str(ROOT / "build/win/tests/bin/perf_objects.exe"), "Global"])
+    expect(code == 0 and f"object {first} {first + 1} 65" in text.split("\n"), f"object {first}: exit code {code}\n{text}")
+
+
+def stop(product):
+    product.stop()
+    for name in SERVICES:
+        expect(product.state(name) == "STOPPED", f"{name} did not stop")
 
 
 def check(product):
@@ -39,6 +59,16 @@ def check(product):
     wait_running(product)
     product.wait_lines("nmp_total_raw", 3)
     expect(not list(product.home.glob("bin/*.old-*")), "files were moved aside for nothing")
+    check_readers(product)
+
+    # In whatever order an operator starts them. The agent starts the driver itself: the operator's word comes late.
+    for order in (("velcorfeed", "dkpfagent"), ("dkpfagent", "velcorfeed")):
+        stop(product)
+        product.start(*order)
+        product.run([WINE, "net", "start", "velcor"])
+        wait_running(product)
+        product.wait_lines("nmp_total_raw", product.count("nmp_total_raw") + 2)
+        check_readers(product)
 
     # Over what runs, while a host holds the libraries.
     newer = next_version(product)
@@ -59,6 +89,7 @@ def check(product):
         expect((product.home / "etc/cluster.xml").read_bytes() == config, "the configuration was replaced")
         wait_running(product)
         product.wait_lines("nmp_total_raw", product.count("nmp_total_raw") + 2)
+        check_readers(product)
     finally:
         host.stdin.close()
         host.wait(30)
@@ -68,6 +99,8 @@ def check(product):
     product.set("collectparam", "0x1800")
     code, text = product.ctl("config", "reload")
     expect(code == 0 and "parameters/collectparam = 0x1800\n" in text, f"reload: {code}\n{text}")
+
+    stop(product)
 
     # Logs and CSV files stay; what others put beside ours stays too.
     foreign = product.home / "etc/foreign.txt"
@@ -83,8 +116,9 @@ def check(product):
     text = setup(product, STAGE, "uninstall")
     expect("NOT removed" not in text, f"the second run: {text}")
 
-    # By its own program, from its own folder, while it is in place again.
+    # By its own program, from its own folder, while all of it runs again.
     setup(product, STAGE, "install")
+    product.start()
     text = setup(product, product.home, "uninstall", "--purge")
     expect("dkpfctl.exe.old-1: in use, goes at the next restart\n" in text, text)
     restart(product)

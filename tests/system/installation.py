@@ -6,8 +6,9 @@ from product import ROOT, WINE, expect, wait_for
 STAGE = ROOT / "build/stage"
 SERVICES = ("dkpfagent", "velcor", "velcorfeed")
 # What the system itself writes at each start of its own: new numbers of displays, dates of display drivers, the count of
-# starts under the name of each, and the number of the last service that was started.
-VOLATILE_KEY = re.compile(r"\\Control\\Video\b|\\Control\\ServiceCurrent\b|\\Hardware Profiles\\|\\Control\\Class\\\{4D36E968", re.I)
+# starts under the name of each, the number of the last service that was started, and which devices are up by now.
+VOLATILE_KEY = re.compile(r"\\Control\\Video\b|\\Control\\DeviceClasses\\.*\\Control$|\\Control\\ServiceCurrent\b|"
+                          r"\\Hardware Profiles\\|\\Control\\Class\\\{4D36E968", re.I)
 VOLATILE_VALUE = {"DriverDateData", "DriverError"}
 # Lists of a service that are empty; the system writes them when any setting of the service changes.
 NOTHING = {(f'"{name}"', "hex(7):00,00") for name in ("DependOnGroup", "DependOnService")}

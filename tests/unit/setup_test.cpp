@@ -121,8 +121,10 @@ TEST_F(Setup, EverythingIsWhereItBelongs)
     const std::wstring readOnly = L"D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;WD)";
     for (const wchar_t* folder : { L"\\bin", L"\\etc", L"\\perf", L"\\driver" })
         EXPECT_EQ(machine.state.folders[HOME + folder], readOnly) << Narrow(folder);
-    EXPECT_THAT(Narrow(machine.state.folders[HOME + L"\\log"]), HasSubstr("D:PAI("));
-    EXPECT_THAT(Narrow(machine.state.folders[HOME + L"\\log"]), HasSubstr("(A;OIIO;0x12008d;;;WD)"));
+    // Everybody lists and makes files, but no folders (4), in the folders; reads and appends (4), but neither writes
+    // over (2) nor deletes (10000), in the files of others.
+    EXPECT_EQ(machine.state.folders[HOME + L"\\log"],
+              L"D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;CI;0x1201ab;;;WD)(A;OIIO;0x12008d;;;WD)(A;OICIIO;FA;;;CO)");
 }
 
 TEST_F(Setup, ASystemWithoutALoaderGetsAFreeRange)
@@ -597,6 +599,39 @@ TEST_F(Setup, APathThatWasNotThereIsMadeAndGoes)
     ASSERT_TRUE(Remove(machine, true));
     EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
     EXPECT_EQ(machine.tellings, 2);
+}
+
+TEST_F(Setup, AnotherHomeTakesThePlaceOfTheRegisteredOneOnThePath)
+{
+    FakeMachine        machine = Clean(true);
+    const std::wstring other = L"C:\\other";
+    const auto         path = [&machine] { return machine.state.keys[ENVIRONMENT_KEY][L"Path"].text; };
+    const auto         into = [&machine](const std::wstring& home) {
+        return Install(machine, { SOURCE, home, true }, [](std::string_view) {});
+    };
+    ASSERT_TRUE(into(HOME));
+    machine.state.keys[ENVIRONMENT_KEY][L"Path"].text += L";C:\\behind";
+    FakeMachine beginning = machine;
+    ASSERT_TRUE(into(other));
+    EXPECT_EQ(path(), L"%SystemRoot%\\system32;C:\\tools;;C:\\behind;C:\\other\\bin");
+    ASSERT_TRUE(into(L"C:\\OTHER"));  // the same folder
+    EXPECT_EQ(path(), L"%SystemRoot%\\system32;C:\\tools;;C:\\behind;C:\\other\\bin");
+
+    // Where the other one stands behind already, the registered one still goes.
+    machine = beginning;
+    machine.state.keys[ENVIRONMENT_KEY][L"Path"].text += L";C:\\other\\bin";
+    ASSERT_TRUE(into(other));
+    EXPECT_EQ(path(), L"%SystemRoot%\\system32;C:\\tools;;C:\\behind;C:\\other\\bin");
+}
+
+TEST_F(Setup, AHomeThatPathCannotHoldIsRefused)
+{
+    FakeMachine              machine = Clean(true);
+    std::vector<std::string> lines;
+    EXPECT_FALSE(
+        Install(machine, { SOURCE, L"C:\\a;b", true }, [&lines](std::string_view line) { lines.emplace_back(line); }));
+    EXPECT_THAT(lines, Contains(HasSubstr("to: FAILED: the path of C:\\a;b holds a ';'")));
+    EXPECT_THAT(machine.calls, IsEmpty());
 }
 
 TEST_F(Setup, KeysThatOthersUseStay)

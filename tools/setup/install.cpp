@@ -14,6 +14,7 @@
 #include "search_path.h"
 #include "text.h"
 #include "title_range.h"
+#include "uninstall.h"
 
 namespace dkpf {
 
@@ -50,6 +51,7 @@ private:
 
     std::string CheckRights();
     std::string CheckSource();
+    std::string CheckHome();
     std::string CheckDriver();
     std::string StopRunning();
     std::string ForgetOldNames();
@@ -122,6 +124,15 @@ std::string Installation::CheckSource()
             throw SetupError(Narrow(From(file.path)) + " is missing: unpack the product again, and start its dkpfctl");
     }
     return Narrow(m_options.source);
+}
+
+std::string Installation::CheckHome()
+{
+    // On PATH it would be two folders, neither of them ours.
+    if (m_options.home.find(L';') != std::wstring::npos)
+        throw SetupError("the path of " + Narrow(m_options.home) +
+                         " holds a ';', which PATH cannot hold: name another folder with --home");
+    return Narrow(m_options.home);
 }
 
 std::string Installation::CheckDriver()
@@ -326,12 +337,20 @@ std::string Installation::AddToPath()
         path.type = REG_EXPAND_SZ;
     else
         Must(error, "the system's PATH cannot be read");
-    if (HoldsFolder(path.text, At(BIN_FOLDER)))
+    const std::wstring bin = At(BIN_FOLDER);
+    const std::wstring registered = RegisteredHome(m_machine) + L"\\" + BIN_FOLDER;
+    const bool         moves = !HoldsFolder(bin, registered) && HoldsFolder(path.text, registered);
+    if (HoldsFolder(path.text, bin) && !moves)
         return "is there already";
-    path.text = WithFolder(path.text, At(BIN_FOLDER));
+    // In front of ours the libraries of the home that is left would go on being found.
+    if (moves)
+        path.text = WithoutFolder(path.text, registered);
+    if (!HoldsFolder(path.text, bin))
+        path.text = WithFolder(path.text, bin);
     m_changes.SetValue(ENVIRONMENT_KEY, L"Path", path);
     m_machine.EnvironmentChanged();
-    return "done; services see it after a restart of the machine";
+    return "done" + (moves ? ", instead of " + Narrow(registered) : std::string()) +
+           "; services see it after a restart of the machine";
 }
 
 /* ---- Performance provider ---- */
@@ -396,11 +415,13 @@ std::string Installation::StartAgain()
 
 /* ---- The steps ---- */
 
-// Names before files: the undo of the names needs the old table, and files are put back before. The provider before its
-// names: the loader writes into its key. The object list at last: it is the number that came.
+// Names before files: the undo of the names needs the old table, and files are put back before. PATH before the
+// provider, whose key still says which home was registered. The provider before its names: the loader writes into its
+// key. The object list at last: it is the number that came.
 const Installation::Step Installation::STEPS[] = {
     { "administrator", &Installation::CheckRights },
     { "from", &Installation::CheckSource },
+    { "to", &Installation::CheckHome },
     { "driver", &Installation::CheckDriver },
     { "services to stop", &Installation::StopRunning },
     { "names of an older version", &Installation::ForgetOldNames },
