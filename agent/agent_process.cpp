@@ -163,8 +163,8 @@ public:
     }
     void GiveUp() override
     {
-        m_journal.Line(TNWLOG_ERROR, { "agent/agent_process", __LINE__, __func__ },
-                       fmt::format(" not down after {} s: the process ends now", STOP_LIMIT_MS / 1000));
+        LineWithin(m_journal, TNWLOG_ERROR, { "agent/agent_process", __LINE__, __func__ },
+                   fmt::format(" not down after {} s: the process ends now", STOP_LIMIT_MS / 1000), LAST_LINE_MS);
         m_front.Stopped(AGENT_STOP_OVERDUE);
         TerminateProcess(GetCurrentProcess(), AGENT_STOP_OVERDUE);
     }

@@ -100,10 +100,10 @@ DWORD log_term(HTNWLOG hLog);
  * @param lpFormat     format as in the C run-time of Windows (%I64d, %S, %#p), then its arguments; NULL as ""
  *
  * A line is whole, and in the file when the call returns, also if the process dies the next moment. May wait up to
- * 500 ms for another process's line or rotation, never longer: a line that does not get the log's lock is appended
- * without it and counted. Lines that could not be written are dropped and counted; the next line that can be written is
- * preceded by one that tells the count. Below the level: one test, no system call. Does not promise to keep the
- * thread's last-error value.
+ * 500 ms for another process's line or rotation, with an event, whose file has a lock of its own, up to 1 s, never
+ * longer: a line that does not get the log's lock is appended without it and counted. Lines that could not be written
+ * are dropped and counted; the next line that can be written is preceded by one that tells the count. Below the level:
+ * one test, no system call. Does not promise to keep the thread's last-error value.
  *
  * With TNWLOG_EVENT and an event ID the line ends in " <event 0x800012C1>", the event goes to the system's event log
  * (source "tnwdiskperf", text from tnwmsg.dll, severity from the top two bits), and in words, one line, to

@@ -82,14 +82,21 @@ void TnwSharedTerm(TNW_SHARED* lpShared)
     TnwSetTerm(&lpShared->set);
 }
 
-/* Closes what is open and opens what the path leads to now. The lock is held. */
+/* Opens what the path leads to now, and closes what was open behind it: a file that nobody has open could be taken by a
+ * reader that shares nothing, and lines would be lost until it lets go. The lock is held. */
 static DWORD Reopen(TNW_SHARED* lpShared)
 {
+    HANDLE    hFile = INVALID_HANDLE_VALUE;
     ULONGLONG size = 0;
-    DWORD     dwStatus = TNWLOG_OK;
+    DWORD     dwStatus = TnwFileOpen(&lpShared->set, SHARE_ALL, &hFile);
 
+    if (dwStatus != TNWLOG_OK && lpShared->hFile != INVALID_HANDLE_VALUE) {
+        /* A deleted file keeps its name for as long as somebody has it open, perhaps nobody but us. */
+        TnwFileClose(&lpShared->hFile);
+        dwStatus = TnwFileOpen(&lpShared->set, SHARE_ALL, &hFile);
+    }
     TnwFileClose(&lpShared->hFile);
-    dwStatus = TnwFileOpen(&lpShared->set, SHARE_ALL, &lpShared->hFile);
+    lpShared->hFile = hFile;
     if (dwStatus != TNWLOG_OK) {
         return dwStatus;
     }

@@ -34,8 +34,7 @@ const Entry WRITE_FAILS = {
     0x800012C3, "WARNING", "0x800012C3",
     "Performance CSV logs cannot be written. The figures of this time will be missing in the files; the live counters "
     "are not affected. Check the free space and the access rights of the perf folder, and whether another program "
-    "holds "
-    "a file there; the trace log diskperf.log names the files."
+    "holds a file there; the trace log diskperf_trace.log tells the reason by its number."
 };
 const Entry WRITE_WORKS = { 0x400012C4, "INFORMATION", "0x400012C4",
                             "All performance CSV logs are written again. The lines of the time in between are missing "

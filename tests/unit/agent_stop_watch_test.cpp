@@ -1,5 +1,6 @@
 /*
- * The watch over the agent's end, with a clock that moves when somebody waits.
+ * The watch over the agent's end, with a clock that moves when somebody waits, and its last line, with a journal that
+ * waits for the test.
  */
 #include <gtest/gtest.h>
 #include <algorithm>
@@ -42,7 +43,59 @@ public:
     }
 };
 
+// A line of which the test says when it comes to its end.
+class SlowJournal : public Journal {
+public:
+    ~SlowJournal() override
+    {
+        SetEvent(goOn);
+        WaitForSingleObject(ended, INFINITE);
+        CloseHandle(goOn);
+        CloseHandle(ended);
+    }
+    void Open(DWORD, DWORD) override
+    {
+    }
+    void Line(DWORD lineLevel, const SourcePlace& place, const std::string& lineText) override
+    {
+        WaitForSingleObject(goOn, INFINITE);
+        level = lineLevel;
+        line = place.line;
+        text = lineText;
+        thread = GetCurrentThreadId();
+        SetEvent(ended);
+    }
+
+    HANDLE      goOn = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    HANDLE      ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    DWORD       level = 0, thread = 0;
+    int         line = 0;
+    std::string text;
+};
+
 }  // namespace
+
+TEST(LastLine, IsWaitedForWhileThereIsTime)
+{
+    SlowJournal journal;
+    SetEvent(journal.goOn);
+    EXPECT_TRUE(LineWithin(journal, 1, { "unit", 7, "Routine" }, " the last", 600000));
+    EXPECT_EQ(journal.level, 1u);
+    EXPECT_EQ(journal.line, 7);
+    EXPECT_EQ(journal.text, " the last");
+    EXPECT_NE(journal.thread, GetCurrentThreadId());
+}
+
+// As on a volume that hangs: the caller goes on, and what it handed over is still good when the line is written.
+TEST(LastLine, ThatDoesNotComeToItsEndIsLeftAlone)
+{
+    SlowJournal journal;
+    EXPECT_FALSE(LineWithin(journal, 1, { "unit", 7, "Routine" }, std::string(100, 'x'), 1));
+    EXPECT_EQ(WaitForSingleObject(journal.ended, 0), DWORD{ WAIT_TIMEOUT });
+    SetEvent(journal.goOn);
+    WaitForSingleObject(journal.ended, INFINITE);
+    EXPECT_EQ(journal.text, std::string(100, 'x'));
+}
 
 TEST(StopWatch, AQuickEndNeedsNoSignOfLife)
 {

@@ -182,6 +182,37 @@ HANDLE WINAPI OpenMutexHook(DWORD dwAccess, BOOL, LPCWSTR lpName)
     return CreateMutexW(nullptr, FALSE, lpName);
 }
 
+// Acts on the current file when the library closes a handle. Somebody who shares nothing waits for the moment at which
+// nobody has the current file open, and keeps it then.
+struct Taker {
+    std::wstring path;
+    int          tries = 0;
+    HANDLE       hFile = INVALID_HANDLE_VALUE;
+} g_taker;
+
+BOOL WINAPI CloseAndTake(HANDLE hObject)
+{
+    const BOOL bDone = CloseHandle(hObject);
+
+    if (g_taker.hFile == INVALID_HANDLE_VALUE) {
+        g_taker.tries++;
+        g_taker.hFile =
+            CreateFileW(g_taker.path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    }
+    return bDone;
+}
+
+// The last handle of a deleted file: now its name is free.
+BOOL WINAPI CloseDeletes(HANDLE hObject)
+{
+    const BOOL bDone = CloseHandle(hObject);
+
+    if (std::exchange(g_calls.openError, 0) != 0) {
+        EXPECT_TRUE(DeleteFileW(g_taker.path.c_str()));
+    }
+    return bDone;
+}
+
 // The lock has an owner that does not answer; who writes without it gets the second one.
 DWORD WINAPI WaitForTheSecond(HANDLE hObject, DWORD dwMs)
 {
@@ -528,6 +559,50 @@ TEST_F(Trace, AFileMovedAwayByHandIsStartedAnew)
     Put(hLog, "new");
     EXPECT_THAT(Texts(L"log\\evidence.txt"), ElementsAre("moved"));
     EXPECT_THAT(Texts(), ElementsAre("new"));
+    api->log_term(hLog);
+}
+
+// Looked for each second, and once rotated: there is no moment at which nobody has the file open.
+TEST_F(Trace, WhoSharesNothingCannotTakeTheFileFromItsOnlyWriter)
+{
+    HTNWLOG hLog = Open(0x3F, 1);
+
+    Hook("kernel32.dll", "GetTickCount64", TickHook);
+    Hook("kernel32.dll", "CloseHandle", CloseAndTake);
+    g_taker = Taker();
+    g_taker.path = home.Path(L"log\\diskperf.log");
+    for (const std::string& text : { std::string("a"), std::string("b"), Big("c"), std::string("d") }) {
+        Put(hLog, text);
+        g_calls.ticks += 1000;
+    }
+    EXPECT_EQ(g_taker.tries, 4);  // one for each look behind the first, and one for the rotation
+    EXPECT_EQ(g_taker.hFile, INVALID_HANDLE_VALUE);
+    if (g_taker.hFile != INVALID_HANDLE_VALUE) {
+        CloseHandle(g_taker.hFile);
+    }
+    hooks.clear();
+    EXPECT_THAT(AllTexts(), ElementsAre("a", "b", Big("c"), "d"));
+    EXPECT_THAT(Texts(), ElementsAre("d"));
+    api->log_term(hLog);
+}
+
+// It keeps its name, which nobody can open any more, until the writer itself has let go.
+TEST_F(Trace, AFileThatWaitsForItsWriterToBeDeletedIsMadeAnewWithinASecond)
+{
+    HTNWLOG hLog = Open();
+
+    Hook("kernel32.dll", "GetTickCount64", TickHook);
+    Hook("kernel32.dll", "CreateFileW", OpenHook);
+    Hook("kernel32.dll", "CloseHandle", CloseDeletes);
+    g_taker = Taker();
+    g_taker.path = home.Path(L"log\\diskperf.log");
+    Put(hLog, "deleted");
+    g_calls.openError = ERROR_ACCESS_DENIED;
+    g_calls.ticks += 1000;
+    Put(hLog, "new");
+    EXPECT_EQ(g_calls.openError, 0u);
+    EXPECT_THAT(Texts(), ElementsAre("new"));
+    hooks.clear();
     api->log_term(hLog);
 }
 
