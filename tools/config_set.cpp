@@ -31,7 +31,7 @@ static SetOutcome EditRefused(XMLLIB_REPORT* report, const XMLLIB_FINDING& findi
 {
     report->finding = finding;
     if (finding.szFile[0] == '\0')
-        return Refused(std::string(KeyName(finding.szKey)) + ": " + finding.szReason);
+        return Refused(std::string(KeyName(finding.szKey)) + ": " + ReasonText(*report));
     return Refused(RefusalText(*report));
 }
 

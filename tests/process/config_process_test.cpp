@@ -13,6 +13,7 @@
 #include "support/program.h"
 
 #include "settings.h"
+#include "tnwxml.h"
 
 using Json = nlohmann::json;
 using testing::HasSubstr;
@@ -88,6 +89,7 @@ TEST_F(Config, WhatIsRefusedLeavesEveryByte)
         EXPECT_THAT(ran.output, HasSubstr("the configuration is as it was")) << arguments;
         EXPECT_EQ(File(), COMMENTED) << arguments;
     }
+    EXPECT_THAT(Ctl("set collectinterval often").output, HasSubstr(" (allowed: 1 to 3600 s)\r\n"));
     EXPECT_EQ(Ctl("set collectinterval").code, 2u);
     EXPECT_EQ(Ctl("set").code, 2u);
     EXPECT_EQ(File(), COMMENTED);
@@ -100,6 +102,24 @@ TEST_F(Config, AWrongValueElsewhereRefusesUntilItIsMendedToo)
     home.Write(L"etc\\cluster.xml", wrong);
     EXPECT_EQ(Ctl("set collectinterval 5").code, 1u);
     EXPECT_EQ(File(), wrong);
+
+    const Ran  ran = Ctl("check --json");
+    const Json check = Json::parse(ran.output, nullptr, false);
+    EXPECT_EQ(ran.code, 1u);
+    ASSERT_TRUE(check.is_object()) << ran.output;
+    EXPECT_EQ(check["accepted"], false);
+    EXPECT_EQ(check["finding"],
+              (Json{ { "status", XMLLIB_NO_NUMBER },
+                     { "file", home.PlainPath(L"etc\\cluster.xml") },
+                     { "line", 8 },
+                     { "column", 19 },  // behind three tabs and "<writeinterval>"
+                     { "key", "/root/diskperf/parameters/writeinterval" },
+                     { "value", "often" },
+                     { "reason", "The value \"often\" is no 32-bit number in decimal digits, or hexadecimal digits "
+                                 "behind 0x." },
+                     { "min", 1 },
+                     { "max", 86400 } }));
+
     EXPECT_EQ(Ctl("set collectinterval 5 writeinterval 30").code, 0u);
     EXPECT_EQ(File(), Replaced(Replaced(COMMENTED, "> 10 <", "> 5 <"), ">60<", ">30<"));
 }

@@ -103,6 +103,37 @@ TEST_F(LogsBesideWriters, AllLinesReadInTheMiddleOfRotationsHaveNoHole)
     EXPECT_EQ(0u, running.End());
 }
 
+// Each option in the real program, over several generations: all lines, or none.
+TEST_F(LogsBesideWriters, EachFilterTakesWhatItNamesOutOfAllGenerations)
+{
+    std::vector<std::string> all;
+    for (int n = 1; n <= 300; n++) {
+        all.push_back("w " + std::to_string(n));
+    }
+    Program     running(writer, "w 300 8");
+    const DWORD pid = running.Id();
+    EXPECT_EQ(0u, running.End());
+    ASSERT_TRUE(home.Exists(L"log\\diskperf.2.log"));
+    const auto shown = [this](const std::string& options) {
+        const Ran                ran = RunToEnd(control, "logs --lines all " + options);
+        std::vector<std::string> texts;
+        size_t                   from = 0;
+        EXPECT_EQ(0u, ran.code) << options << "\n" << ran.output;
+        for (size_t end = 0; (end = ran.output.find("\r\n", from)) != std::string::npos; from = end + 2) {
+            texts.push_back(Written(ran.output.substr(from, end - from)));
+        }
+        return texts;
+    };
+    for (const std::string& options :
+         { std::string("--routine Writer"), std::string("--routine \"Wri*\""), std::string("--since 2000-01-01"),
+           std::string("--since 1h"), "--process " + std::to_string(pid) }) {
+        EXPECT_EQ(all, shown(options)) << options;
+    }
+    for (const char* options : { "--routine Nobody", "--until 2000-01-01", "--process 1" }) {
+        EXPECT_EQ(std::vector<std::string>(), shown(options)) << options;
+    }
+}
+
 // As of "logs --follow | find ..." whose right side ends: the next line finds nobody, which is no failure.
 TEST_F(LogsBesideWriters, AFollowerWhoseReaderIsGoneEndsWithTheNextLine)
 {

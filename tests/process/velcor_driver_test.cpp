@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "driver_device.h"
 #include "files.h"
 #include "support/driver.h"
 #include "support/patience.h"
@@ -569,6 +570,47 @@ TEST_F(Driver, StartsAndStopsAgainAndAgain)
         ASSERT_NO_FATAL_FAILURE(Reopen());
         EXPECT_EQ(0u, Get().status);
     }
+}
+
+/* ---- The agent's handle ---- */
+
+TEST_F(Driver, TheAgentsHandleLivesThroughFailuresTakesNoPeakAndDiesWithTheDriver)
+{
+    struct {
+        unsigned VELCOR_FEED::*failure;
+        unsigned               value;
+    } const cases[] = { { &VELCOR_FEED::refuse, 1 },
+                        { &VELCOR_FEED::driver_status, 5 },
+                        { &VELCOR_FEED::filter_error, ERROR_IO_DEVICE } };
+    dkpf::ControlDevice agents;
+    EXPECT_FALSE(agents.Lives());  // none is held
+    ASSERT_TRUE(agents.Hold());
+    EXPECT_TRUE(agents.Lives());
+
+    feed.driver.entry[0].state = feed.filter.entry[0].state = VELCOR_STATE_INITIALIZED;
+    feed.driver.entry[0].history_peak = 5;
+    feed.filter.entry[0].send_queue_peak = 6;
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_TRUE(agents.Lives());
+    feed.driver.entry[0].history_peak = feed.filter.entry[0].send_queue_peak = 0;
+    for (const auto& tested : cases) {
+        feed.*tested.failure = tested.value;
+        ASSERT_EQ(0u, FeedIt(feed));
+        EXPECT_TRUE(agents.Lives()) << tested.value;
+        feed.*tested.failure = 0;
+    }
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_TRUE(agents.Lives());
+    EXPECT_EQ(5u, DriversDisk(1).history_peak);
+    EXPECT_EQ(6u, FiltersDisk(1).send_queue_peak);
+
+    ASSERT_TRUE(service->Stop());
+    EXPECT_FALSE(agents.Lives());
+    EXPECT_FALSE(agents.Hold());
+    ASSERT_TRUE(service->Start());
+    EXPECT_FALSE(agents.Lives());  // opened on the driver of before
+    EXPECT_TRUE(agents.Hold());
+    EXPECT_TRUE(agents.Lives());
 }
 
 /* ---- The filter library ---- */

@@ -222,9 +222,22 @@ TEST_F(ConfigSet, AValueThatTheEditRefusesIsRefusedInItsWords)
     file.editFinding.dwMax = 3600;
     const SetOutcome outcome = Set({ { "collectinterval", "3601" } });
     EXPECT_FALSE(outcome.done);
-    EXPECT_EQ(outcome.text, "refused: parameters/collectinterval: The value 3601 is outside of the range 0 to 3600 s.\n"
+    EXPECT_EQ(outcome.text, "refused: parameters/collectinterval: The value 3601 is outside of the range 0 to 3600 s\n"
                             "the configuration is as it was\n");
     EXPECT_THAT(file.steps, ElementsAre("open"));
+}
+
+TEST_F(ConfigSet, ARefusedValueWhoseReasonNamesNoRangeIsToldIt)
+{
+    file.editFinding.dwStatus = XMLLIB_NO_NUMBER;
+    strcpy(file.editFinding.szKey, "/root/diskperf/parameters/collectinterval");
+    strcpy(file.editFinding.szValue, "often");
+    strcpy(file.editFinding.szReason, "The value \"often\" is no number.");
+    file.editFinding.dwMin = 1;
+    file.editFinding.dwMax = 3600;
+    EXPECT_EQ(Set({ { "collectinterval", "often" } }).text,
+              "refused: parameters/collectinterval: The value \"often\" is no number (allowed: 1 to 3600 s)\n"
+              "the configuration is as it was\n");
 }
 
 TEST_F(ConfigSet, ANewFileThatWouldBeRefusedIsNotPut)

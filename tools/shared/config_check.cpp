@@ -38,6 +38,32 @@ std::string RangeText(const XMLLIB_SETTING& setting)
     return WithUnit(setting, NumberText(setting, setting.dwMin) + " to " + NumberText(setting, setting.dwMax));
 }
 
+static bool IsAboutValue(const XMLLIB_FINDING& finding)
+{
+    return finding.dwStatus == XMLLIB_NO_NUMBER || finding.dwStatus == XMLLIB_OUT_OF_RANGE;
+}
+
+std::string ReasonText(const XMLLIB_REPORT& report)
+{
+    const XMLLIB_FINDING& finding = report.finding;
+    std::string           text = finding.szReason;
+    while (!text.empty() && text.back() == '.')
+        text.pop_back();
+    if (text.empty())
+        text = fmt::format("status {} of the configuration library", finding.dwStatus);
+
+    if (IsAboutValue(finding) && finding.dwMax != 0) {
+        XMLLIB_SETTING allowed{};
+        if (const XMLLIB_SETTING* setting = SettingOf(report, finding.szKey))
+            allowed = *setting;
+        allowed.dwMin = finding.dwMin;
+        allowed.dwMax = finding.dwMax;
+        if (text.find(RangeText(allowed)) == std::string::npos)  // some reasons name it already
+            text += " (allowed: " + RangeText(allowed) + ")";
+    }
+    return text;
+}
+
 std::string RefusalText(const XMLLIB_REPORT& report)
 {
     const XMLLIB_FINDING& finding = report.finding;
@@ -47,27 +73,12 @@ std::string RefusalText(const XMLLIB_REPORT& report)
     if (finding.dwColumn != 0)
         text += fmt::format(", column {}", finding.dwColumn);
 
-    const bool aboutValue = finding.dwStatus == XMLLIB_NO_NUMBER || finding.dwStatus == XMLLIB_OUT_OF_RANGE;
     if (finding.szKey[0] != '\0')
         text += std::string(": ") + finding.szKey;
-    if (aboutValue)
+    if (IsAboutValue(finding))
         text += fmt::format(" is \"{}\"", finding.szValue);
 
-    std::string reason = finding.szReason;
-    while (!reason.empty() && reason.back() == '.')
-        reason.pop_back();
-    text += ": " + (reason.empty() ? fmt::format("status {} of the configuration library", finding.dwStatus) : reason);
-
-    if (aboutValue && finding.dwMax != 0) {
-        XMLLIB_SETTING allowed{};
-        if (const XMLLIB_SETTING* setting = SettingOf(report, finding.szKey))
-            allowed = *setting;
-        allowed.dwMin = finding.dwMin;
-        allowed.dwMax = finding.dwMax;
-        if (reason.find(RangeText(allowed)) == std::string::npos)  // some reasons name it already
-            text += " (allowed: " + RangeText(allowed) + ")";
-    }
-    return text;
+    return text + ": " + ReasonText(report);
 }
 
 ConfigVerdict JudgeReport(const XMLLIB_REPORT& report)

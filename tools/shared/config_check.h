@@ -35,6 +35,10 @@ std::string ValueText(const XMLLIB_SETTING& setting, DWORD value);
 /* "1 to 3600 s" */
 std::string RangeText(const XMLLIB_SETTING& setting);
 
+/* The reason of the finding without a closing period, with the range where a value is wrong: "... (allowed: 1 to 3600
+ * s)". */
+std::string ReasonText(const XMLLIB_REPORT& report);
+
 /* Why a file is refused, in one sentence without a closing period: file, line, column, key, value, reason, range. */
 std::string RefusalText(const XMLLIB_REPORT& report);
 
