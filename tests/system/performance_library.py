@@ -69,7 +69,7 @@ def register(product):
 
 def check_object(product, query, first):
     """The answer holds our object, whole and with the right definitions."""
-    code, text = product.run([WINE, str(product.home / "bin/perf_objects.exe"), query])
+    code, text = product.run([WINE, str(ROOT / "build/win/tests/bin/perf_objects.exe"), query])
     expect(code == 0 and "damage" not in text, f"{query}: exit code {code}\n{text}")
     lines = text.split("\n")
     head = f"object {first} {first + 1} 65"
@@ -92,9 +92,9 @@ def csv_row(product, name, time, count):
     return None
 
 
-def check_values(product, first_names):
-    """One query: all but the peaks are what the CSV line of the same sample says. FALSE: it covers several samples."""
-    code, text = product.ctl("query", "--format", "json")
+def check_values(product, first_names, code, text, again=False):
+    """One answer as JSON: all but the peaks are what the CSV line of the same sample says. FALSE: it covers several
+    samples. again: whether it has to say that the agent was started again."""
     expect(code == 0, f"query: exit code {code}\n{text}")
     answer = json.loads(text)
     expect(answer["format"] == 1 and answer["object"] == model.OBJECT, text)
@@ -103,7 +103,7 @@ def check_values(product, first_names):
     index = answer["object_index"]
     expect(described == [(i, TITLES[i], index + 2 + 2 * i, SCALES[i]) for i in range(17)], text)
     expect(answer["object_help"] and all(each["help"] for each in answer["counters"]), text)
-    expect(answer["age_ms"] >= 0 and not answer["attached_again"], text)
+    expect(answer["age_ms"] >= 0 and answer["attached_again"] == again, text)
     moment = datetime.datetime.fromisoformat(answer["time"])
     time = moment.strftime("%m/%d/%Y %H:%M:%S.") + f"{moment.microsecond // 1000:03}"
     expect(moment.utcoffset() is not None, answer["time"])
@@ -287,12 +287,50 @@ def check_terminal(product):
     expect(code == 0, f"behind a killed reader: {code}\n{text}")
 
 
+def readers(product):
+    """Process numbers in the consumer rows; nothing where there is no table at this moment."""
+    code, text = product.ctl("dump", "--rows")
+    return re.findall(r"^ +\d+  process (\d+), ", text, re.M) if code == 0 else None
+
+
+def check_restart(product, names):
+    """The agent is killed and started again under two readers: both say so, attach again, and read on."""
+    again = b"the disk agent was started again: attached to it anew"
+    output, words = product.folder / "query.json", product.folder / "query.txt"
+    with Top(product) as top:
+        top.shows("_Total", 6)
+        before = wait_for("the row of top", lambda: readers(product))
+        expect(len(before) == 1, f"rows of top alone: {before}")
+        with open(output, "wb") as out, open(words, "wb") as error:
+            # The restart falls into the time in which only the region is looked at, and has to be over within it.
+            query = subprocess.Popen([WINE, str(product.home / "bin/dkpfctl.exe"), "query", "--interval", "8", "--format",
+                                      "json"], stdin=subprocess.DEVNULL, stdout=out, stderr=error,
+                                     env=product.environment, cwd=product.folder)
+        try:
+            wait_for("the row of query", lambda: len(readers(product) or []) == 2)
+            expect(again not in top.read(), f"before the restart: {top.text[-500:]!r}")
+            product.kill("dkpfagent.exe")
+            product.start("dkpfagent")
+            code = query.wait(60)
+        finally:
+            query.kill()
+            query.wait()
+        expect(code == 0 and "reading over 8 s" in words.read_text(), f"query: {code}\n{words.read_text()}")
+        check_values(product, names, code, output.read_text(), again=True)
+
+        # The words stand for one reading, and the total is back in its line with the next one.
+        wait_for(f"{again} on the screen", lambda: again in top.read(), 40)
+        top.shows("_Total", 6)
+        # Of the query no row is left, and top has one row only: nobody attached twice.
+        expect(readers(product) == before, f"rows behind the restart: {readers(product)} instead of {before}")
+        top.type(b"q")
+        expect(top.ended() == 0, f"top behind the restart: {top.text[-500:]!r}")
+        top.check_restored()
+
+
 def check(product):
     product.install(SCENARIO)
     first = register(product)
-    # The system loads the provider without its folder for the libraries that it needs. Set-up puts that on the PATH, which
-    # may not have been done here; a program beside the libraries finds them without.
-    shutil.copy(ROOT / "build/win/tests/bin/perf_objects.exe", product.home / "bin")
     code, text = product.ctl("query")
     expect(code == 1 and "is the disk agent running? (net start dkpfagent)" in text, f"without an agent: {code}\n{text}")
     product.start()
@@ -300,7 +338,8 @@ def check(product):
     for query in ("Global", str(first), f"2 {first}"):
         check_object(product, query, first)
     names = ["_Total"] + [f"NMP{disk}" for disk in DISKS]
-    wait_for("a query over one interval", lambda: check_values(product, names))
+    wait_for("a query over one interval",
+             lambda: check_values(product, names, *product.ctl("query", "--format", "json")))
 
     code, text = product.ctl("query", "--disk", "2", "--counter", "unsynchronized bytes", "--format", "csv")
     expect(code == 0 and text.split("\n")[0].endswith('"disk","name","Unsynchronized Bytes"'), f"csv: {code}\n{text}")
@@ -316,6 +355,7 @@ def check(product):
 
     check_example(product)
     check_terminal(product)
+    check_restart(product, names)
 
     # Nothing of a reader stays in the table behind it.
     code, text = product.ctl("dump", "--rows")
