@@ -67,6 +67,14 @@ static std::string ProcessName(const DoctorFacts& facts, DWORD pid)
     return fmt::format("process {}", pid);
 }
 
+static std::string NamesOf(const DoctorFacts& facts, const std::set<DWORD>& pids)
+{
+    std::string list;
+    for (DWORD pid : pids)
+        list += (list.empty() ? "" : ", ") + ProcessName(facts, pid);
+    return list;
+}
+
 /* ---- Services ---- */
 
 static bool DriverRuns(const DoctorFacts& facts)
@@ -155,6 +163,22 @@ static Findings CheckRegionSize(const DoctorFacts& facts)
     return findings;
 }
 
+/* The lock does not say who holds it; whoever does has the library. */
+static Findings CheckLock(const DoctorFacts& facts)
+{
+    Findings        findings = Lift<AboutLock>(facts);
+    std::set<DWORD> holders;
+    for (const ProcessFact& process : facts.processes) {
+        if (!process.libraries.empty())
+            holders.insert(process.pid);
+    }
+    for (Finding& finding : findings) {
+        if (!holders.empty())
+            finding.text += "; held by one of: " + NamesOf(facts, holders);
+    }
+    return findings;
+}
+
 /* ---- Readers ---- */
 
 static constexpr size_t ROW_NUM = DKPF_PROC_MAX - 1;  // row 0 is the producer's
@@ -164,23 +188,25 @@ static Findings CheckFreeRows(const DoctorFacts& facts)
     static constexpr size_t few = 4;
     Findings                findings;
     const auto&             consumers = facts.status.consumers;
-    if (facts.status.region != RegionStatus::Copied || ROW_NUM - std::min(ROW_NUM, consumers.size()) >= few)
+    if (facts.status.region != RegionStatus::Copied)
         return findings;
     std::set<DWORD> owners;
     for (const ConsumerFact& consumer : consumers)
         owners.insert(consumer.pid);
-    std::string list;
-    for (DWORD owner : owners)
-        list += (list.empty() ? "" : ", ") + ProcessName(facts, owner);
+    const std::string     list = NamesOf(facts, owners);
+    const size_t          free = ROW_NUM - std::min(ROW_NUM, consumers.size());
     static constexpr char cure[] = "end readers that nobody needs; rows of processes that are gone are freed by the "
                                    "next reader that starts";
-    if (consumers.size() >= ROW_NUM)
+    if (free == 0)
         Say(&findings, "rows_full", Level::Wrong,
             fmt::format("all {} consumer rows are taken, no further reader can attach: {}", ROW_NUM, list), cure);
-    else
+    else if (free < few)
         Say(&findings, "rows_scarce", Level::Warning,
-            fmt::format("only {} of {} consumer rows are free, taken by {}", ROW_NUM - consumers.size(), ROW_NUM, list),
-            cure);
+            fmt::format("only {} of {} consumer rows are free, taken by {}", free, ROW_NUM, list), cure);
+    else
+        Say(&findings, "free_rows", Level::Ok,
+            fmt::format("{} of {} consumer rows are free{}", free, ROW_NUM, list.empty() ? "" : "; taken by " + list),
+            "");
     return findings;
 }
 
@@ -649,15 +675,14 @@ static Findings CheckSpace(const DoctorFacts& facts)
         Say(&findings, "space_short", Level::Warning,
             fmt::format("CSV files and logs may grow to {} MiB and have {} MiB; the volume has {} MiB left",
                         bound / mib, facts.usedBytes / mib, facts.freeBytes / mib),
-            "free space, or lower perflogsize or perflogrotation, then dkpfctl config reload");
+            "free space, or lower perflogsize or perflogrotation, then restart the disk agent");
     return findings;
 }
 
 static bool IsOurs(const std::string& file)
 {
-    return std::any_of(std::begin(PRODUCT_FILES), std::end(PRODUCT_FILES), [&](const ProductFile& ours) {
-        return _stricmp(Narrow(ours.path).c_str(), ("bin\\" + file).c_str()) == 0;
-    });
+    return std::any_of(std::begin(PRODUCT_FILES), std::end(PRODUCT_FILES),
+                       [&](const ProductFile& ours) { return _stricmp(Narrow(ours.path).c_str(), file.c_str()) == 0; });
 }
 
 static Findings CheckVersions(const DoctorFacts& facts)
@@ -665,15 +690,13 @@ static Findings CheckVersions(const DoctorFacts& facts)
     Findings findings;
     for (const BinaryFact& binary : facts.binaries) {
         if (!binary.there)
-            Say(&findings, "binary_missing", Level::Wrong, "bin\\" + binary.file + " is missing",
-                InstallPackage(facts));
+            Say(&findings, "binary_missing", Level::Wrong, binary.file + " is missing", InstallPackage(facts));
         else if (!IsOurs(binary.file))
-            Say(&findings, "foreign_binary", Level::Warning,
-                fmt::format("bin\\{} is no part of the product", binary.file),
-                fmt::format("del \"{}\\bin\\{}\"", facts.status.home, binary.file));
+            Say(&findings, "foreign_binary", Level::Warning, fmt::format("{} is no part of the product", binary.file),
+                fmt::format("del \"{}\\{}\"", facts.status.home, binary.file));
         else if (binary.version != facts.version)
             Say(&findings, "version_differs", Level::Wrong,
-                fmt::format("bin\\{} has {}, dkpfctl has {}", binary.file,
+                fmt::format("{} has {}, dkpfctl has {}", binary.file,
                             binary.version.empty() ? "no version" : "version " + binary.version, facts.version),
                 InstallPackage(facts));
     }
@@ -700,7 +723,7 @@ static constexpr Check CHECKS[] = {
     { "service_order", "the driver was there when the disk agent started", CheckServiceOrder },
     { "region", "the shared region can be read and is undamaged", Lift<AboutRegion> },
     { "region_size", "the shared region has the right size", CheckRegionSize },
-    { "lock", "the region's lock was free within 2 s", Lift<AboutLock> },
+    { "lock", "the region's lock was free within 2 s", CheckLock },
     { "sample", "the last sample is not too old", Lift<AboutSamples> },
     { "events", "no warning is open", Lift<AboutEvents> },
     { "free_rows", "there are free consumer rows", CheckFreeRows },
@@ -794,6 +817,8 @@ bool ProviderCanOpen(const DoctorFacts& facts, std::string* why)
         *why = "there is no sample yet";
     else if (!status.file.accepted)
         *why = "the configuration file is refused";
+    else if (!facts.registration.firstCounter || !facts.registration.firstHelp)
+        *why = "First Counter or First Help is not registered";
     else if (NoRowIsLeft(status.consumers))
         *why = "all consumer rows are taken";
     else

@@ -2,6 +2,22 @@
 
 namespace dkpf {
 
+static bool BeginsAndEnds(const std::wstring& name, const std::wstring& head, const std::wstring& tail)
+{
+    return name.size() >= head.size() + tail.size() && _wcsnicmp(name.c_str(), head.c_str(), head.size()) == 0 &&
+           _wcsicmp(name.c_str() + name.size() - tail.size(), tail.c_str()) == 0;
+}
+
+bool IsCsvFile(const std::wstring& name)
+{
+    return BeginsAndEnds(name, L"nmp", L".csv");
+}
+
+bool IsTraceLog(const std::wstring& name)
+{
+    return BeginsAndEnds(name, L"diskperf", L".log");
+}
+
 ULONGLONG SpaceBound(const SettingValues& settings)
 {
     static constexpr ULONGLONG csvFiles = 130;         // 64 disks and the total, each with its raw file

@@ -42,7 +42,8 @@ struct NameFacts {
 };
 
 struct DebugFacts {
-    DWORD                keyError = ERROR_SUCCESS;
+    DWORD keyError = ERROR_SUCCESS;
+    /* As the library takes it: up to 4 bytes of any type. */
     std::optional<DWORD> value;
 };
 
@@ -86,7 +87,7 @@ struct FolderFact {
 };
 
 struct BinaryFact {
-    std::string file;  // name in bin
+    std::string file;  // below the home
     bool        there = true;
     std::string version;  // "0.3.0.0"; empty: it has none
 };
@@ -112,9 +113,9 @@ struct DoctorFacts {
     FolderFact               perf;
     DWORD                    spaceError = ERROR_SUCCESS;
     ULONGLONG                freeBytes = 0;  // of the volume with the CSV files, for this account
-    ULONGLONG                usedBytes = 0;  // by the files that are in log and perf
+    ULONGLONG                usedBytes = 0;  // by the CSV files and logs that are there
     bool                     whole = true;   // all files of the product are in this installation
-    std::vector<BinaryFact>  binaries;       // ours, and whatever else lies in bin
+    std::vector<BinaryFact>  binaries;       // ours, the simulated driver where it is used, and what else lies in bin
     std::string              version;        // of this program, in the same form
 };
 
@@ -124,6 +125,10 @@ struct DoctorFacts {
  * GatherStatus does.
  */
 DoctorFacts GatherDoctor();
+
+/* By the names of their files, older generations included. The folders are open to other programs too. */
+bool IsCsvFile(const std::wstring& name);
+bool IsTraceLog(const std::wstring& name);
 
 /* Bytes that CSV files and trace logs may come to with these settings. */
 ULONGLONG SpaceBound(const SettingValues& settings);

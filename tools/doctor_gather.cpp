@@ -125,10 +125,18 @@ static NameFacts LookAtNames(const Home& home, const std::optional<DWORD>& first
     return facts;
 }
 
+/* Asked for as the library does, of any type: a text is one of bytes then. */
 static DebugFacts LookAtDebugSwitch()
 {
     const RegistryKey key(DEBUG_KEY);
-    return { key.Error(), NumberOf(key, DEBUG_VALUE) };
+    DebugFacts        facts;
+    DWORD             value = 0;
+    DWORD             size = sizeof(value);
+    facts.keyError = key.Error();
+    if (facts.keyError == ERROR_SUCCESS && RegQueryValueExA(key.Handle(), Narrow(DEBUG_VALUE).c_str(), nullptr, nullptr,
+                                                            reinterpret_cast<BYTE*>(&value), &size) == ERROR_SUCCESS)
+        facts.value = value;
+    return facts;
 }
 
 static EventSourceFacts LookAtEventSource()
@@ -306,10 +314,12 @@ static void LookAtSpace(const Home& home, DoctorFacts* facts)
         facts->freeBytes = available.QuadPart;
     else
         facts->spaceError = GetLastError();
-    for (const std::wstring& folder : { home.Perf(), home.Log() }) {
+    const auto add = [facts](const std::wstring& folder, bool (*isOurs)(const std::wstring&)) {
         for (const FileEntry& file : FilesIn(folder, L"*"))
-            facts->usedBytes += file.bytes;
-    }
+            facts->usedBytes += isOurs(file.name) ? file.bytes : 0;
+    };
+    add(home.Perf(), IsCsvFile);
+    add(home.Log(), IsTraceLog);
 }
 
 static std::string VersionOf(const std::wstring& path)
@@ -338,17 +348,22 @@ static bool IsWhole(const Home& home, const StatusFacts& status)
     });
 }
 
-static std::vector<BinaryFact> LookAtBinaries(const Home& home)
+/* Whoever has a feeder has the simulated driver, out of this installation. */
+static std::vector<BinaryFact> LookAtBinaries(const Home& home, const StatusFacts& status)
 {
     std::vector<BinaryFact> facts;
     for (const wchar_t* pattern : { L"*.dll", L"*.exe" }) {
         for (const FileEntry& file : FilesIn(home.Bin(), pattern))
-            facts.push_back({ Narrow(file.name), true, VersionOf(home.Bin() + L"\\" + file.name) });
+            facts.push_back(
+                { Narrow(BIN_FOLDER + (L"\\" + file.name)), true, VersionOf(home.Bin() + L"\\" + file.name) });
     }
     for (const ProductFile& file : PRODUCT_FILES) {
         const std::wstring path = file.path;
-        if (path == BIN_FOLDER + (L"\\" + Leaf(path)) && !IsThere(home, file))
-            facts.push_back({ Narrow(Leaf(path)), false, "" });
+        const bool         there = IsThere(home, file);
+        if (path == BIN_FOLDER + (L"\\" + Leaf(path)) && !there)
+            facts.push_back({ Narrow(path), false, "" });
+        else if (file.rule == FileRule::Driver && status.feeder.info.installed)
+            facts.push_back({ Narrow(path), there, VersionOf(home.root + L"\\" + path) });
     }
     std::sort(facts.begin(), facts.end(), [](const BinaryFact& a, const BinaryFact& b) { return a.file < b.file; });
     return facts;
@@ -380,7 +395,7 @@ DoctorFacts GatherDoctor()
     facts.perf = TryFolder(home.Perf());
     LookAtSpace(home, &facts);
     facts.whole = IsWhole(home, facts.status);
-    facts.binaries = LookAtBinaries(home);
+    facts.binaries = LookAtBinaries(home, facts.status);
     facts.version = VersionOf(home.Bin() + L"\\dkpfctl.exe");
     return facts;
 }

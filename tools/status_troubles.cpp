@@ -163,7 +163,7 @@ void AboutEvents(const StatusFacts& facts, Troubles* troubles)
         if (open != nullptr && facts.agentAlive)
             troubles->push_back({ "warning_open",
                                   fmt::format("raised at {} and not taken back: {}", open->time, open->text),
-                                  kind.cleared != 0 ? "remove the cause: the module log names it"
+                                  kind.cleared != 0 ? "remove the cause: dkpfctl logs trace --level error tells it"
                                                     : "remove the cause, then restart the disk agent" });
     }
 }

@@ -21,12 +21,12 @@ STAGE = ROOT / "build/stage"
 PACKAGE = "out of the package of the version that is wanted: "
 # Parts of cures that are for people, or only to be waited for.
 SAID_ONLY = ("programs see it when they are started again", "services after a restart of the machine",
-             "a running disk agent takes it up by itself", "the module log may hold the cause",
+             "a running disk agent takes it up by itself", "it writes the file anew", "the module log may hold the cause",
              "the disk agent then takes the driver up by itself within 5 s")
 
 
 def commands_of(cure):
-    return re.split(r"; |, then |, |: (?=the disk agent)", cure)
+    return re.split(r"; |, then |, |: (?=the disk agent|it writes)", cure)
 
 
 def words_of(command):
@@ -198,6 +198,14 @@ class Case:
         product.kill("dkpfagent.exe")
         self.cure_all(("feeder_not_running", "wrong"), ("agent_died", "wrong"), more=("service_process_gone",))
 
+        # The state is written at each change of it, so that what is broken here stays until the restart.
+        (product.log / "agent.state").write_text("{")
+        self.cure("agent_state_damaged", "wrong")
+
+        product.stop()
+        self.wine("sc", "delete", "velcor")
+        self.cure("driver_not_installed", "wrong")
+
         product.stop()
         self.find("not_looked_at", "note")  # the device
         self.cure_all(("driver_not_running", "wrong"), ("feeder_not_running", "wrong"), ("agent_not_running", "wrong"),
@@ -261,12 +269,15 @@ class Case:
         self.config.write_text(text)
         found = self.find_all(("reload_failed", "wrong"), ("unknown_key", "warning"), ("space_short", "warning"))
         expect("/root/diskperf/parameters/writeintervall" in found["unknown_key"]["text"], "no key")
-        for code, what in (("unknown_key", "correct its name or take it out, then "), ("reload_failed", ""),
-                           ("space_short", "free space, or lower perflogsize or perflogrotation, then ")):
+        for code, what in (("unknown_key", "correct its name or take it out, then "), ("reload_failed", "")):
             expect(found[code]["cure"] == what + "dkpfctl config reload", found[code]["cure"])
+        expect(found["space_short"]["cure"] == "free space, or lower perflogsize or perflogrotation, "
+                                               "then restart the disk agent", found["space_short"]["cure"])
         self.config.write_text(self.good)
         self.do("dkpfctl config reload")
-        self.gone("reload_failed", "unknown_key", "space_short", "config_refused", "readers_fail_on_file")
+        self.gone("reload_failed", "unknown_key", "config_refused", "readers_fail_on_file")
+        self.do("restart the disk agent")
+        self.gone("space_short")
 
     def region(self):
         """Damaged, and of the size of another version, kept alive by a reader of that version."""
@@ -316,7 +327,8 @@ class Case:
         self.cure("not_registered", "wrong", "not_looked_at")
 
         # Set-up would take the debug switch away too: here its own words have to do it.
-        add(DEBUG, "dkpf_debug", "REG_DWORD", 2)
+        # The library takes the switch of any type.
+        add(DEBUG, "dkpf_debug", "REG_BINARY", "02000000")
         add(PERFORMANCE, "Collect Supports Metadata", "REG_DWORD", 1)
         self.cure_all(("debug_stops", "wrong"), ("metadata_claimed", "wrong"))
         add(DEBUG, "dkpf_debug", "REG_DWORD", 8)
@@ -381,10 +393,14 @@ class Case:
         self.cure("old_library_left", "note", "old_library", "old_library_held", "old_reader")
 
         # It hangs with the lock.
+        owners = {row["pid"] for row in json.loads(product.ctl("status", "--json")[1])["consumers"]}
+        expect(len(owners) == 1, f"the reader is not alone: {owners}")
         expect(reader.ask("hold") == "held", "not held")
-        self.find("region_busy", "wrong")
+        text = self.find("region_busy", "wrong")["text"]
+        expect(f"process {owners.pop()} (diskperf_role.exe)" in text.split("; held by one of: ")[1], text)
         reader.end()
         self.gone("region_busy", "sample_old")
+        self.reader().leave()  # frees the row of the one that ended with the lock
 
     def rows(self):
         """Each open that fails leaves a row where the host unloads the library, as the system here does."""
@@ -407,9 +423,11 @@ class Case:
     def installation(self):
         product = self.product
         shutil.copy(self.foreign, self.bin / "stranger.dll")
-        for name in ("bin/tnwmsg.dll", "bin/velcorfeed.exe", "etc/tnwdiskperf.ini"):
+        for name in ("bin/tnwmsg.dll", "bin/velcorfeed.exe", "driver/velcor.sys", "etc/tnwdiskperf.ini"):
             (product.home / name).unlink()
         shutil.copy(self.foreign, self.bin / "tnwmsg.dll")
+        text = product.ctl("doctor")[1]
+        expect("binary_missing: driver\\velcor.sys is missing\n" in text, text)
         self.cure_all(("foreign_binary", "warning"), ("binary_missing", "wrong"), ("version_differs", "wrong"),
                       ("name_table_bad", "wrong"))
 

@@ -286,6 +286,7 @@ TEST_F(StatusTest, AWarningIsOpenUntilItsAllClear)
     Raise(0x800012C1, "2026/03/07 15:00:00.000");
     EXPECT_THAT(Codes(), ElementsAre("warning_open"));
     EXPECT_EQ(First(), "raised at 2026/03/07 15:00:00.000 and not taken back: words of the event");
+    EXPECT_EQ(FindTroubles(facts).front().cure, "remove the cause: dkpfctl logs trace --level error tells it");
     Raise(0x400012C4, "2026/03/07 15:01:00.000");  // of the other kind
     EXPECT_THAT(Codes(), ElementsAre("warning_open"));
     Raise(0x400012C2, "2026/03/07 15:02:00.000");

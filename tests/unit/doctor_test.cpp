@@ -66,7 +66,9 @@ protected:
         facts.perf.path = "C:\\home\\perf";
         facts.freeBytes = 648 * MIB;  // the bound of the default settings
         facts.version = "1.0.0.0";
-        facts.binaries = { { "dkpfagent.exe", true, "1.0.0.0" }, { "tnwdiskperf.dll", true, "1.0.0.0" } };
+        facts.binaries = { { "bin\\dkpfagent.exe", true, "1.0.0.0" },
+                           { "bin\\tnwdiskperf.dll", true, "1.0.0.0" },
+                           { "driver\\velcor.sys", true, "1.0.0.0" } };
     }
 
     void FillStatus()
@@ -277,6 +279,9 @@ TEST_F(DoctorTest, ALockThatIsNotFree)
     facts.status.region = RegionStatus::Busy;
     facts.status.regionWords = "held";
     EXPECT_THAT(Codes(), ElementsAre("region_busy wrong"));
+    EXPECT_EQ(Of("region_busy").text, "held; held by one of: process 40 (dkpfagent.exe), process 500 (reader.exe)");
+    facts.processes.clear();
+    EXPECT_EQ(Of("region_busy").text, "held");
 }
 
 TEST_F(DoctorTest, ARegionThatIsRefused)
@@ -301,12 +306,22 @@ TEST_F(DoctorTest, ARegionOfAnotherSize)
 
 /* ---- Readers ---- */
 
+TEST_F(DoctorTest, FreeRowsAreCountedAndTheirOwnersNamed)
+{
+    facts.status.consumers = { { 1, 500, ProcessLife::Alive }, { 2, 501, ProcessLife::Alive } };
+    EXPECT_EQ(Of("free_rows").text, "30 of 32 consumer rows are free; taken by process 500 (reader.exe), process 501");
+    facts.status.consumers.clear();
+    EXPECT_EQ(Of("free_rows").text, "32 of 32 consumer rows are free");
+}
+
 TEST_F(DoctorTest, FewFreeRowsAndNone)
 {
     facts.status.consumers.clear();
     for (DWORD i = 1; i <= 28; i++)
         facts.status.consumers.push_back({ static_cast<int>(i), 499 + i, ProcessLife::Alive });
-    EXPECT_THAT(Codes(), IsEmpty());  // four are free
+    EXPECT_THAT(Codes(), IsEmpty());
+    EXPECT_THAT(Of("free_rows").text,
+                StartsWith("4 of 32 consumer rows are free; taken by process 500 (reader.exe), process 501, "));
     facts.status.consumers.push_back({ 29, 528, ProcessLife::Alive });
     EXPECT_THAT(Codes(), ElementsAre("rows_scarce warning"));
     EXPECT_THAT(Of("rows_scarce").text,
@@ -630,12 +645,27 @@ TEST_F(DoctorTest, TheBoundOfTheSpace)
     EXPECT_EQ(SpaceBound({ 1, 1, 1048576, 99, 10, 60, 0x1ffff, 7, 1048576 }), 13064ull * 1024 * MIB);
 }
 
+TEST_F(DoctorTest, OnlyOurFilesCountTowardsTheSpaceThatIsUsed)
+{
+    for (const wchar_t* name : { L"nmp1.csv", L"nmp64_raw.csv", L"nmp_total.csv", L"nmp_total_raw.3.csv", L"NMP2.CSV" })
+        EXPECT_TRUE(IsCsvFile(name)) << Narrow(name);
+    for (const wchar_t* name : { L"filler", L"nmp1.csv.zip", L"my_nmp1.csv", L"nmp1.csvx", L"nmp.cs", L".csv", L"" })
+        EXPECT_FALSE(IsCsvFile(name)) << Narrow(name);
+    for (const wchar_t* name :
+         { L"diskperf.log", L"diskperf_trace.15.log", L"diskperf_conf.log", L"diskperf_event.log" })
+        EXPECT_TRUE(IsTraceLog(name)) << Narrow(name);
+    for (const wchar_t* name : { L"agent.state", L"velcorfeed.log", L"diskperf.dmp", L"diskperf.lo", L"nmp1.csv" })
+        EXPECT_FALSE(IsTraceLog(name)) << Narrow(name);
+}
+
 TEST_F(DoctorTest, TooLittleSpaceForWhatMayStillCome)
 {
     facts.freeBytes = 648 * MIB - 1;
     EXPECT_THAT(Codes(), ElementsAre("space_short warning"));
     EXPECT_EQ(Of("space_short").text,
               "CSV files and logs may grow to 648 MiB and have 0 MiB; the volume has 647 MiB left");
+    EXPECT_EQ(Of("space_short").cure,
+              "free space, or lower perflogsize or perflogrotation, then restart the disk agent");
     facts.usedBytes = 1;
     EXPECT_THAT(Codes(), IsEmpty());
     facts.freeBytes = 0;
@@ -655,9 +685,19 @@ TEST_F(DoctorTest, BinariesOfAnotherVersionMissingOrForeign)
     EXPECT_EQ(Of("version_differs").text, "bin\\tnwdiskperf.dll has no version, dkpfctl has 1.0.0.0");
     facts.binaries[1].there = false;
     EXPECT_THAT(Codes(), ElementsAre("binary_missing wrong"));
-    facts.binaries[1] = { "stranger.dll", true, "1.0.0.0" };
+    facts.binaries[1] = { "bin\\stranger.dll", true, "1.0.0.0" };
     EXPECT_THAT(Codes(), ElementsAre("foreign_binary warning"));
     EXPECT_EQ(Of("foreign_binary").cure, "del \"C:\\home\\bin\\stranger.dll\"");
+}
+
+TEST_F(DoctorTest, TheSimulatedDriverIsOfTheSameVersion)
+{
+    facts.binaries[2].version = "0.9.0.0";
+    EXPECT_THAT(Codes(), ElementsAre("version_differs wrong"));
+    EXPECT_EQ(Of("version_differs").text, "driver\\velcor.sys has version 0.9.0.0, dkpfctl has 1.0.0.0");
+    facts.binaries[2].there = false;
+    EXPECT_THAT(Codes(), ElementsAre("binary_missing wrong"));
+    EXPECT_EQ(Of("binary_missing").text, "driver\\velcor.sys is missing");
 }
 
 // Set-up installs the files beside its program, and does nothing where one is missing.
@@ -820,28 +860,33 @@ TEST_F(DoctorTest, AProviderWhoseOpenWouldFailStaysOff)
     facts.registration.disabled = 1;
     const DoctorFacts healthy = facts;
     struct Reason {
-        void (*break_)(StatusFacts&);
+        void (*break_)(DoctorFacts&);
         const char* why;
     };
     static constexpr Reason reasons[] = {
-        { [](StatusFacts& status) {
-             status.region = RegionStatus::Absent;
-             status.regionWords = "no region";
+        { [](DoctorFacts& broken) {
+             broken.status.region = RegionStatus::Absent;
+             broken.status.regionWords = "no region";
          },
           "no region" },
-        { [](StatusFacts& status) { status.view.damage = { "param_num is 99" }; }, "the shared region is damaged" },
-        { [](StatusFacts& status) { status.view.published[PERF_ENABLE] = 0; }, "collection is switched off" },
-        { [](StatusFacts& status) { status.view.hasSample = false; }, "there is no sample yet" },
-        { [](StatusFacts& status) { status.file.accepted = false; }, "the configuration file is refused" },
-        { [](StatusFacts& status) {
-             status.consumers.assign(32, { 1, 500, ProcessLife::Alive });
+        { [](DoctorFacts& broken) { broken.status.view.damage = { "param_num is 99" }; },
+          "the shared region is damaged" },
+        { [](DoctorFacts& broken) { broken.status.view.published[PERF_ENABLE] = 0; }, "collection is switched off" },
+        { [](DoctorFacts& broken) { broken.status.view.hasSample = false; }, "there is no sample yet" },
+        { [](DoctorFacts& broken) { broken.status.file.accepted = false; }, "the configuration file is refused" },
+        { [](DoctorFacts& broken) {
+             broken.status.consumers.assign(32, { 1, 500, ProcessLife::Alive });
          },
           "all consumer rows are taken" },
+        { [](DoctorFacts& broken) { broken.registration.firstCounter.reset(); },
+          "First Counter or First Help is not registered" },
+        { [](DoctorFacts& broken) { broken.registration.firstHelp.reset(); },
+          "First Counter or First Help is not registered" },
     };
     for (const Reason& reason : reasons) {
         RecordingFix port;
         facts = healthy;
-        reason.break_(facts.status);
+        reason.break_(facts);
         const FixResult result = FixProvider(facts, port);
         EXPECT_EQ(result.state, FixState::Refused) << reason.why;
         EXPECT_EQ(result.text,
