@@ -12,6 +12,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -299,6 +300,14 @@ TEST_F(StatusTest, AWarningThatCameBackIsOpenAgain)
     Raise(0x400012C4, "2026/03/07 15:01:00.000");
     Raise(0x800012C3, "2026/03/07 15:02:00.000");
     EXPECT_EQ(First(), "raised at 2026/03/07 15:02:00.000 and not taken back: words of the event");
+}
+
+TEST_F(StatusTest, EventEntriesThatCannotBeReadAreNotTakenForNone)
+{
+    facts.events.error = ERROR_ACCESS_DENIED;
+    EXPECT_THAT(Codes(), ElementsAre("events_unread"));
+    EXPECT_THAT(First(), StartsWith("the event entries cannot be read: "));
+    EXPECT_EQ(FindTroubles(facts).front().cure, "look at the rights of the file");
 }
 
 TEST_F(StatusTest, AStoppedThreadIsNeverTakenBack)

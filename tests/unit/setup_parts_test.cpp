@@ -54,7 +54,13 @@ TEST(TitleRange, IsReadOnlyWhereItFits)
     EXPECT_FALSE(ReadTitleRange(machine, &first));
     Provider(machine, L"tnwdiskperf", 4000, 4034);
     for (const wchar_t* name : { VALUE_FIRST_HELP, VALUE_LAST_HELP })
-        machine.state.keys[PERFORMANCE_KEY][name].number += 2;
+        machine.state.keys[PERFORMANCE_KEY][name].number += 6;
+    EXPECT_TRUE(ReadTitleRange(machine, &first)) << "a loader that had texts without titles before";
+    EXPECT_EQ(first, 4000u);
+    machine.state.keys[PERFORMANCE_KEY][VALUE_LAST_HELP].number++;
+    EXPECT_FALSE(ReadTitleRange(machine, &first));
+    machine.state.keys[PERFORMANCE_KEY][VALUE_FIRST_HELP].number = 0;
+    machine.state.keys[PERFORMANCE_KEY][VALUE_LAST_HELP].number = 34;
     EXPECT_FALSE(ReadTitleRange(machine, &first));
 }
 

@@ -24,8 +24,9 @@ bool ReadTitleRange(Machine& machine, DWORD* firstCounter)
                        ReadNumber(machine, PERFORMANCE_KEY, VALUE_LAST_COUNTER, &lastCounter) &&
                        ReadNumber(machine, PERFORMANCE_KEY, VALUE_FIRST_HELP, &firstHelp) &&
                        ReadNumber(machine, PERFORMANCE_KEY, VALUE_LAST_HELP, &lastHelp);
+    // The system's loader counts titles and help texts apart: they need not lie side by side.
     return there && *firstCounter != 0 && *firstCounter % 2 == 0 && lastCounter == *firstCounter + TITLE_SPAN &&
-           firstHelp == *firstCounter + 1 && lastHelp == firstHelp + TITLE_SPAN;
+           firstHelp != 0 && lastHelp == firstHelp + TITLE_SPAN;
 }
 
 DWORD FreeTitleRange(Machine& machine)
