@@ -158,15 +158,17 @@ class Top:
     """dkpfctl top on a terminal of 80 columns, below a shell that outlives it, as a user has it: at the end of a terminal's
     first program the system itself would put the terminal's settings back."""
 
-    def __init__(self, product, *arguments, lines=24):
-        self.name = f"top {arguments}"
+    def __init__(self, product, *arguments, lines=24, program=None):
+        """program: another one than top, that shows a screen with _Total in its place."""
+        self.name = f"{program or 'top'} {arguments}"
         self.lines = lines
         self.text = b""
         self.master, self.slave = pty.openpty()
         self.resize(lines, 80)
         self.settings = termios.tcgetattr(self.slave)
         commands = 'trap : INT; while :; do "$@"; printf "\\nended with %d\\n" $?; read -r line; done'
-        program = [WINE, str(product.home / "bin/dkpfctl.exe"), "top", *arguments]
+        program = [WINE, *([str(ROOT / f"build/win/tests/bin/{program}.exe")] if program else
+                           [str(product.home / "bin/dkpfctl.exe"), "top"]), *arguments]
         self.shell = subprocess.Popen(
             ["bash", "-c", commands, "bash", *program], stdin=self.slave, stdout=self.slave, stderr=self.slave,
             env=dict(product.environment, TERM="xterm"), start_new_session=True,
@@ -251,6 +253,15 @@ def check_terminal(product):
             top.type(keys)
             code = top.ended()
             expect(code == 0, f"{top.name} {keys}: exit code {code}\n{top.text[-500:]!r}")
+            top.check_restored()
+
+    # An end that nobody wanted takes the screen away as well.
+    for end in ("crash", "exception"):
+        with Top(product, end, program="broken_screen") as top:
+            top.shows("_Total", 6)
+            top.type(b"q")
+            code = top.ended()
+            expect(code not in (0, 2), f"{top.name}: exit code {code}\n{top.text[-500:]!r}")
             top.check_restored()
 
     # Six lines hold the sample, two of titles, the total, one disk and the count of the others.

@@ -14,6 +14,7 @@ endfunction()
 dkpf_system_program(hold_file)
 dkpf_system_program(perf_queries)
 dkpf_system_program(provoke)
+dkpf_system_program(broken_screen LIBS ctl_top)
 dkpf_system_program(perf_objects LIBS ctl_perf)
 target_link_options(perf_objects PRIVATE -municode)
 
