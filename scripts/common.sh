@@ -126,6 +126,17 @@ build_product() {
 
 # ---- Wine ----------------------------------------------------------------------------------------------------------
 
+# fixed_addresses "$0" "$@": starts the script once more, with its memory at addresses that do not change from process to
+# process; whatever it starts inherits that. Wine comes without its preloader, which would keep free the addresses that it
+# needs: where the kernel happens to put something there, a new process dies before its first instruction, and CreateProcess
+# or StartService fails with error 1359. Of 6000 processes 3 died, of 12000 with fixed addresses none. A container may
+# forbid it; then all runs as it is.
+fixed_addresses() {
+    [ -z "${DKPF_FIXED_ADDRESSES:-}" ] || return 0
+    export DKPF_FIXED_ADDRESSES=1
+    ! setarch -R true 2>/dev/null || exec setarch -R "$BASH" "$@"
+}
+
 # use_prefix DIR: from here on Wine programs run in this prefix. winedbg is off: with it a crash can end with exit code 0.
 # The character set is named because a machine without a locale gives Wine ASCII, and no path with other letters.
 use_prefix() {

@@ -56,7 +56,7 @@ product_start() {
     "$common_wine" net start "$1" || return
     while
         state=$(product_state "$1") || true
-        # Under load a program there now and then ends before its first word.
+        # Where Wine fails to create a process, sc ends before its first word.
         [ "${state:-START_PENDING}" = START_PENDING ] && [ $((tries += 1)) -lt 300 ]
     do sleep 0.2; done
     [ "$state" = RUNNING ] || { printf 'the service %s is %s after its start\n' "$1" "${state:-not to be asked}" >&2; return 1; }

@@ -219,8 +219,10 @@ TEST_F(Agent, WithoutTheRightToCreateGlobalObjectsItIsRefusedInWords)
     InitializeAcl(&empty, sizeof(empty), ACL_REVISION);
     SetSecurityDescriptorDacl(&descriptor, TRUE, &empty, FALSE);
     startup.cb = sizeof(startup);
-    ASSERT_TRUE(
-        CreateProcessW(exe.c_str(), &command[0], NULL, NULL, FALSE, CREATE_SUSPENDED, NULL, NULL, &startup, &process));
+    ASSERT_TRUE(Created([&] {
+        return CreateProcessW(exe.c_str(), &command[0], NULL, NULL, FALSE, CREATE_SUSPENDED, NULL, NULL, &startup,
+                              &process);
+    }));
     const std::wstring name = L"Global\\TNW_DKPF_AGENT_PROBE_" + std::to_wstring(process.dwProcessId);
     const HANDLE       taken = CreateFileMappingW(INVALID_HANDLE_VALUE, &nobody, PAGE_READWRITE, 0, 4096, name.c_str());
     EXPECT_NE(static_cast<HANDLE>(NULL), taken);

@@ -3,6 +3,7 @@
  * sequence of decisions; what the processes make of it is never twice the same.
  */
 #include "process/provider_roles.h"
+#include "support/seed.h"
 
 #include <stdlib.h>
 #include <algorithm>
@@ -92,17 +93,7 @@ protected:
 
     void Start(Reader& reader)
     {
-        // Wine fails to create one process in some thousand (error 1359); there is no reader then that could fail.
-        for (int attempt = 0; reader.program == nullptr; attempt++) {
-            try {
-                reader.program = std::make_unique<Program>(home.Path(L"bin\\diskperf_role.exe"));
-            } catch (const std::runtime_error& error) {
-                if (attempt == 4) {
-                    throw;
-                }
-                std::cout << error.what() << ", again" << std::endl;
-            }
-        }
+        reader.program = std::make_unique<Program>(home.Path(L"bin\\diskperf_role.exe"));
         reader.told = "start";
         started++;
         numbersBack += dead.count(reader.program->Id());
@@ -320,11 +311,8 @@ protected:
 // the producer collects on.
 TEST_F(Readers, ComeGoAndDieAtRandom)
 {
-    const char*    given = getenv("DKPF_TEST_SEED");
-    const unsigned seed =
-        given != nullptr ? static_cast<unsigned>(strtoul(given, nullptr, 10)) : std::random_device()();
+    const unsigned seed = TestSeed();
     const unsigned samples = getenv("DKPF_TEST_LONG") != nullptr ? 120 : 12;
-    std::cout << "seed " << seed << " (DKPF_TEST_SEED=" << seed << " repeats it)" << std::endl;
     RecordProperty("seed", std::to_string(seed));
     random.seed(seed);
 

@@ -2,6 +2,7 @@
 // process.
 #include "process/tnwlog_writer.h"
 #include "support/patience.h"
+#include "support/seed.h"
 #include "unit/tnwlog_fixture.h"
 #include <algorithm>
 #include <iostream>
@@ -75,9 +76,10 @@ protected:
         PROCESS_INFORMATION process = {};
 
         start.cb = sizeof start;
-        EXPECT_TRUE(CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start,
-                                   &process))
-            << GetLastError();
+        EXPECT_TRUE(Created([&] {
+            return CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start,
+                                  &process);
+        })) << GetLastError();
         return process;
     }
 
@@ -175,11 +177,9 @@ TEST_F(Writers, EightProcessesLoseTearAndReorderNothingOverManyRotations)
 // Killed from outside, wherever it is just then. DKPF_TEST_SEED repeats the moments, as far as they can be.
 TEST_F(Writers, AKilledWriterLosesNoLineWhoseCallHadReturned)
 {
-    const char*    given = getenv("DKPF_TEST_SEED");
-    const unsigned seed = given != nullptr ? static_cast<unsigned>(atoi(given)) : std::random_device{}();
+    const unsigned seed = TestSeed();
     std::mt19937   random(seed);
 
-    std::cout << "seed " << seed << " (DKPF_TEST_SEED=" << seed << " repeats it)" << std::endl;
     SetEvent(hGo);
     for (int round = 0; round < (IsLong() ? 40 : 5); round++) {
         const LONG   lKillBehind = static_cast<LONG>(random() % 1500 + 1);

@@ -784,8 +784,9 @@ public:
         startup.dwFlags = STARTF_USESTDHANDLES;
         startup.hStdOutput = out;
         startup.hStdError = out;
-        ASSERT_TRUE(CreateProcessA(NULL, &command[0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process))
-            << GetLastError();
+        ASSERT_TRUE(Created([&] {
+            return CreateProcessA(NULL, &command[0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process);
+        })) << GetLastError();
         CloseHandle(out);
     }
 

@@ -24,4 +24,21 @@ inline bool Eventually(const std::function<bool()>& condition)
     return true;
 }
 
+/* Calls what creates a process, CreateProcess or StartService, until Wine does not fail at it by itself: where programs
+ * lie at random addresses one in some thousand dies before its first instruction (error 1359; scripts/common.sh fixes
+ * them).
+ */
+inline bool Created(const std::function<BOOL()>& create)
+{
+    for (int attempt = 0; attempt < 5; attempt++) {
+        if (create()) {
+            return true;
+        }
+        if (GetLastError() != ERROR_INTERNAL_ERROR) {
+            break;
+        }
+    }
+    return false;
+}
+
 #endif

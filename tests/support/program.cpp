@@ -27,8 +27,9 @@ Program::Program(const std::wstring& exe, const std::string& arguments, DWORD fl
     startup.hStdInput = itsInput;
     startup.hStdOutput = itsOutput;
     startup.hStdError = itsOutput;
-    const BOOL started =
-        CreateProcessW(exe.c_str(), &command[0], NULL, NULL, TRUE, flags, NULL, NULL, &startup, &process);
+    const bool  started = Created([&] {
+        return CreateProcessW(exe.c_str(), &command[0], NULL, NULL, TRUE, flags, NULL, NULL, &startup, &process);
+    });
     const DWORD error = GetLastError();
     CloseHandle(itsInput);
     CloseHandle(itsOutput);

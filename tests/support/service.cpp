@@ -50,7 +50,7 @@ Service::~Service()
 
 bool Service::Launch()
 {
-    return StartServiceA(handle, 0, NULL) != FALSE;
+    return Created([this] { return StartServiceA(handle, 0, NULL); });
 }
 
 bool Service::Start()

@@ -3,6 +3,7 @@
 A case is a script that calls main(check); check gets the Product, and raises Failed through expect() and wait_for().
 """
 import datetime
+import errno
 import os
 import pathlib
 import re
@@ -67,6 +68,16 @@ def expect_whole_passes(stamps, since):
     expect(not missing, f"lines that are missing of {len(passes)} passes since {since}: {missing}")
 
 
+def fill(path):
+    """Takes all space that is left, to the last page."""
+    with open(path, "wb", buffering=0) as file:
+        try:
+            while file.write(b"\0" * 4096):
+                pass
+        except OSError as error:
+            expect(error.errno == errno.ENOSPC, str(error))
+
+
 class Product:
     def __init__(self, folder):
         self.folder = folder
@@ -82,8 +93,8 @@ class Product:
     def run(self, command, **more):
         """Exit code and output. The output goes through a file: services would keep a pipe open."""
         path = self.folder / "output.txt"
-        # Under load Wine now and then does not create a process (error 1359): its command then ends with 1 before its first
-        # word, having done nothing, and is given once more.
+        # Where Wine fails to create a process (fixed_addresses in common.sh), the command ends with 1 before its first word,
+        # having done nothing, and is given once more.
         for _ in range(2):
             with open(path, "wb") as output:
                 code = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
@@ -173,7 +184,8 @@ class Product:
         return done.returncode == 0
 
     def unmount(self):
-        for folder in (self.perf, self.log):
+        """Takes every small disk away, also one that a killed case left."""
+        for folder in (self.home / "etc", self.perf, self.log):
             while os.path.ismount(folder):
                 subprocess.run(["umount", str(folder)], check=True)
 
