@@ -9,7 +9,7 @@
 #include <string.h>
 
 #include "bench/race.h"
-#include "diskperf.h"
+#include "support/full_region.h"
 
 namespace {
 
@@ -61,22 +61,7 @@ int main()
     if (lock == nullptr) {
         return 2;
     }
-    g_hShmMutex = lock;
-    g_pShmInfo = &g_region;
-    g_dwShmInitCount = 1;
-    g_nPMProcessIDIdx = 1;
-    g_dwDkpfLogLevel = 3;
-    for (DWORD row = 1; row < DKPF_PROC_MAX; row++) {
-        g_region.PMProcessID[row] = GetCurrentProcessId();
-    }
-    g_sample.param_num = DKPF_PARAM_NUM;
-    g_sample.parammax_num = DKPF_PARAMMAX_NUM;
-    for (DWORD disk = 0; disk < DKPF_NMP_MAX; disk++) {
-        g_sample.InitFlag[disk] = 1;
-        for (DWORD k = 0; k < DKPF_PARAMMAX_NUM; k++) {
-            g_sample.maxinstance[k].inst_sub[disk].value = 1000 * k + disk;
-        }
-    }
+    AttachFullRegion(lock, &g_region, &g_sample);
     bool failed = false;
 
     Race race("Region with 64 disks and 32 readers, under a named mutex");

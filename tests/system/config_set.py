@@ -1,18 +1,7 @@
 """config set against a running agent and on a full disk: whole files before and after, and what the agent takes over."""
-import errno
 import subprocess
 
-from product import expect, main, wait_for
-
-
-def fill(path):
-    """Takes all space that is left, to the last page."""
-    with open(path, "wb", buffering=0) as file:
-        try:
-            while file.write(b"\0" * 4096):
-                pass
-        except OSError as error:
-            expect(error.errno == errno.ENOSPC, str(error))
+from product import expect, fill, main, wait_for
 
 
 def full_disk(product):
@@ -20,27 +9,21 @@ def full_disk(product):
     etc = product.home / "etc"
     saved = product.folder / "etc"
     subprocess.run(["cp", "-a", str(etc), str(saved)], check=True)
-    mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "tmpfs", str(etc)], capture_output=True, text=True)
-    if mount.returncode != 0:
-        # The one reason that counts: this account may not mount.
-        print(f"no small disk can be made here, mount says: {mount.stderr.strip()}")
-        expect("permission denied" in mount.stderr or "must be superuser" in mount.stderr, mount.stderr)
+    if not product.mount(etc, "size=1m"):
         return
-    try:
-        subprocess.run(["cp", "-a", f"{saved}/.", str(etc)], check=True)
-        before = (etc / "cluster.xml").read_bytes()
-        fill(etc / "filler")
-        code, output = product.ctl("config", "set", "writeinterval", "7")
-        expect(code == 1 and "the configuration is as it was" in output, f"set on a full disk: {code}\n{output}")
-        expect((etc / "cluster.xml").read_bytes() == before, "the file changed on a full disk")
-        expect(not (etc / "cluster.xml.new").exists(), "cluster.xml.new was left")
-        (etc / "filler").unlink()
-        code, output = product.ctl("config", "set", "writeinterval", "7")
-        expect(code == 0, f"set behind the full disk: {code}\n{output}")
-        after = (etc / "cluster.xml").read_bytes()
-        expect(after == before.replace(b"<writeinterval> 1 <", b"<writeinterval> 7 <"), f"the file: {after}")
-    finally:
-        subprocess.run(["umount", str(etc)], check=True)
+    subprocess.run(["cp", "-a", f"{saved}/.", str(etc)], check=True)
+    before = (etc / "cluster.xml").read_bytes()
+    fill(etc / "filler")
+    code, output = product.ctl("config", "set", "writeinterval", "7")
+    expect(code == 1 and "the configuration is as it was" in output, f"set on a full disk: {code}\n{output}")
+    expect((etc / "cluster.xml").read_bytes() == before, "the file changed on a full disk")
+    expect(not (etc / "cluster.xml.new").exists(), "cluster.xml.new was left")
+    (etc / "filler").unlink()
+    code, output = product.ctl("config", "set", "writeinterval", "7")
+    expect(code == 0, f"set behind the full disk: {code}\n{output}")
+    after = (etc / "cluster.xml").read_bytes()
+    expect(after == before.replace(b"<writeinterval> 1 <", b"<writeinterval> 7 <"), f"the file: {after}")
+    product.unmount()
 
 
 def check(product):

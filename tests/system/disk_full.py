@@ -1,24 +1,13 @@
 """The disk with the perf folder runs full and is freed: lines are missing, one warning, one all-clear, no torn line."""
 import datetime
-import errno
 
-from product import expect, expect_whole_passes, fields_of, main, wait_for
+from product import expect, expect_whole_passes, fields_of, fill, main, wait_for
 
 # Long numbers, so that the lines soon need a new page each.
 SCENARIO = """
 disk all on async writes 100 bytes 8K sum 1000000000000000000 request 1048576G queue 1048576G
 step 1000
 """
-
-
-def fill(path):
-    """Takes all space that is left, to the last page."""
-    with open(path, "wb", buffering=0) as file:
-        try:
-            while file.write(b"\0" * 4096):
-                pass
-        except OSError as error:
-            expect(error.errno == errno.ENOSPC, str(error))
 
 
 def check(product):

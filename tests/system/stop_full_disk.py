@@ -1,8 +1,8 @@
 """The agent is told to stop while its disk is full and the driver is idle: it is down at once, and comes up again."""
 import re
 
-from disk_full import SCENARIO, fill
-from product import expect, main, wait_for
+from disk_full import SCENARIO
+from product import expect, fill, main, wait_for
 
 
 def check(product):

@@ -2,6 +2,7 @@
  * Display values against a model with tables and arithmetic of its own, over random samples. DKPF_TEST_SEED repeats a
  * run.
  */
+#include "support/seed.h"
 #include "unit/lifecycle_fixture.h"
 
 #include <iostream>
@@ -268,9 +269,7 @@ protected:
 
 TEST_F(DisplayModel, ThreeThousandRandomPairsShowWhatTheModelShows)
 {
-    const char*              given = getenv("DKPF_TEST_SEED");
-    const unsigned long long seed = given != nullptr ? strtoull(given, nullptr, 0) : std::random_device()();
-    std::cout << "DKPF_TEST_SEED=" << seed << std::endl;
+    const unsigned seed = TestSeed();
     RecordProperty("seed", std::to_string(seed));
     Samples    samples(seed);
     DKPF_PARAM prev, cur;

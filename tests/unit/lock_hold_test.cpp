@@ -7,7 +7,7 @@
 #include <map>
 #include <set>
 
-#include "diskperf.h"
+#include "support/full_region.h"
 #include "support/import_watch.h"
 #include "tnwlog.h"
 
@@ -74,22 +74,7 @@ protected:
         ASSERT_TRUE(hooks->Replace("KERNEL32.dll", "ReleaseMutex", Address(&WatchedRelease)));
         ASSERT_TRUE(hooks->Replace("tnwlog.dll", 3, Address(&WatchedLogWrite)));
 
-        g_hShmMutex = g_watch.mutex;
-        g_pShmInfo = &g_region;
-        g_dwShmInitCount = 1;
-        g_nPMProcessIDIdx = 1;
-        g_dwDkpfLogLevel = 3;
-        for (DWORD row = 1; row < DKPF_PROC_MAX; row++) {
-            g_region.PMProcessID[row] = GetCurrentProcessId();
-        }
-        g_sample.param_num = DKPF_PARAM_NUM;
-        g_sample.parammax_num = DKPF_PARAMMAX_NUM;
-        for (DWORD disk = 0; disk < DKPF_NMP_MAX; disk++) {
-            g_sample.InitFlag[disk] = 1;
-            for (DWORD k = 0; k < DKPF_PARAMMAX_NUM; k++) {
-                g_sample.maxinstance[k].inst_sub[disk].value = 1000 * k + disk;
-            }
-        }
+        AttachFullRegion(g_watch.mutex, &g_region, &g_sample);
     }
 
     void TearDown() override

@@ -9,6 +9,7 @@
 #include <random>
 
 #include "support/perfmon_fixture.h"
+#include "support/seed.h"
 
 /* ---- Title indexes ----------------------------------------------------------------------------------------------- */
 
@@ -428,9 +429,7 @@ protected:
     void SetUp() override
     {
         DiskperfTest::SetUp();
-        const char* given = getenv("DKPF_TEST_SEED");
-        seed = given != nullptr ? static_cast<unsigned>(strtoul(given, nullptr, 10)) : std::random_device()();
-        std::cout << "seed " << seed << " (DKPF_TEST_SEED=" << seed << " repeats it)" << std::endl;
+        seed = TestSeed();
         RecordProperty("seed", std::to_string(seed));
         random.seed(seed);
     }

@@ -1,5 +1,6 @@
 // CSV log files: header first, whole lines, bounded files, and what a restart or a reader finds.
 #include "support/import_watch.h"
+#include "support/seed.h"
 #include "tnwlog_fixture.h"
 #include <algorithm>
 #include <iostream>
@@ -385,12 +386,10 @@ TEST_F(PowerLoss, CutAtAnyByteOfItsLastTwoLinesTheFileGoesOnWithWholeLines)
 
 TEST_F(PowerLoss, CutAnywhereElseTheFileGoesOnWithWholeLines)
 {
-    const char*    given = getenv("DKPF_TEST_SEED");
-    const unsigned seed = given != nullptr ? static_cast<unsigned>(atoi(given)) : std::random_device{}();
+    const unsigned seed = TestSeed();
     std::mt19937   random(seed);
     std::string    whole = std::string(HEADER) + "\r\n";
 
-    std::cout << "seed " << seed << " (DKPF_TEST_SEED=" << seed << " repeats it)" << std::endl;
     for (int n = 0; whole.size() < 60000; n++) {
         whole += Line(n);
     }
