@@ -15,5 +15,8 @@ endfunction()
 dkpf_header_library(lib_rapidxml rapidxml)
 dkpf_header_library(lib_cli11 CLI)
 dkpf_header_library(lib_json nlohmann)
-dkpf_header_library(lib_fmt fmt)
-target_compile_definitions(lib_fmt INTERFACE FMT_HEADER_ONLY)
+
+# Compiled once; header by header it would take most of the build of the programs.
+dkpf_header_library(fmt_headers fmt)
+add_library(lib_fmt STATIC ${CMAKE_CURRENT_LIST_DIR}/lib_fmt.cpp)
+target_link_libraries(lib_fmt PUBLIC fmt_headers)
