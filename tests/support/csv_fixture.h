@@ -5,6 +5,9 @@
 #ifndef TESTS_SUPPORT_CSV_FIXTURE_H
 #define TESTS_SUPPORT_CSV_FIXTURE_H
 
+#include <string>
+#include <vector>
+
 #include "support/fixture.h"
 
 class CsvTest : public DiskperfTest {
@@ -56,5 +59,27 @@ protected:
     char                    buffer[Size + 256];
     DWORD                   error = 0xDEAD;
 };
+
+/* A column mask, and the counters that it selects in the order of a line. */
+struct Mask {
+    DWORD            mask;
+    std::vector<int> counters;
+};
+
+inline std::string MaskName(const testing::TestParamInfo<Mask>& tested)
+{
+    char text[16];
+    snprintf(text, sizeof text, "0x%lX", tested.param.mask);
+    return text;
+}
+
+/* Bits 11 and 12 stand for counters 12 and 11. */
+inline std::vector<Mask> EachBitAlone()
+{
+    return { { 0x1, { 0 } },     { 0x2, { 1 } },     { 0x4, { 2 } },     { 0x8, { 3 } },     { 0x10, { 4 } },
+             { 0x20, { 5 } },    { 0x40, { 6 } },    { 0x80, { 7 } },    { 0x100, { 8 } },   { 0x200, { 9 } },
+             { 0x400, { 10 } },  { 0x800, { 12 } },  { 0x1000, { 11 } }, { 0x2000, { 13 } }, { 0x4000, { 14 } },
+             { 0x8000, { 15 } }, { 0x10000, { 16 } } };
+}
 
 #endif

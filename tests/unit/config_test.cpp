@@ -24,20 +24,6 @@ const Setting settings[] = {
     { "log/size", &DKPF_CONF::log_size, "logsize" },
 };
 
-const Strings reads = {
-    "xmllib_get_value(/root/diskperf/parameters/perfenable, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/perflogsave, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/perflogsize, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/perflogrotation, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/collectinterval, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/writeinterval, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/collectparam, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/log/level, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/log/size, 1, size 4)",
-};
-const Strings opening = { "xmllib_init(diskperf)", "xmllib_load_policy(diskperf)", "xmllib_load_config(1)" };
-const Strings closing = { "xmllib_unload_config()", "xmllib_unload_policy(diskperf)", "xmllib_term()" };
-
 const char enter[] = "diskperf 8 _DkpfGetConfig: ENTER";
 const char success[] = "diskperf 8 _DkpfGetConfig: EXIT<TRUE><0xb0000000>";
 }  // namespace
@@ -78,7 +64,7 @@ TEST_F(GetConfig, ReadsNineKeysBetweenOpeningAndClosingInOrder)
 {
     EXPECT_TRUE(_DkpfGetConfig(&conf, &code));
     EXPECT_EQ(code, 0xB0000000u);
-    EXPECT_EQ(Calls(), opening + reads + closing);
+    EXPECT_EQ(Calls(), ConfigOpening + ConfigReads + ConfigClosing);
     ExpectNothingLeft();
 }
 
@@ -150,7 +136,7 @@ TEST_F(GetConfig, AMissingCollectparamFailsTheWholeReadAndKeepsTheCallersRecord)
 {
     xml.Remove("parameters/collectparam");
     ExpectRefused(0xB000000E);
-    EXPECT_EQ(Calls(), opening + Strings(reads.begin(), reads.begin() + 7) + closing);
+    EXPECT_EQ(Calls(), ConfigOpening + Strings(ConfigReads.begin(), ConfigReads.begin() + 7) + ConfigClosing);
     EXPECT_EQ(Lines(),
               Strings({
                   enter,
@@ -169,7 +155,9 @@ TEST_F(GetConfig, EachKeyThatFailsEndsTheReadingThere)
         log.ClearLines();
         xml.failKey = { { key, XMLLIB_OUT_OF_RANGE } };
         ExpectRefused(0xB000000E);
-        EXPECT_EQ(Calls(), opening + Strings(reads.begin(), reads.begin() + static_cast<ptrdiff_t>(i) + 1) + closing);
+        EXPECT_EQ(Calls(), ConfigOpening +
+                               Strings(ConfigReads.begin(), ConfigReads.begin() + static_cast<ptrdiff_t>(i) + 1) +
+                               ConfigClosing);
         EXPECT_EQ(Lines(ErrorLines),
                   Strings({ "diskperf 1 _DkpfGetConfig:  xmllib_get_value(" + key + ") failed. (ErrCode=0x9)" }));
         ExpectNothingLeft();
@@ -224,7 +212,7 @@ TEST_F(GetConfig, ABrokenConfigurationUnloadsThePolicyAlone)
 {
     xml.Fail("xmllib_load_config", 1, XMLLIB_NOT_WELL_FORMED);
     ExpectRefused(0xB000000E);
-    EXPECT_EQ(Calls(), opening + Strings({ "xmllib_unload_policy(diskperf)", "xmllib_term()" }));
+    EXPECT_EQ(Calls(), ConfigOpening + Strings({ "xmllib_unload_policy(diskperf)", "xmllib_term()" }));
     EXPECT_EQ(Lines(), Strings({
                            enter,
                            "diskperf 1 _DkpfGetConfig:  xmllib_load_config() failed. (ErrCode=0x5)",
@@ -246,7 +234,7 @@ TEST_F(GetConfig, OnlyTheLow32BitsOfAStatusCount)
         xml.Fail("xmllib_get_value", i, warning);
     }
     EXPECT_TRUE(_DkpfGetConfig(&conf, &code));
-    EXPECT_EQ(Calls(), opening + reads + closing);
+    EXPECT_EQ(Calls(), ConfigOpening + ConfigReads + ConfigClosing);
     EXPECT_EQ(log.Errors(), Strings());
 }
 
@@ -265,7 +253,8 @@ TEST_F(GetConfig, FailuresOfClosingAreLoggedAndChangeNothingElse)
     EXPECT_TRUE(_DkpfGetConfig(&conf, &code));
     EXPECT_EQ(code, 0xB0000000u);
     EXPECT_EQ(conf.perf_log_size, 1024u);
-    EXPECT_EQ(Calls(), opening + reads + closing) << "one failure does not keep the others from closing";
+    EXPECT_EQ(Calls(), ConfigOpening + ConfigReads + ConfigClosing)
+        << "one failure does not keep the others from closing";
     EXPECT_EQ(Lines(ErrorLines), Strings({
                                      "diskperf 1 _DkpfGetConfig:  xmllib_unload_config() failed. (ErrCode=0x21)",
                                      "diskperf 1 _DkpfGetConfig:  xmllib_unload_policy() failed. (ErrCode=0x22)",
@@ -281,7 +270,7 @@ TEST_F(GetConfig, AFailedReadKeepsItsCodeWhenClosingFailsToo)
     xml.Fail("xmllib_unload_policy", 1, 0x22);
     xml.Fail("xmllib_term", 1, 0x23);
     ExpectRefused(0xB000000E);
-    EXPECT_EQ(Calls(), opening + reads + closing);
+    EXPECT_EQ(Calls(), ConfigOpening + ConfigReads + ConfigClosing);
     EXPECT_EQ(log.Errors(), Strings({
                                 " xmllib_get_value(/root/diskperf/log/size) failed. (ErrCode=0x7)",
                                 " xmllib_unload_config() failed. (ErrCode=0x21)",
@@ -302,7 +291,7 @@ TEST_F(GetConfig, TheSizeIsSetBeforeEachRead)
 {
     ASSERT_TRUE(hooks.Replace("tnwxml.dll", WORD{ 13 }, Address(GetValueSpoilingSize)));
     EXPECT_TRUE(_DkpfGetConfig(&conf, &code));
-    EXPECT_EQ(Calls(), opening + reads + closing);
+    EXPECT_EQ(Calls(), ConfigOpening + ConfigReads + ConfigClosing);
 }
 
 TEST_F(GetConfig, WithoutLogsItReadsAllTheSame)

@@ -22,6 +22,22 @@ inline Strings operator+(Strings first, const Strings& second)
     return first;
 }
 
+/* The calls that read the configuration. */
+inline const Strings ConfigReads = {
+    "xmllib_get_value(/root/diskperf/parameters/perfenable, 1, size 4)",
+    "xmllib_get_value(/root/diskperf/parameters/perflogsave, 1, size 4)",
+    "xmllib_get_value(/root/diskperf/parameters/perflogsize, 1, size 4)",
+    "xmllib_get_value(/root/diskperf/parameters/perflogrotation, 1, size 4)",
+    "xmllib_get_value(/root/diskperf/parameters/collectinterval, 1, size 4)",
+    "xmllib_get_value(/root/diskperf/parameters/writeinterval, 1, size 4)",
+    "xmllib_get_value(/root/diskperf/parameters/collectparam, 1, size 4)",
+    "xmllib_get_value(/root/diskperf/log/level, 1, size 4)",
+    "xmllib_get_value(/root/diskperf/log/size, 1, size 4)",
+};
+inline const Strings ConfigOpening = { "xmllib_init(diskperf)", "xmllib_load_policy(diskperf)",
+                                       "xmllib_load_config(1)" };
+inline const Strings ConfigClosing = { "xmllib_unload_config()", "xmllib_unload_policy(diskperf)", "xmllib_term()" };
+
 class LinesTest : public DiskperfTest {
 protected:
     /* Trace lines as "log level routine: text"; "-" stands for a line written without a log, an entry of the event log

@@ -18,23 +18,7 @@ static const Strings LockAndDebugSwitch = {
 
 static const Strings BannerFile = { "SearchPathA(NULL, tnwdiskperf.dll, NULL, 1024)" };
 
-static const Strings ReadConfig = {
-    "xmllib_init(diskperf)",
-    "xmllib_load_policy(diskperf)",
-    "xmllib_load_config(1)",
-    "xmllib_get_value(/root/diskperf/parameters/perfenable, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/perflogsave, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/perflogsize, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/perflogrotation, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/collectinterval, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/writeinterval, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/parameters/collectparam, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/log/level, 1, size 4)",
-    "xmllib_get_value(/root/diskperf/log/size, 1, size 4)",
-    "xmllib_unload_config()",
-    "xmllib_unload_policy(diskperf)",
-    "xmllib_term()",
-};
+static const Strings ReadConfig = ConfigOpening + ConfigReads + ConfigClosing;
 
 static const Strings OpenLogs = {
     "log_init(\"diskperf\", 7, 2048, 0, \"osktnw_diskperf_log\")",
