@@ -15,11 +15,14 @@ PACKAGE = "out of the package of the version that is wanted: "
 # Parts of cures that are for people, or only to be waited for.
 SAID_ONLY = ("programs see it when they are started again", "services after a restart of the machine",
              "a running disk agent takes it up by itself", "it writes the file anew", "the module log may hold the cause",
-             "the disk agent then takes the driver up by itself within 5 s")
+             "the disk agent then takes the driver up by itself within 5 s", "remove the cause",
+             "readers that failed may have to be started again")
+CONFIGURATION = ("correct it", "correct the file", "correct the configuration file")
+IF_IT_STAYS = "; if that does not help, "
 
 
 def commands_of(cure):
-    return re.split(r"; |, then |, |: (?=the disk agent|it writes)", cure)
+    return re.split(r"; |, then |, |: (?=the disk agent|it writes|dkpfctl logs)", cure)
 
 
 def words_of(command):
@@ -125,13 +128,13 @@ class Case:
             raise Failed(f"{failure}: {self.findings()}") from None
 
     def find_all(self, *wanted):
-        """Findings, each (code, level), which one run of the doctor shows together."""
+        """Findings, each (code, level), which one run of the doctor shows together; level None: any."""
         def look():
             found = self.findings()
             return found if all(code in found for code, _ in wanted) else None
         found = wait_for(f"the findings {wanted}", look)
         for code, level in wanted:
-            expect(found[code]["level"] == level, f"{code} is a {found[code]['level']}")
+            expect(level in (None, found[code]["level"]), f"{code} is a {found[code]['level']}")
         return found
 
     def cure(self, code, level, *more):
@@ -139,11 +142,11 @@ class Case:
         self.cure_all((code, level), more=more)
 
     def cure_all(self, *wanted, more=()):
-        """The same for several at once; a command that several of them say is given once."""
-        found = self.find_all(*wanted)
+        """The same for several at once; a command that several of them say is given once, and no second attempt made."""
+        found = self.find_all(*wanted, *((code, None) for code in more))
         commands = {}
         for code, _ in wanted:
-            commands.update(dict.fromkeys(commands_of(found[code]["cure"])))
+            commands.update(dict.fromkeys(commands_of(found[code]["cure"].split(IF_IT_STAYS)[0])))
         for command in commands:
             self.do(command)
         self.gone(*(code for code, _ in wanted), *more)
@@ -154,19 +157,24 @@ class Case:
             self.do(command)
 
     def do(self, command):
+        command = command.removeprefix("look at it with ")
         if command.startswith(("dkpfctl ", PACKAGE)):
             if command == "dkpfctl config reload":
                 time.sleep(1.5)  # more than an interval: several reloads in one may stop the collecting
             home = STAGE if command.startswith(PACKAGE) else self.product.home
-            words = words_of(command.removeprefix(PACKAGE))
+            words = words_of(command.removeprefix(PACKAGE).removesuffix(" tells it"))
             code, text = self.product.run([WINE, str(home / "bin/dkpfctl.exe"), *words[1:]])
             expect(code == 0, f"{command}: exit code {code}\n{text}")
+            expect(text.strip() or not command.endswith(" tells it"), f"{command}: it tells nothing")
         elif command == "free space on its volume":
             (self.product.perf / "filler").unlink()
         elif command == "restart the disk agent":
             self.wine("net", "stop", "dkpfagent")
             self.wine("net", "start", "dkpfagent")
-        elif command == "correct the configuration file":
+        elif command == "start the disk agent":
+            if self.product.state("dkpfagent") != "RUNNING":
+                self.wine("net", "start", "dkpfagent")
+        elif command in CONFIGURATION:
             self.config.write_text(self.good)
         elif command == "stop the disk agent and every reader":
             if self.product.state("dkpfagent") == "RUNNING":

@@ -7,13 +7,15 @@ import re
 import shutil
 import signal
 
-from doctor_case import PERFORMANCE, Case
+import model
+from doctor_case import IF_IT_STAYS, PACKAGE, PERFORMANCE, STAGE, Case
 from product import WINE, expect, main, wait_for
 
 DEBUG = r"HKLM\Software\OSK\TARNWELL\work"
 SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\tnwdiskperf"
 ENVIRONMENT = r"HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment"
 FOREIGN = "/usr/lib/x86_64-linux-gnu/wine/x86_64-windows/version.dll"
+MIB = 1024 * 1024
 
 
 class ProductCase(Case):
@@ -21,23 +23,28 @@ class ProductCase(Case):
         product = self.product
         self.wine("net", "stop", "velcorfeed")
         product.kill("dkpfagent.exe")
-        self.cure_all(("feeder_not_running", "wrong"), ("agent_died", "wrong"), more=("service_process_gone",))
+        self.cure_all(("feeder_not_running", "wrong"), ("service_process_gone", "wrong"), ("agent_died", "wrong"))
 
         # The state is written at each change of it, so that what is broken here stays until the restart.
         (product.log / "agent.state").write_text("{")
         self.cure("agent_state_damaged", "wrong")
+
+        # Under a running agent: the next sample takes the warning back.
+        self.wine("net", "stop", "velcorfeed")
+        self.wine("net", "stop", "velcor")
+        self.cure_all(("driver_not_running", "wrong"), ("feeder_not_running", "wrong"), ("warning_open", "wrong"),
+                      more=("not_looked_at",))  # the device
 
         product.stop()
         self.wine("sc", "delete", "velcor")
         self.cure("driver_not_installed", "wrong")
 
         product.stop()
-        self.find("not_looked_at", "note")  # the device
         self.cure_all(("driver_not_running", "wrong"), ("feeder_not_running", "wrong"), ("agent_not_running", "wrong"),
-                      more=("no_region", "not_looked_at"))
+                      ("no_region", "wrong"), more=("not_looked_at",))
 
         # The agent starts where there is no driver. The driver comes later, and the file that is refused meanwhile keeps
-        # the agent from taking it up.
+        # the agent from taking it up. Without a first sample for 7 s, that is found too.
         product.stop()
         driver = product.prefix / "drive_c/windows/system32/drivers/velcor.sys"
         aside = product.folder / "velcor.sys"
@@ -48,8 +55,8 @@ class ProductCase(Case):
         self.config.write_text(self.bad)
         shutil.move(aside, driver)
         product.start("velcor")
-        self.find("config_refused", "wrong")
-        self.cure("wrong_order", "wrong", "warning_open", "no_sample", "config_refused", "readers_fail_on_file")
+        self.cure_all(("config_refused", "wrong"), ("readers_fail_on_file", "wrong"), ("wrong_order", "wrong"),
+                      ("no_sample", "wrong"), more=("warning_open",))
 
     def device(self):
         """A driver that runs and cannot be reached, or does not answer."""
@@ -73,7 +80,7 @@ class ProductCase(Case):
         state = json.loads(self.product.text("agent.state"))
         helper = self.provoke("suspend", str(state["pid"]))
         helper.end()
-        first, rest = self.find("sample_old", "wrong")["cure"].split("; if that does not help, ")
+        first, rest = self.find("sample_old", "wrong")["cure"].split(IF_IT_STAYS)
         expect(first == "dkpfctl config reload", first)
         code, text = self.product.ctl("config", "reload")
         expect(code != 0, text)
@@ -92,17 +99,34 @@ class ProductCase(Case):
         for key, value in (("perflogsize", 1048576), ("perflogrotation", 99)):
             text = re.sub(f"(?<=<{key}>)\\d+", str(value), text)
         self.config.write_text(text)
+        files = {product.perf / "nmp9.csv": 3 * MIB, product.log / "diskperf_x.log": 2 * MIB}
+        for path, size in files.items():
+            path.write_bytes(bytes(size))
         found = self.find_all(("reload_failed", "wrong"), ("unknown_key", "warning"), ("space_short", "warning"))
         expect("/root/diskperf/parameters/writeintervall" in found["unknown_key"]["text"], "no key")
         for code, what in (("unknown_key", "correct its name or take it out, then "), ("reload_failed", "")):
             expect(found[code]["cure"] == what + "dkpfctl config reload", found[code]["cure"])
         expect(found["space_short"]["cure"] == "free space, or lower perflogsize or perflogrotation, "
                                                "then restart the disk agent", found["space_short"]["cure"])
+        wait_for("the space as it is", self.space_is_right)
+        for path in files:
+            path.unlink()
         self.config.write_text(self.good)
         self.do("dkpfctl config reload")
         self.gone("reload_failed", "unknown_key", "config_refused", "readers_fail_on_file")
         self.do("restart the disk agent")
         self.gone("space_short")
+
+    def space(self):
+        """Bytes that CSV files and trace logs have, and those that the volume has left. Others use it meanwhile."""
+        files = [*self.product.perf.glob("nmp*.csv"), *self.product.log.glob("diskperf*.log")]
+        return sum(path.stat().st_size for path in files), shutil.disk_usage(self.product.perf).free
+
+    def space_is_right(self):
+        before = self.space()
+        text = self.findings()["space_short"]["text"]
+        said = map(int, re.search(r"have (\d+) MiB; the volume has (\d+) MiB left", text).groups())
+        return all(min(real) // MIB <= number <= max(real) // MIB for number, real in zip(said, zip(before, self.space())))
 
     def region(self):
         """Damaged, and of the size of another version, kept alive by a reader of that version."""
@@ -162,6 +186,11 @@ class ProductCase(Case):
         self.cure("debug_key_missing", "warning")
 
         # A range in which the system's table has a name of its own: here there are two, 1 and 1846.
+        for value, data in (("First Counter", 1844), ("Last Counter", 1878), ("First Help", 1845), ("Last Help", 1879)):
+            add(PERFORMANCE, value, "REG_DWORD", data)
+        text = self.product.ctl("doctor")[1]
+        expect('names_differ: the system\'s table calls title index 1846 "End Marker", which has to be '
+               f'"{model.DISPLAY_TITLES[0]}"\n' in text, text)
         for value, data in (("First Counter", 1846), ("Last Counter", 1880), ("First Help", 1847), ("Last Help", 1881)):
             add(PERFORMANCE, value, "REG_DWORD", data)
         add(PERFORMANCE, "Object List", "REG_SZ", "1846")
@@ -176,10 +205,20 @@ class ProductCase(Case):
         for name in ("bin/tnwmsg.dll", "bin/velcorfeed.exe", "driver/velcor.sys", "etc/tnwdiskperf.ini"):
             (product.home / name).unlink()
         shutil.copy(FOREIGN, self.bin / "tnwmsg.dll")
+        driver = product.prefix / "drive_c/windows/system32/drivers/velcor.sys"
+        driver.unlink()
+        shutil.copy(FOREIGN, driver)
+        self.delete(PERFORMANCE, "Object List")
         text = product.ctl("doctor")[1]
-        expect("binary_missing: driver\\velcor.sys is missing\n" in text, text)
+        for words in (r"binary_missing: driver\\velcor.sys is missing",
+                      r"version_differs: bin\\tnwmsg.dll has version \S+, dkpfctl has \S+",
+                      r"version_differs: C:\\windows\\system32\\drivers\\velcor.sys has version \S+, dkpfctl has \S+"):
+            expect(re.search(f"WRONG   {words}\n", text), f"{words}: {text}")
+        cure = self.find("object_list_missing", "warning")["cure"]
+        expect(cure.startswith(PACKAGE), f"set-up cannot run from here: {cure}")
         self.cure_all(("foreign_binary", "warning"), ("binary_missing", "wrong"), ("version_differs", "wrong"),
-                      ("name_table_bad", "wrong"))
+                      ("name_table_bad", "wrong"), ("object_list_missing", "warning"))
+        expect(driver.read_bytes() == (STAGE / "driver/velcor.sys").read_bytes(), "not our driver")
 
         self.wine("net", "stop", "dkpfagent")
         # Names of files may run out before the space does.

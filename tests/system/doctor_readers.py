@@ -64,7 +64,8 @@ class ReadersCase(Case):
         reader.leave()
         other.leave()
         reader = self.reader()
-        self.cure("old_library_left", "note", "old_library", "old_library_held", "old_reader")
+        self.cure("old_library_left", "note")
+        self.gone("old_library", "old_library_held", "old_reader")
 
         # It hangs with the lock.
         owners = {row["pid"] for row in json.loads(product.ctl("status", "--json")[1])["consumers"]}
