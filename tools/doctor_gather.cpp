@@ -345,14 +345,6 @@ static bool IsThere(const Home& home, const ProductFile& file)
     return IsFile(home.root + L"\\" + file.path);
 }
 
-/* The driver that runs is the copy there. */
-static std::wstring SystemDriver()
-{
-    std::wstring folder(MAX_PATH, L'\0');
-    folder.resize(GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size())));
-    return folder + L"\\drivers\\" + DRIVER_NAME;
-}
-
 /* Whether set-up can run from here. Where it left a real driver alone there is no file of the simulated one. */
 static bool IsWhole(const Home& home, const StatusFacts& status)
 {
@@ -379,7 +371,7 @@ static std::vector<BinaryFact> LookAtBinaries(const Home& home, const StatusFact
             facts.push_back({ Narrow(path), there, VersionOf(home.root + L"\\" + path) });
     }
     if (status.feeder.info.installed) {
-        const std::wstring path = SystemDriver();
+        const std::wstring path = DriverFolderOfSystem() + L"\\" + DRIVER_NAME;  // the copy that runs
         facts.push_back({ Narrow(path), IsFile(path), VersionOf(path), true });
     }
     std::sort(facts.begin(), facts.end(), [](const BinaryFact& a, const BinaryFact& b) { return a.file < b.file; });
