@@ -7,7 +7,6 @@ import time
 
 from product import ROOT, WINE, Failed, expect, wait_for
 
-PERFORMANCE = r"HKLM\SYSTEM\CurrentControlSet\Services\tnwdiskperf\Performance"
 ROLE = ROOT / "build/win/tests/diskperf_role.exe"
 PROVOKE = ROOT / "build/win/tests/bin/provoke.exe"
 STAGE = ROOT / "build/stage"
@@ -88,6 +87,9 @@ class Case:
         helper = Helper(self.product, PROVOKE, *arguments)
         expect(helper.line == "done", f"provoke {arguments}: {helper.line}")
         return helper
+
+    def wait_sample(self):
+        wait_for("a sample", lambda: json.loads(self.product.ctl("status", "--json")[1])["sample"])
 
     # ---- Registry ----
 

@@ -1,5 +1,5 @@
-"""Each finding of dkpfctl doctor about services, configuration, region, registration and files: provoked, and cured by its
-own words."""
+"""Each finding of dkpfctl doctor about services, device, agent, configuration and region: provoked, and cured by its own
+words."""
 import json
 import os
 import pathlib
@@ -7,18 +7,13 @@ import re
 import shutil
 import signal
 
-import model
-from doctor_case import IF_IT_STAYS, PACKAGE, PERFORMANCE, STAGE, Case
-from product import WINE, expect, main, wait_for
+from doctor_case import IF_IT_STAYS, Case
+from product import expect, main, wait_for
 
-DEBUG = r"HKLM\Software\OSK\TARNWELL\work"
-SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\tnwdiskperf"
-ENVIRONMENT = r"HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment"
-FOREIGN = "/usr/lib/x86_64-linux-gnu/wine/x86_64-windows/version.dll"
 MIB = 1024 * 1024
 
 
-class ProductCase(Case):
+class AgentCase(Case):
     def services(self):
         product = self.product
         self.wine("net", "stop", "velcorfeed")
@@ -76,7 +71,7 @@ class ProductCase(Case):
 
     def agent(self):
         """It hangs: the reload that the words try first does not reach it."""
-        wait_for("a sample that can grow old", lambda: json.loads(self.product.ctl("status", "--json")[1])["sample"])
+        self.wait_sample()  # that can grow old
         state = json.loads(self.product.text("agent.state"))
         helper = self.provoke("suspend", str(state["pid"]))
         helper.end()
@@ -143,98 +138,7 @@ class ProductCase(Case):
         self.follow("net start dkpfagent")
         self.cure("region_size", "wrong")
 
-    def registration(self):
-        """What one installation mends is broken together; each finding has to say these words itself."""
-        delete, add = self.delete, self.add
-        code, text = self.product.run([WINE, "reg", "query", ENVIRONMENT, "/v", "Path"])
-        kind, path = re.search(r"(REG_\w+)\s+(.*)", text).groups()
-        ours = f";{self.windows(self.bin)}"
-        expect(path.endswith(ours), f"set-up left the PATH {path}")
-        add(ENVIRONMENT, "Path", kind, path.removesuffix(ours))
-        for value in ("Library", "Open", "Last Counter", "First Help", "Object List"):
-            delete(PERFORMANCE, value)
-        self.wine("reg", "delete", SOURCE, "/f")
-        self.cure_all(("library_value_missing", "wrong"), ("export_value_missing", "wrong"), ("index_missing", "wrong"),
-                      ("object_list_missing", "warning"), ("event_source_missing", "warning"),
-                      ("path_lacks_bin", "warning"))
-
-        add(PERFORMANCE, "Collect", "REG_SZ", "Collect")
-        add(PERFORMANCE, "Library", "REG_SZ", "tnwdiskperf.dll")
-        add(PERFORMANCE, "Last Help", "REG_DWORD", 2030)
-        add(PERFORMANCE, "Object List", "REG_SZ", "20 200 20000")
-        add(SOURCE, "EventMessageFile", "REG_SZ", r"C:\gone\tnwmsg.dll")
-        self.cure_all(("export_value_wrong", "wrong"), ("library_no_full_path", "wrong"), ("index_range", "wrong"),
-                      ("object_list_wrong", "wrong"), ("event_file_missing", "warning"))
-
-        add(PERFORMANCE, "Library", "REG_SZ", r"C:\gone\tnwdiskperf.dll")
-        self.cure("library_file_missing", "wrong")
-        add(PERFORMANCE, "Library", "REG_SZ", self.windows(self.bin / "tnwlog.dll"))
-        self.cure_all(("library_elsewhere", "wrong"), ("export_missing", "wrong"))
-        add(PERFORMANCE, "Library", "REG_SZ", self.windows(self.config))
-        self.cure("library_damaged", "wrong", "library_elsewhere")
-        self.wine("reg", "delete", PERFORMANCE, "/f")
-        self.cure("not_registered", "wrong", "not_looked_at")
-
-        # Set-up would take the debug switch away too: here its own words have to do it.
-        # The library takes the switch of any type.
-        add(DEBUG, "dkpf_debug", "REG_BINARY", "02000000")
-        add(PERFORMANCE, "Collect Supports Metadata", "REG_DWORD", 1)
-        self.cure_all(("debug_stops", "wrong"), ("metadata_claimed", "wrong"))
-        add(DEBUG, "dkpf_debug", "REG_DWORD", 8)
-        self.cure("debug_value_left", "note")
-        self.wine("reg", "delete", DEBUG, "/f")
-        self.cure("debug_key_missing", "warning")
-
-        # A range in which the system's table has a name of its own: here there are two, 1 and 1846.
-        for value, data in (("First Counter", 1844), ("Last Counter", 1878), ("First Help", 1845), ("Last Help", 1879)):
-            add(PERFORMANCE, value, "REG_DWORD", data)
-        text = self.product.ctl("doctor")[1]
-        expect('names_differ: the system\'s table calls title index 1846 "End Marker", which has to be '
-               f'"{model.DISPLAY_TITLES[0]}"\n' in text, text)
-        for value, data in (("First Counter", 1846), ("Last Counter", 1880), ("First Help", 1847), ("Last Help", 1881)):
-            add(PERFORMANCE, value, "REG_DWORD", data)
-        add(PERFORMANCE, "Object List", "REG_SZ", "1846")
-        text = self.find("names_differ", "wrong")["text"]
-        expect(text == 'the system\'s table calls title index 1846 "End Marker", which has to be '
-               '"Cluster Disk Resource Performance"', text)
-        self.cure("names_differ", "wrong")
-
-    def installation(self):
-        product = self.product
-        shutil.copy(FOREIGN, self.bin / "stranger.dll")
-        for name in ("bin/tnwmsg.dll", "bin/velcorfeed.exe", "driver/velcor.sys", "etc/tnwdiskperf.ini"):
-            (product.home / name).unlink()
-        shutil.copy(FOREIGN, self.bin / "tnwmsg.dll")
-        driver = product.prefix / "drive_c/windows/system32/drivers/velcor.sys"
-        driver.unlink()
-        shutil.copy(FOREIGN, driver)
-        self.delete(PERFORMANCE, "Object List")
-        text = product.ctl("doctor")[1]
-        for words in (r"binary_missing: driver\\velcor.sys is missing",
-                      r"version_differs: bin\\tnwmsg.dll has version \S+, dkpfctl has \S+",
-                      r"version_differs: C:\\windows\\system32\\drivers\\velcor.sys has version \S+, dkpfctl has \S+"):
-            expect(re.search(f"WRONG   {words}\n", text), f"{words}: {text}")
-        cure = self.find("object_list_missing", "warning")["cure"]
-        expect(cure.startswith(PACKAGE), f"set-up cannot run from here: {cure}")
-        self.cure_all(("foreign_binary", "warning"), ("binary_missing", "wrong"), ("version_differs", "wrong"),
-                      ("name_table_bad", "wrong"), ("object_list_missing", "warning"))
-        expect(driver.read_bytes() == (STAGE / "driver/velcor.sys").read_bytes(), "not our driver")
-
-        self.wine("net", "stop", "dkpfagent")
-        # Names of files may run out before the space does.
-        if product.mount(product.perf, "nr_inodes=2"):
-            (product.perf / "filler").touch()
-            self.cure("folder_not_writable", "wrong")
-            product.unmount()
-
-        aside = product.folder / "log"
-        product.log.rename(aside)
-        self.cure("folder_missing", "wrong")
-        shutil.rmtree(product.log)
-        aside.rename(product.log)
-        self.follow("net start dkpfagent")
-
-    PARTS = (services, device, agent, configuration, region, registration, installation)
+    PARTS = (services, device, agent, configuration, region)
 
 
-main(ProductCase.check)
+main(AgentCase.check)
