@@ -47,6 +47,24 @@ static void NotLookedAt(Findings* findings, const std::string& why)
     Say(findings, "not_looked_at", Level::Note, why, "");
 }
 
+/* Says that nothing in the region can be looked at; false where it can. */
+static bool RegionIsClosed(const DoctorFacts& facts, const char* subject, Findings* findings)
+{
+    if (facts.status.region == RegionStatus::Copied)
+        return false;
+    NotLookedAt(findings, fmt::format("{} not looked at: there is no copy of the shared region", subject));
+    return true;
+}
+
+/* Says that what a disk agent does cannot be looked at; false where one lives. */
+static bool AgentIsGone(const DoctorFacts& facts, const char* subject, Findings* findings)
+{
+    if (facts.status.agentAlive)
+        return false;
+    NotLookedAt(findings, fmt::format("{} not looked at: no disk agent runs", subject));
+    return true;
+}
+
 /* What dkpfctl status calls wrong is wrong here in the same words. */
 template <void (*about)(const StatusFacts&, Troubles*)> static Findings Lift(const DoctorFacts& facts)
 {
@@ -89,7 +107,9 @@ static Findings CheckDevice(const DoctorFacts& facts)
     const DeviceFact& device = facts.status.device;
     // A driver does not go while somebody holds its device, as the feeder does.
     const bool fed = facts.status.feeder.info.installed;
-    if (!DriverRuns(facts))
+    if (facts.status.driver.info.error != ERROR_SUCCESS)
+        NotLookedAt(&findings, "the driver's device was not looked at: the driver's service cannot be asked");
+    else if (!DriverRuns(facts))
         NotLookedAt(&findings, "the driver's device was not looked at: the driver does not run");
     else if (device.hangs)
         NotLookedAt(&findings, "the driver's device was not looked at: the driver does not answer");
@@ -109,16 +129,18 @@ static Findings CheckDevice(const DoctorFacts& facts)
  * the device every 5 s, and brings the library up anew when it opens: unless the configuration is refused. */
 static Findings CheckServiceOrder(const DoctorFacts& facts)
 {
-    Findings           findings;
-    const StatusFacts& status = facts.status;
-    const EventEntry*  stopped = nullptr;
-    const std::string  broughtUp = EventTimeOf(status.agent.state.broughtUp);
+    static constexpr char subject[] = "the order in which driver and disk agent were started was";
+    Findings              findings;
+    const StatusFacts&    status = facts.status;
+    const EventEntry*     stopped = nullptr;
+    const std::string     broughtUp = EventTimeOf(status.agent.state.broughtUp);
+    if (AgentIsGone(facts, subject, &findings) || RegionIsClosed(facts, subject, &findings))
+        return findings;
     for (const EventEntry& entry : status.events.entries) {
         if (entry.id == DKPF_EVENT_STOPPED && entry.time >= broughtUp)
             stopped = &entry;
     }
-    const bool noSample = status.region == RegionStatus::Copied && !status.view.hasSample;
-    if (stopped != nullptr && status.agentAlive && Collecting(status) && DriverRuns(facts) && noSample)
+    if (stopped != nullptr && Collecting(status) && DriverRuns(facts) && !status.view.hasSample)
         Say(&findings, "wrong_order", Level::Wrong,
             fmt::format("the disk agent was started before the driver: it collects nothing since {}", stopped->time),
             status.file.accepted
@@ -128,6 +150,14 @@ static Findings CheckServiceOrder(const DoctorFacts& facts)
 }
 
 /* ---- Configuration ---- */
+
+static Findings CheckConfiguration(const DoctorFacts& facts)
+{
+    Findings findings = Lift<AboutConfiguration>(facts);
+    if (findings.empty() && !facts.status.agentAlive)
+        Say(&findings, "configuration", Level::Ok, "the configuration is accepted; no disk agent runs that has it", "");
+    return findings;
+}
 
 static Findings CheckUnknownKeys(const DoctorFacts& facts)
 {
@@ -150,12 +180,22 @@ static Findings CheckOldSettings(const DoctorFacts& facts)
 
 /* ---- Region ---- */
 
+static Findings CheckRegion(const DoctorFacts& facts)
+{
+    Findings findings = Lift<AboutRegion>(facts);
+    if (findings.empty())
+        RegionIsClosed(facts, "damage of the shared region was", &findings);
+    return findings;
+}
+
 static Findings CheckRegionSize(const DoctorFacts& facts)
 {
     static constexpr ULONGLONG page = 4096;
     static constexpr ULONGLONG expected = (DKPF_SHM_SIZE + page - 1) / page * page;
     Findings                   findings;
-    if (facts.regionBytes != 0 && facts.regionBytes != expected)
+    if (facts.regionBytes == 0)
+        NotLookedAt(&findings, "the size of the shared region was not looked at: there is none that can be mapped");
+    else if (facts.regionBytes != expected)
         Say(&findings, "region_size", Level::Wrong,
             fmt::format("the shared region has {} bytes in whole pages, {} are expected: another version made it",
                         facts.regionBytes, expected),
@@ -176,27 +216,56 @@ static Findings CheckLock(const DoctorFacts& facts)
         if (!holders.empty())
             finding.text += "; held by one of: " + NamesOf(facts, holders);
     }
+    if (findings.empty())
+        RegionIsClosed(facts, "the region's lock was", &findings);
+    return findings;
+}
+
+static Findings CheckSample(const DoctorFacts& facts)
+{
+    static constexpr char subject[] = "the last sample was";
+    Findings              findings;
+    if (AgentIsGone(facts, subject, &findings) || RegionIsClosed(facts, subject, &findings))
+        return findings;
+    return Lift<AboutSamples>(facts);
+}
+
+static Findings CheckEvents(const DoctorFacts& facts)
+{
+    Findings findings = Lift<AboutEvents>(facts);
+    if (findings.empty())
+        AgentIsGone(facts, "the event entries were", &findings);
     return findings;
 }
 
 /* ---- Readers ---- */
 
+static constexpr char ROWS[] = "the consumer rows were";
+
 static constexpr size_t ROW_NUM = DKPF_PROC_MAX - 1;  // row 0 is the producer's
+
+/* The next open frees the rows of processes that are gone: they count as free. */
+static size_t FreeRows(const std::vector<ConsumerFact>& consumers)
+{
+    const auto taken = std::count_if(consumers.begin(), consumers.end(),
+                                     [](const ConsumerFact& one) { return one.life == ProcessLife::Alive; });
+    return ROW_NUM - std::min(ROW_NUM, static_cast<size_t>(taken));
+}
 
 static Findings CheckFreeRows(const DoctorFacts& facts)
 {
     static constexpr size_t few = 4;
     Findings                findings;
-    const auto&             consumers = facts.status.consumers;
-    if (facts.status.region != RegionStatus::Copied)
+    if (RegionIsClosed(facts, ROWS, &findings))
         return findings;
     std::set<DWORD> owners;
-    for (const ConsumerFact& consumer : consumers)
-        owners.insert(consumer.pid);
+    for (const ConsumerFact& consumer : facts.status.consumers) {
+        if (consumer.life == ProcessLife::Alive)
+            owners.insert(consumer.pid);
+    }
     const std::string     list = NamesOf(facts, owners);
-    const size_t          free = ROW_NUM - std::min(ROW_NUM, consumers.size());
-    static constexpr char cure[] = "end readers that nobody needs; rows of processes that are gone are freed by the "
-                                   "next reader that starts";
+    const size_t          free = FreeRows(facts.status.consumers);
+    static constexpr char cure[] = "end readers that nobody needs";
     if (free == 0)
         Say(&findings, "rows_full", Level::Wrong,
             fmt::format("all {} consumer rows are taken, no further reader can attach: {}", ROW_NUM, list), cure);
@@ -213,6 +282,8 @@ static Findings CheckFreeRows(const DoctorFacts& facts)
 static Findings CheckDeadRows(const DoctorFacts& facts)
 {
     Findings findings;
+    if (RegionIsClosed(facts, ROWS, &findings))
+        return findings;
     for (const ConsumerFact& consumer : facts.status.consumers) {
         if (consumer.life == ProcessLife::Gone)
             Say(&findings, "dead_row", Level::Note,
@@ -224,10 +295,14 @@ static Findings CheckDeadRows(const DoctorFacts& facts)
 
 static Findings CheckRepeatedRows(const DoctorFacts& facts)
 {
-    std::map<DWORD, std::vector<int>> rowsOf;
-    for (const ConsumerFact& consumer : facts.status.consumers)
-        rowsOf[consumer.pid].push_back(consumer.row);
     Findings findings;
+    if (RegionIsClosed(facts, ROWS, &findings))
+        return findings;
+    std::map<DWORD, std::vector<int>> rowsOf;  // of the living: the rows of the others are no program's any more
+    for (const ConsumerFact& consumer : facts.status.consumers) {
+        if (consumer.life == ProcessLife::Alive)
+            rowsOf[consumer.pid].push_back(consumer.row);
+    }
     for (const auto& [pid, rows] : rowsOf) {
         if (rows.size() < 2)
             continue;
@@ -265,9 +340,10 @@ static ULONGLONG UnitsOfIso(const std::string& text)
  * was attached before writes no row, and its peaks stay 0. */
 static Findings CheckOldReaders(const DoctorFacts& facts)
 {
-    Findings           findings;
-    const StatusFacts& status = facts.status;
-    if (!status.agentAlive || status.region != RegionStatus::Copied)
+    Findings              findings;
+    static constexpr char subject[] = "readers from before the disk agent's start were";
+    const StatusFacts&    status = facts.status;
+    if (AgentIsGone(facts, subject, &findings) || RegionIsClosed(facts, subject, &findings))
         return findings;
     const AgentState& agent = status.agent.state;
     const ULONGLONG   since = std::max(agent.processStarted, UnitsOfIso(agent.broughtUp));
@@ -297,10 +373,14 @@ static Findings CheckOldLibraries(const DoctorFacts& facts)
         }
     }
     for (const AsideFact& aside : facts.aside) {
-        if (aside.held)
+        if (aside.state == AsideState::Held)
             Say(&findings, "old_library_held", Level::Note,
                 aside.path + " was replaced, but a program that started before still holds it",
                 "nothing: the next dkpfctl install after that program's end deletes it");
+        else if (aside.state == AsideState::NotAsked)
+            Say(&findings, "old_library_not_asked", Level::Note,
+                aside.path + " was replaced; whether a program still holds it could not be asked",
+                facts.administrator ? "" : "run this as an administrator");
         else
             Say(&findings, "old_library_left", Level::Note, aside.path + " was replaced and nobody holds it any more",
                 "del \"" + aside.path + "\"");
@@ -420,6 +500,11 @@ static Findings CheckExportNames(const DoctorFacts& facts)
     return findings;
 }
 
+static bool HasExport(const RegistrationFacts& registration, const std::string& name)
+{
+    return std::find(registration.exports.begin(), registration.exports.end(), name) != registration.exports.end();
+}
+
 static Findings CheckExports(const DoctorFacts& facts)
 {
     Findings                 findings;
@@ -436,7 +521,7 @@ static Findings CheckExports(const DoctorFacts& facts)
     }
     for (const ExportName& one : EXPORT_NAMES) {
         const std::string name = Narrow(one.name);
-        if (std::find(registration.exports.begin(), registration.exports.end(), name) == registration.exports.end())
+        if (!HasExport(registration, name))
             Say(&findings, "export_missing", Level::Wrong,
                 fmt::format("the registered library does not export {}", name), cure);
     }
@@ -455,10 +540,11 @@ static Findings CheckIndexRange(const DoctorFacts& facts)
         const char*                 last;
         const std::optional<DWORD>& firstValue;
         const std::optional<DWORD>& lastValue;
+        DWORD                       step;  // the first number is a multiple of it
     };
     const RegistrationFacts& r = facts.registration;
-    for (const Range& range : { Range{ "First Counter", "Last Counter", r.firstCounter, r.lastCounter },
-                                Range{ "First Help", "Last Help", r.firstHelp, r.lastHelp } }) {
+    for (const Range& range : { Range{ "First Counter", "Last Counter", r.firstCounter, r.lastCounter, 2 },
+                                Range{ "First Help", "Last Help", r.firstHelp, r.lastHelp, 1 } }) {
         if (!range.firstValue || !range.lastValue)
             Say(&findings, "index_missing", Level::Wrong,
                 fmt::format("the value {} of the provider is missing", range.firstValue ? range.last : range.first),
@@ -467,6 +553,11 @@ static Findings CheckIndexRange(const DoctorFacts& facts)
             Say(&findings, "index_range", Level::Wrong,
                 fmt::format("{} is {} and {} is {}: {} titles need a difference of {}", range.first, *range.firstValue,
                             range.last, *range.lastValue, TITLE_NUM, TITLE_SPAN),
+                Install(facts));
+        else if (*range.firstValue == 0 || *range.firstValue % range.step != 0)
+            Say(&findings, "index_range", Level::Wrong,
+                fmt::format("{} is {}, which is no {}title index", range.first, *range.firstValue,
+                            range.step == 2 ? "even " : ""),
                 Install(facts));
     }
     return findings;
@@ -661,8 +752,8 @@ static Findings CheckSpace(const DoctorFacts& facts)
 {
     static constexpr ULONGLONG mib = 1024 * 1024;
     Findings                   findings;
-    const SettingValues*       settings = SettingsOnDisk(facts.status);
-    if (settings == nullptr) {
+    const ULONGLONG            bound = SpaceBoundOf(facts.status);
+    if (bound == 0) {
         NotLookedAt(&findings, "the free space was not looked at: no settings are known");
         return findings;
     }
@@ -670,7 +761,6 @@ static Findings CheckSpace(const DoctorFacts& facts)
         NotLookedAt(&findings, "the free space was not looked at: " + SystemErrorText(facts.spaceError));
         return findings;
     }
-    const ULONGLONG bound = SpaceBound(*settings);
     if (bound > facts.usedBytes && bound - facts.usedBytes > facts.freeBytes)
         Say(&findings, "space_short", Level::Warning,
             fmt::format("CSV files and logs may grow to {} MiB and have {} MiB; the volume has {} MiB left",
@@ -685,16 +775,22 @@ static bool IsOurs(const std::string& file)
                        [&](const ProductFile& ours) { return _stricmp(Narrow(ours.path).c_str(), file.c_str()) == 0; });
 }
 
+/* The operator put the one in bin that belongs to the real driver. */
+static bool IsRealFilter(const DoctorFacts& facts, const BinaryFact& binary)
+{
+    return HasRealDriver(facts.status) && _stricmp(binary.file.c_str(), Narrow(FILTER_DLL).c_str()) == 0;
+}
+
 static Findings CheckVersions(const DoctorFacts& facts)
 {
     Findings findings;
     for (const BinaryFact& binary : facts.binaries) {
         if (!binary.there)
             Say(&findings, "binary_missing", Level::Wrong, binary.file + " is missing", InstallPackage(facts));
-        else if (!IsOurs(binary.file))
+        else if (!binary.inSystem && !IsOurs(binary.file))
             Say(&findings, "foreign_binary", Level::Warning, fmt::format("{} is no part of the product", binary.file),
                 fmt::format("del \"{}\\{}\"", facts.status.home, binary.file));
-        else if (binary.version != facts.version)
+        else if (binary.version != facts.version && !IsRealFilter(facts, binary))
             Say(&findings, "version_differs", Level::Wrong,
                 fmt::format("{} has {}, dkpfctl has {}", binary.file,
                             binary.version.empty() ? "no version" : "version " + binary.version, facts.version),
@@ -716,16 +812,16 @@ static constexpr Check CHECKS[] = {
     { "device", "the driver's device can be opened", CheckDevice },
     { "feeder", "the feeder runs, or is not needed", Lift<AboutFeeder> },
     { "service_processes", "services that run have their processes", Lift<AboutServiceProcesses> },
-    { "configuration", "the configuration is accepted and in force", Lift<AboutConfiguration> },
+    { "configuration", "the configuration is accepted and in force", CheckConfiguration },
     { "unknown_keys", "the configuration has no unknown keys", CheckUnknownKeys },
     { "old_settings", "no reader fails on the configuration", CheckOldSettings },
     { "agent", "the disk agent is alive", Lift<AboutAgent> },
     { "service_order", "the driver was there when the disk agent started", CheckServiceOrder },
-    { "region", "the shared region can be read and is undamaged", Lift<AboutRegion> },
+    { "region", "the shared region can be read and is undamaged", CheckRegion },
     { "region_size", "the shared region has the right size", CheckRegionSize },
     { "lock", "the region's lock was free within 2 s", CheckLock },
-    { "sample", "the last sample is not too old", Lift<AboutSamples> },
-    { "events", "no warning is open", Lift<AboutEvents> },
+    { "sample", "the last sample is not too old", CheckSample },
+    { "events", "no warning is open", CheckEvents },
     { "free_rows", "there are free consumer rows", CheckFreeRows },
     { "dead_rows", "no consumer row belongs to a process that is gone", CheckDeadRows },
     { "repeated_rows", "no process has several consumer rows", CheckRepeatedRows },
@@ -796,17 +892,22 @@ DoctorSummary Summarize(const Findings& findings)
     return { CheckCount(), CountOf(findings, Level::Warning) + CountOf(findings, Level::Wrong) };
 }
 
-/* The next open frees the rows of processes that are gone. */
-static bool NoRowIsLeft(const std::vector<ConsumerFact>& consumers)
+static bool ExportNamesAreRight(const RegistrationFacts& registration)
 {
-    return consumers.size() >= ROW_NUM && std::all_of(consumers.begin(), consumers.end(), [](const ConsumerFact& one) {
-               return one.life == ProcessLife::Alive;
-           });
+    return std::all_of(std::begin(EXPORT_NAMES), std::end(EXPORT_NAMES),
+                       [&](const ExportName& one) { return registration.*one.registered == Narrow(one.name); });
+}
+
+static bool ExportsAreThere(const RegistrationFacts& registration)
+{
+    return std::all_of(std::begin(EXPORT_NAMES), std::end(EXPORT_NAMES),
+                       [&](const ExportName& one) { return HasExport(registration, Narrow(one.name)); });
 }
 
 bool ProviderCanOpen(const DoctorFacts& facts, std::string* why)
 {
-    const StatusFacts& status = facts.status;
+    const StatusFacts&       status = facts.status;
+    const RegistrationFacts& registration = facts.registration;
     if (status.region != RegionStatus::Copied)
         *why = status.regionWords;
     else if (!status.view.damage.empty())
@@ -817,9 +918,17 @@ bool ProviderCanOpen(const DoctorFacts& facts, std::string* why)
         *why = "there is no sample yet";
     else if (!status.file.accepted)
         *why = "the configuration file is refused";
-    else if (!facts.registration.firstCounter || !facts.registration.firstHelp)
+    else if (!registration.firstCounter || !registration.firstHelp)
         *why = "First Counter or First Help is not registered";
-    else if (NoRowIsLeft(status.consumers))
+    else if (!registration.library || registration.libraryError != ERROR_SUCCESS)
+        *why = "the registered library cannot be read";
+    else if (!registration.libraryReadable)
+        *why = "the registered library is damaged";
+    else if (!ExportNamesAreRight(registration))
+        *why = "Open, Collect or Close is not registered as it has to be";
+    else if (!ExportsAreThere(registration))
+        *why = "the registered library lacks an export";
+    else if (FreeRows(status.consumers) == 0)
         *why = "all consumer rows are taken";
     else
         return true;

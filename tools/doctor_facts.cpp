@@ -1,5 +1,7 @@
 #include "doctor_facts.h"
 
+#include <algorithm>
+
 namespace dkpf {
 
 static bool BeginsAndEnds(const std::wstring& name, const std::wstring& head, const std::wstring& tail)
@@ -28,9 +30,11 @@ ULONGLONG SpaceBound(const SettingValues& settings)
            traceLogs * traceGenerations * settings[LOG_SIZE] * kib;
 }
 
-const SettingValues* SettingsOnDisk(const StatusFacts& facts)
+ULONGLONG SpaceBoundOf(const StatusFacts& facts)
 {
-    return facts.file.accepted ? &facts.file.values : InForce(facts);
+    const SettingValues* inForce = InForce(facts);
+    return std::max(facts.file.accepted ? SpaceBound(facts.file.values) : 0,
+                    inForce != nullptr ? SpaceBound(*inForce) : 0);
 }
 
 }  // namespace dkpf

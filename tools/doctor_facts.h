@@ -75,10 +75,16 @@ struct ProcessFact {
     std::vector<LoadedLibrary> libraries;
 };
 
+enum class AsideState {
+    Left,      // nobody holds it
+    Held,      // by a program that started before
+    NotAsked,  // this account may not open it
+};
+
 /* A library that was put aside for a new one. */
 struct AsideFact {
     std::string path;
-    bool        held = false;
+    AsideState  state = AsideState::Left;
 };
 
 struct FolderFact {
@@ -87,9 +93,10 @@ struct FolderFact {
 };
 
 struct BinaryFact {
-    std::string file;  // below the home
+    std::string file;  // below the home; the whole path where inSystem
     bool        there = true;
-    std::string version;  // "0.3.0.0"; empty: it has none
+    std::string version;           // "0.3.0.0"; empty: it has none
+    bool        inSystem = false;  // in the system's driver folder
 };
 
 struct DoctorFacts {
@@ -133,8 +140,9 @@ bool IsTraceLog(const std::wstring& name);
 /* Bytes that CSV files and trace logs may come to with these settings. */
 ULONGLONG SpaceBound(const SettingValues& settings);
 
-/* The settings that count on disk: those of the file, or where it is refused those in force; nullptr: neither. */
-const SettingValues* SettingsOnDisk(const StatusFacts& facts);
+/* The same with the settings of the file and with those in force, which an agent has until its restart: the larger of
+ * both. 0: neither is known. */
+ULONGLONG SpaceBoundOf(const StatusFacts& facts);
 
 }  // namespace dkpf
 

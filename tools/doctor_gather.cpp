@@ -273,15 +273,15 @@ static std::vector<FileEntry> FilesIn(const std::wstring& folder, const wchar_t*
     return files;
 }
 
-/* A loaded image cannot be opened for writing. */
-static bool IsHeld(const std::wstring& path)
+/* A loaded image cannot be opened for writing; nor can any file without rights, which says nothing about holders. */
+static AsideState WhoHolds(const std::wstring& path)
 {
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                     nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
-        return GetLastError() == ERROR_SHARING_VIOLATION;
+        return GetLastError() == ERROR_SHARING_VIOLATION ? AsideState::Held : AsideState::NotAsked;
     CloseHandle(file);
-    return false;
+    return AsideState::Left;
 }
 
 static std::vector<AsideFact> LookAtAside(const Home& home)
@@ -289,7 +289,7 @@ static std::vector<AsideFact> LookAtAside(const Home& home)
     std::vector<AsideFact> facts;
     for (const FileEntry& file : FilesIn(home.Bin(), (L"*" + std::wstring(HELD_SUFFIX) + L"*").c_str())) {
         const std::wstring path = home.Bin() + L"\\" + file.name;
-        facts.push_back({ Narrow(path), IsHeld(path) });
+        facts.push_back({ Narrow(path), WhoHolds(path) });
     }
     return facts;
 }
@@ -335,9 +335,14 @@ static std::string VersionOf(const std::wstring& path)
                        HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
 }
 
+static bool IsFile(const std::wstring& path)
+{
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 static bool IsThere(const Home& home, const ProductFile& file)
 {
-    return GetFileAttributesW((home.root + L"\\" + file.path).c_str()) != INVALID_FILE_ATTRIBUTES;
+    return IsFile(home.root + L"\\" + file.path);
 }
 
 /* Whether set-up can run from here. Where it left a real driver alone there is no file of the simulated one. */
@@ -364,6 +369,10 @@ static std::vector<BinaryFact> LookAtBinaries(const Home& home, const StatusFact
             facts.push_back({ Narrow(path), false, "" });
         else if (file.rule == FileRule::Driver && status.feeder.info.installed)
             facts.push_back({ Narrow(path), there, VersionOf(home.root + L"\\" + path) });
+    }
+    if (status.feeder.info.installed) {
+        const std::wstring path = DriverFolderOfSystem() + L"\\" + DRIVER_NAME;  // the copy that runs
+        facts.push_back({ Narrow(path), IsFile(path), VersionOf(path), true });
     }
     std::sort(facts.begin(), facts.end(), [](const BinaryFact& a, const BinaryFact& b) { return a.file < b.file; });
     return facts;

@@ -6,10 +6,17 @@
 
 namespace dkpf {
 
+bool HasRealDriver(const StatusFacts& facts)
+{
+    return facts.driver.info.installed && !facts.feeder.info.installed && facts.feeder.info.error == ERROR_SUCCESS;
+}
+
 std::string InstallCommand(const StatusFacts& facts)
 {
-    const bool realDriver = facts.driver.info.installed && !facts.feeder.info.installed;
-    return fmt::format("dkpfctl install --home \"{}\"{}", facts.home, realDriver ? " --no-driver" : "");
+    const std::string command = fmt::format("dkpfctl install --home \"{}\"", facts.home);
+    return HasRealDriver(facts)
+               ? command + fmt::format(" --no-driver, put the real tnwdiskfltr.dll back into \"{}\\bin\"", facts.home)
+               : command;
 }
 
 void AboutDriver(const StatusFacts& facts, Troubles* troubles)
@@ -32,7 +39,11 @@ void AboutDriver(const StatusFacts& facts, Troubles* troubles)
 void AboutFeeder(const StatusFacts& facts, Troubles* troubles)
 {
     const ServiceInfo& feeder = facts.feeder.info;
-    if (feeder.installed && feeder.error == ERROR_SUCCESS && feeder.state != SERVICE_RUNNING)
+    if (feeder.error != ERROR_SUCCESS)
+        troubles->push_back({ "feeder_unknown",
+                              "the feeder's service velcorfeed cannot be asked: " + SystemErrorText(feeder.error),
+                              "run this as an administrator" });
+    else if (feeder.installed && feeder.state != SERVICE_RUNNING)
         troubles->push_back(
             { "feeder_not_running",
               "the feeder velcorfeed is " + ServiceStateText(feeder.state) + ": the driver's values stand still",

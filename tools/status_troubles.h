@@ -19,8 +19,11 @@ struct Trouble {
 
 using Troubles = std::vector<Trouble>;
 
+/* Whether the driver is a real one: set-up left it alone, as it was told, and installed no feeder. */
+bool HasRealDriver(const StatusFacts& facts);
+
 /* The command that mends this installation, wherever it lies: set-up without --home takes its default folder. It leaves
- * a driver alone that has no feeder, as set-up was told when it found a real one. */
+ * a real driver alone, and says what has to be put back then. */
 std::string InstallCommand(const StatusFacts& facts);
 
 /* One area each; the doctor's checks are made of the same. They append what they find. */

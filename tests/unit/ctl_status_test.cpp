@@ -131,6 +131,8 @@ TEST_F(StatusTest, AFeederThatDoesNotRunButNotOneThatIsNotInstalled)
     EXPECT_THAT(Codes(), ElementsAre("feeder_not_running"));
     facts.feeder.info = ServiceInfo{};
     EXPECT_THAT(Codes(), IsEmpty());
+    facts.feeder.info.error = ERROR_ACCESS_DENIED;
+    EXPECT_THAT(Codes(), ElementsAre("feeder_unknown"));
 }
 
 TEST_F(StatusTest, AServiceWhoseProcessIsGone)

@@ -2,6 +2,7 @@
  * What dkpfctl doctor finds, how it prints it, what it mends. Each finding is a healthy machine with one thing changed.
  */
 #include <gmock/gmock.h>
+#include <set>
 
 #include "doctor_text.h"
 #include "names.h"
@@ -124,6 +125,31 @@ protected:
         return codes;
     }
 
+    /* The same of one check, well or not. */
+    std::vector<std::string> Said(const std::string& check) const
+    {
+        std::vector<std::string> codes;
+        for (const Finding& finding : RunChecks(facts)) {
+            if (finding.check == check)
+                codes.push_back(finding.code + " " + LevelText(finding.level));
+        }
+        return codes;
+    }
+
+    /* That these say that their subject is missing, and no other check does. */
+    void ExpectNotLookedAt(const std::set<std::string>& checks) const
+    {
+        std::set<std::string> silent;
+        for (const Finding& finding : RunChecks(facts)) {
+            if (finding.code == "not_looked_at") {
+                EXPECT_EQ(finding.level, Level::Note) << finding.check;
+                EXPECT_THAT(Said(finding.check), ElementsAre("not_looked_at note"));
+                silent.insert(finding.check);
+            }
+        }
+        EXPECT_EQ(silent, checks);
+    }
+
     /* The finding with this code; an empty one where there is none. */
     Finding Of(const std::string& code) const
     {
@@ -180,11 +206,37 @@ TEST_F(DoctorTest, WhatStatusCallsWrongIsFoundInItsWords)
     }
 }
 
+// As where nothing was ever installed.
+TEST_F(DoctorTest, ChecksWhoseSubjectIsMissingAreNotWell)
+{
+    facts.status.agentAlive = false;
+    facts.status.agent = StateFileContent{};
+    facts.status.region = RegionStatus::Absent;
+    facts.status.consumers.clear();
+    facts.regionBytes = 0;
+    EXPECT_THAT(Said("region"), ElementsAre("no_region wrong"));
+    ExpectNotLookedAt({ "service_order", "region_size", "lock", "sample", "events", "free_rows", "dead_rows",
+                        "repeated_rows", "old_readers" });
+}
+
+TEST_F(DoctorTest, ServicesThatCannotBeAsked)
+{
+    facts.status.driver.info = { false, 0, 0, ERROR_ACCESS_DENIED };
+    EXPECT_THAT(Codes(), ElementsAre("driver_unknown wrong", "not_looked_at note"));
+    EXPECT_EQ(Of("not_looked_at").text, "the driver's device was not looked at: the driver's service cannot be asked");
+    facts.status.driver.info = { true, SERVICE_RUNNING, 0, 0 };
+    facts.status.feeder.info = { false, 0, 0, ERROR_ACCESS_DENIED };
+    EXPECT_THAT(Codes(), ElementsAre("feeder_unknown wrong"));
+    EXPECT_THAT(Of("feeder_unknown").text, StartsWith("the feeder's service velcorfeed cannot be asked: error 5"));
+    EXPECT_EQ(Of("feeder_unknown").cure, "run this as an administrator");
+}
+
 TEST_F(DoctorTest, AStoppedDriverHidesItsDevice)
 {
     facts.status.driver.info.state = SERVICE_STOPPED;
     facts.status.device.error = ERROR_FILE_NOT_FOUND;
     EXPECT_THAT(Codes(), ElementsAre("driver_not_running wrong", "not_looked_at note"));
+    EXPECT_EQ(Of("not_looked_at").text, "the driver's device was not looked at: the driver does not run");
 }
 
 TEST_F(DoctorTest, ADriverWhoseDeviceCannotBeOpened)
@@ -209,7 +261,11 @@ TEST_F(DoctorTest, ADriverThatHangsHidesItsDevice)
 TEST_F(DoctorTest, ADeadAgentAndOneThatIsNotInstalled)
 {
     facts.status.agentAlive = false;
-    EXPECT_THAT(Codes(), ElementsAre("agent_died wrong"));
+    facts.status.view.ageMs = 3600000;  // which says nothing new
+    EXPECT_THAT(Said("agent"), ElementsAre("agent_died wrong"));
+    ExpectNotLookedAt({ "service_order", "sample", "events", "old_readers" });
+    EXPECT_THAT(Said("configuration"), ElementsAre("configuration ok"));
+    EXPECT_EQ(Of("configuration").text, "the configuration is accepted; no disk agent runs that has it");
     EXPECT_EQ(Of("agent_died").cure, "net start dkpfagent");
     facts.status.agentService.info = ServiceInfo{};
     EXPECT_EQ(Of("agent_died").cure, INSTALL);
@@ -261,7 +317,9 @@ TEST_F(DoctorTest, ARefusedFileUnderALivingAgentHitsReadersOnly)
     EXPECT_THAT(Codes(), ElementsAre("config_refused wrong", "readers_fail_on_file wrong"));
     facts.status.agentAlive = false;
     facts.status.agent.state.phase = AgentPhase::Stopped;
-    EXPECT_THAT(Codes(), ElementsAre("config_refused wrong", "agent_not_running wrong", "not_looked_at note"));
+    EXPECT_THAT(Said("configuration"), ElementsAre("config_refused wrong"));
+    EXPECT_THAT(Said("agent"), ElementsAre("agent_not_running wrong"));
+    ExpectNotLookedAt({ "service_order", "sample", "events", "old_readers", "space" });
 }
 
 TEST_F(DoctorTest, EachUnknownKeyIsNamedWithItsPlace)
@@ -278,7 +336,10 @@ TEST_F(DoctorTest, ALockThatIsNotFree)
 {
     facts.status.region = RegionStatus::Busy;
     facts.status.regionWords = "held";
-    EXPECT_THAT(Codes(), ElementsAre("region_busy wrong"));
+    EXPECT_THAT(Said("lock"), ElementsAre("region_busy wrong"));
+    EXPECT_THAT(Said("region_size"), ElementsAre("region_size ok"));  // a mapping needs no lock
+    ExpectNotLookedAt(
+        { "service_order", "region", "sample", "free_rows", "dead_rows", "repeated_rows", "old_readers" });
     EXPECT_EQ(Of("region_busy").text, "held; held by one of: process 40 (dkpfagent.exe), process 500 (reader.exe)");
     facts.processes.clear();
     EXPECT_EQ(Of("region_busy").text, "held");
@@ -288,7 +349,8 @@ TEST_F(DoctorTest, ARegionThatIsRefused)
 {
     facts.status.region = RegionStatus::Refused;
     facts.status.regionWords = "refused";
-    EXPECT_THAT(Codes(), ElementsAre("region_refused wrong"));
+    EXPECT_THAT(Said("region"), ElementsAre("region_refused wrong"));
+    ExpectNotLookedAt({ "service_order", "lock", "sample", "free_rows", "dead_rows", "repeated_rows", "old_readers" });
     EXPECT_EQ(Of("region_refused").cure, "run this as an administrator");
     facts.status.regionOpened = true;  // it has another size
     EXPECT_EQ(Of("region_refused").cure, "stop the disk agent and every reader, net start dkpfagent");
@@ -301,7 +363,7 @@ TEST_F(DoctorTest, ARegionOfAnotherSize)
     EXPECT_EQ(Of("region_size").cure,
               std::string("stop the disk agent and every reader, ") + INSTALL + ", net start dkpfagent");
     facts.regionBytes = 0;  // there is none, which the region's own check says
-    EXPECT_THAT(Codes(), IsEmpty());
+    ExpectNotLookedAt({ "region_size" });
 }
 
 /* ---- Readers ---- */
@@ -332,6 +394,24 @@ TEST_F(DoctorTest, FewFreeRowsAndNone)
     EXPECT_THAT(Of("rows_full").text, HasSubstr(", process 531"));
 }
 
+// The next open frees them.
+TEST_F(DoctorTest, RowsOfProcessesThatAreGoneCountAsFree)
+{
+    facts.status.consumers.clear();
+    for (DWORD i = 1; i <= 32; i++)
+        facts.status.consumers.push_back({ static_cast<int>(i), 499 + i, ProcessLife::Alive });
+    for (size_t i = 0; i < 3; i++)
+        facts.status.consumers[i].life = ProcessLife::Gone;
+    EXPECT_THAT(Said("free_rows"), ElementsAre("rows_scarce warning"));
+    EXPECT_THAT(Of("rows_scarce").text,
+                StartsWith("only 3 of 32 consumer rows are free, taken by process 503, process 504, "));
+    for (ConsumerFact& consumer : facts.status.consumers)
+        consumer.life = ProcessLife::Gone;
+    EXPECT_THAT(Said("free_rows"), ElementsAre("free_rows ok"));
+    EXPECT_EQ(Of("free_rows").text, "32 of 32 consumer rows are free");
+    EXPECT_EQ(Said("dead_rows"), std::vector<std::string>(32, "dead_row note"));
+}
+
 TEST_F(DoctorTest, EachRowOfADeadProcessIsNamed)
 {
     facts.status.consumers.push_back({ 4, 501, ProcessLife::Gone });
@@ -348,6 +428,13 @@ TEST_F(DoctorTest, SeveralRowsOfOneProcess)
               "process 500 (reader.exe) has 2 consumer rows (1, 4): each open that failed in it left one");
 }
 
+// Nobody can end it any more.
+TEST_F(DoctorTest, SeveralRowsOfAProcessThatIsGone)
+{
+    facts.status.consumers = { { 1, 500, ProcessLife::Gone }, { 4, 500, ProcessLife::Gone } };
+    EXPECT_THAT(Codes(), ElementsAre("dead_row note", "dead_row note"));
+}
+
 TEST_F(DoctorTest, AReaderFromBeforeTheAgentsStartIsDeadUnlessItAttachedAgain)
 {
     facts.processes[1].started = 999;
@@ -362,7 +449,7 @@ TEST_F(DoctorTest, AReaderFromBeforeTheAgentsStartIsDeadUnlessItAttachedAgain)
     EXPECT_THAT(Codes(), IsEmpty());
     facts.processes[1].started = 999;
     facts.status.agentAlive = false;
-    EXPECT_THAT(Codes(), ElementsAre("agent_died wrong"));
+    EXPECT_THAT(Said("old_readers"), ElementsAre("not_looked_at note"));
 }
 
 // 2026-03-07 06:05:09.042 UTC: 155,293 days and 21,909.042 s since 1601.
@@ -389,14 +476,23 @@ TEST_F(DoctorTest, AReaderIsDeadTooWhereTheLibraryWasBroughtUpAnewUnderALivingAg
 TEST_F(DoctorTest, AHostThatHoldsAnotherLibrary)
 {
     facts.processes[1].libraries = { { "C:\\home\\bin\\tnwdiskperf.dll.old-1", false } };
-    facts.aside = { { "C:\\home\\bin\\tnwdiskperf.dll.old-1", true } };
+    facts.aside = { { "C:\\home\\bin\\tnwdiskperf.dll.old-1", AsideState::Held } };
     EXPECT_THAT(Codes(), ElementsAre("old_library warning", "old_library_held note"));
     EXPECT_EQ(Of("old_library").text, "process 500 (reader.exe) holds another library than the one installed here: "
                                       "C:\\home\\bin\\tnwdiskperf.dll.old-1");
     facts.processes[1].libraries.clear();
-    facts.aside[0].held = false;
+    facts.aside[0].state = AsideState::Left;
     EXPECT_THAT(Codes(), ElementsAre("old_library_left note"));
     EXPECT_EQ(Of("old_library_left").cure, "del \"C:\\home\\bin\\tnwdiskperf.dll.old-1\"");
+    // Without rights nobody knows whether it is held, and nobody is told to delete it.
+    facts.aside[0].state = AsideState::NotAsked;
+    facts.administrator = false;
+    EXPECT_THAT(Codes(), ElementsAre("old_library_not_asked note"));
+    EXPECT_EQ(Of("old_library_not_asked").text, "C:\\home\\bin\\tnwdiskperf.dll.old-1 was replaced; whether a program "
+                                                "still holds it could not be asked");
+    EXPECT_EQ(Of("old_library_not_asked").cure, "run this as an administrator");
+    facts.administrator = true;
+    EXPECT_EQ(Of("old_library_not_asked").cure, "");
 }
 
 TEST_F(DoctorTest, A32BitReaderButNoOther32BitProgram)
@@ -501,6 +597,28 @@ TEST_F(DoctorTest, TheTitleIndexRange)
     EXPECT_EQ(Of("index_missing").text, "the value Last Help of the provider is missing");
     facts.registration.firstCounter.reset();
     EXPECT_EQ(Of("index_missing").text, "the value First Counter of the provider is missing");
+}
+
+// What set-up takes for no range, and replaces.
+TEST_F(DoctorTest, ATitleIndexRangeBeginsWithAnEvenNumberAndHelpWithOne)
+{
+    facts.registration.firstCounter = 0;
+    facts.registration.lastCounter = 34;
+    EXPECT_THAT(Said("index_range"), ElementsAre("index_range wrong"));
+    EXPECT_EQ(Of("index_range").text, "First Counter is 0, which is no even title index");
+    facts.registration.firstCounter = 2001;
+    facts.registration.lastCounter = 2035;
+    EXPECT_THAT(Said("index_range"), ElementsAre("index_range wrong"));
+    EXPECT_EQ(Of("index_range").text, "First Counter is 2001, which is no even title index");
+    facts.registration.firstCounter = 2000;
+    facts.registration.lastCounter = 2034;
+    facts.registration.firstHelp = 0;
+    facts.registration.lastHelp = 34;
+    EXPECT_THAT(Said("index_range"), ElementsAre("index_range wrong"));
+    EXPECT_EQ(Of("index_range").text, "First Help is 0, which is no title index");
+    facts.registration.firstHelp = 2036;
+    facts.registration.lastHelp = 2070;
+    EXPECT_THAT(Said("index_range"), ElementsAre("index_range ok"));
 }
 
 TEST_F(DoctorTest, TheObjectList)
@@ -676,6 +794,26 @@ TEST_F(DoctorTest, TooLittleSpaceForWhatMayStillCome)
     EXPECT_THAT(Codes(), ElementsAre("not_looked_at note"));
 }
 
+// A running agent has its sizes until it is started again; the file's come after that.
+TEST_F(DoctorTest, TheLargerOfTheSizesInForceAndInTheFileCount)
+{
+    SettingValues small = facts.status.file.values;
+    SettingValues large = small;
+    large[PERF_LOG_SIZE] = 2048;  // 1040 MiB instead of 520
+    facts.freeBytes = 1168 * MIB - 1;
+    facts.status.agent.state.inForce = large;
+    EXPECT_THAT(Codes(), ElementsAre("space_short warning"));
+    EXPECT_THAT(Of("space_short").text, StartsWith("CSV files and logs may grow to 1168 MiB and have 0 MiB"));
+    facts.status.agent.state.inForce = small;
+    facts.status.file.values = large;
+    EXPECT_THAT(Codes(), ElementsAre("space_short warning"));
+    facts.status.file.values = small;
+    EXPECT_THAT(Codes(), IsEmpty());
+    facts.status.file.accepted = false;
+    facts.status.agent.state.inForce = large;
+    EXPECT_THAT(Said("space"), ElementsAre("space_short warning"));
+}
+
 TEST_F(DoctorTest, BinariesOfAnotherVersionMissingOrForeign)
 {
     facts.binaries[1].version = "0.9.0.0";
@@ -700,6 +838,30 @@ TEST_F(DoctorTest, TheSimulatedDriverIsOfTheSameVersion)
     EXPECT_EQ(Of("binary_missing").text, "driver\\velcor.sys is missing");
 }
 
+TEST_F(DoctorTest, TheDriverThatTheSystemLoadsIsOfTheSameVersion)
+{
+    facts.binaries.push_back({ "C:\\windows\\system32\\drivers\\velcor.sys", true, "1.0.0.0", true });
+    EXPECT_THAT(Codes(), IsEmpty());
+    facts.binaries.back().version = "0.9.0.0";
+    EXPECT_THAT(Codes(), ElementsAre("version_differs wrong"));
+    EXPECT_EQ(Of("version_differs").text,
+              "C:\\windows\\system32\\drivers\\velcor.sys has version 0.9.0.0, dkpfctl has 1.0.0.0");
+    facts.binaries.back().there = false;
+    EXPECT_THAT(Codes(), ElementsAre("binary_missing wrong"));
+}
+
+TEST_F(DoctorTest, ARealDriverHasAFilterOfItsOwn)
+{
+    facts.binaries.push_back({ "bin\\tnwdiskfltr.dll", true, "7.1.0.0" });
+    EXPECT_THAT(Codes(), ElementsAre("version_differs wrong"));
+    facts.status.feeder.info = ServiceInfo{};
+    EXPECT_THAT(Codes(), IsEmpty());
+    facts.binaries.back().there = false;
+    EXPECT_THAT(Codes(), ElementsAre("binary_missing wrong"));
+    facts.binaries.back() = { "bin\\tnwlog.dll", true, "7.1.0.0" };
+    EXPECT_THAT(Codes(), ElementsAre("version_differs wrong"));
+}
+
 // Set-up installs the files beside its program, and does nothing where one is missing.
 TEST_F(DoctorTest, AnInstallationThatIsNotWholeIsMendedOutOfThePackage)
 {
@@ -713,7 +875,11 @@ TEST_F(DoctorTest, ADriverWithoutAFeederIsARealOneThatSetUpLeavesAlone)
 {
     facts.registration.objectList.reset();
     facts.status.feeder.info = ServiceInfo{};
-    EXPECT_EQ(Of("object_list_missing").cure, std::string(INSTALL) + " --no-driver");
+    EXPECT_EQ(Of("object_list_missing").cure,
+              std::string(INSTALL) + " --no-driver, put the real tnwdiskfltr.dll back into \"C:\\home\\bin\"");
+    facts.status.feeder.info.error = ERROR_ACCESS_DENIED;  // whether there is a feeder is not known
+    EXPECT_EQ(Of("object_list_missing").cure, INSTALL);
+    facts.status.feeder.info.error = ERROR_SUCCESS;
     facts.status.driver.info = ServiceInfo{};
     EXPECT_EQ(Of("object_list_missing").cure, INSTALL);
     EXPECT_EQ(Of("driver_not_installed").cure, INSTALL);
@@ -882,6 +1048,17 @@ TEST_F(DoctorTest, AProviderWhoseOpenWouldFailStaysOff)
           "First Counter or First Help is not registered" },
         { [](DoctorFacts& broken) { broken.registration.firstHelp.reset(); },
           "First Counter or First Help is not registered" },
+        { [](DoctorFacts& broken) { broken.registration.library.reset(); }, "the registered library cannot be read" },
+        { [](DoctorFacts& broken) { broken.registration.libraryError = ERROR_FILE_NOT_FOUND; },
+          "the registered library cannot be read" },
+        { [](DoctorFacts& broken) { broken.registration.libraryReadable = false; },
+          "the registered library is damaged" },
+        { [](DoctorFacts& broken) { broken.registration.open.reset(); },
+          "Open, Collect or Close is not registered as it has to be" },
+        { [](DoctorFacts& broken) { broken.registration.close = "Close"; },
+          "Open, Collect or Close is not registered as it has to be" },
+        { [](DoctorFacts& broken) { broken.registration.exports.pop_back(); },
+          "the registered library lacks an export" },
     };
     for (const Reason& reason : reasons) {
         RecordingFix port;

@@ -16,6 +16,7 @@ inline constexpr wchar_t DRIVER_FOLDER[] = L"driver";
 
 inline constexpr wchar_t AGENT_PROGRAM[] = L"bin\\dkpfagent.exe";
 inline constexpr wchar_t FEEDER_PROGRAM[] = L"bin\\velcorfeed.exe";
+inline constexpr wchar_t FILTER_DLL[] = L"bin\\tnwdiskfltr.dll";
 inline constexpr wchar_t MESSAGE_DLL[] = L"bin\\tnwmsg.dll";
 inline constexpr wchar_t CONFIG_FILE[] = L"etc\\cluster.xml";
 inline constexpr wchar_t DRIVER_FILE[] = L"driver\\velcor.sys";
@@ -35,7 +36,7 @@ struct ProductFile {
 inline constexpr ProductFile PRODUCT_FILES[] = {
     { L"bin\\tnwlog.dll", FileRule::Replace },
     { L"bin\\tnwxml.dll", FileRule::Replace },
-    { L"bin\\tnwdiskfltr.dll", FileRule::Replace },
+    { FILTER_DLL, FileRule::Replace },
     { MESSAGE_DLL, FileRule::Replace },
     { L"bin\\tnwdiskperf.dll", FileRule::Replace },
     { AGENT_PROGRAM, FileRule::Replace },

@@ -73,9 +73,7 @@ public:
 
     std::wstring DriverFolder() override
     {
-        wchar_t folder[MAX_PATH] = {};
-        GetSystemDirectoryW(folder, ARRAYSIZE(folder));
-        return std::wstring(folder) + L"\\drivers";
+        return DriverFolderOfSystem();
     }
 
     void EnvironmentChanged() override

@@ -28,4 +28,11 @@ bool IsWine()
     return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
 }
 
+std::wstring DriverFolderOfSystem()
+{
+    wchar_t folder[MAX_PATH] = {};
+    GetSystemDirectoryW(folder, ARRAYSIZE(folder));
+    return std::wstring(folder) + L"\\drivers";
+}
+
 }  // namespace dkpf

@@ -17,6 +17,9 @@ bool IsAdministrator();
 /* A system whose loader of counter names is a stub, and that keeps some settings of services to itself. */
 bool IsWine();
 
+/* Where the system loads its drivers from; no backslash at the end. */
+std::wstring DriverFolderOfSystem();
+
 }  // namespace dkpf
 
 #endif
