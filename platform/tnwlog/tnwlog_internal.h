@@ -60,8 +60,8 @@ DWORD TnwSetInit(TNW_SET* lpSet, const wchar_t* lpFolder, const char* lpName, co
 void  TnwSetTerm(TNW_SET* lpSet);
 
 /* Moves every generation one up and the current file to generation 1; the caller holds what guards the set. The current
- * file may be open in any process that shares deletion. A status: some generation was held, nothing is lost, the next
- * call goes on. */
+ * file may be open in any process that shares deletion. Where it is missing nothing moves, TNWLOG_OK. A status: some
+ * generation was held, nothing is lost, the next call goes on. */
 DWORD TnwSetRotate(const TNW_SET* lpSet);
 
 /* Opens the current file, or creates it. dwShare as in CreateFile. */

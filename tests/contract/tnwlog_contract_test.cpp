@@ -776,6 +776,25 @@ TEST_P(TnwlogContract, LinesOfAFileThatCannotBeRotatedStandUnderTheNewHeaderOnce
     EXPECT_EQ(Files({ { "a,b", "1", "c,d", "2", "3" }, { "c,d", "4" } }), side->Csv("nmp1"));
 }
 
+TEST_P(TnwlogContract, AFileThatWasMovedAwayIsStartedAnewAtItsBoundAndByRotate)
+{
+    CsvArguments arguments;
+    arguments.size = 1;
+    arguments.maxLine = 1024;
+    HTNWCSV           file = OpenCsv(arguments);
+    const std::string line(600, 'x');
+    EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "%s", line.c_str()));
+    side->MoveAway("nmp1");
+    EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "goes with it"));
+    EXPECT_EQ(Files(), side->Csv("nmp1"));
+    EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "%s", line.c_str()));
+    EXPECT_EQ(Files({ { "a,b", line } }), side->Csv("nmp1"));
+    side->MoveAway("nmp1");
+    EXPECT_EQ(TNWLOG_OK, Rotate(file, 100, "c,d"));
+    EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "1"));
+    EXPECT_EQ(Files({ { "c,d", "1" } }), side->Csv("nmp1"));
+}
+
 TEST_P(TnwlogContract, AFileBeyondItsBoundThatCannotBeRenamedStillTakesItsLines)
 {
     CsvArguments arguments;

@@ -559,6 +559,41 @@ TEST_F(Csv, AHeldGenerationDelaysTheRotationAndNoLine)
     EXPECT_EQ(home.List(L"perf").size(), 3u);
 }
 
+// By whom and to where it was moved nobody tells: its writer finds out when it starts the next file.
+TEST_F(Csv, AFileMovedAwayByHandIsStartedAnewAtItsBound)
+{
+    for (const DWORD dwGenerations : { 3u, 0u }) {
+        const std::string line(600, 'x');
+
+        home.Write(L"perf\\nmp1.1.csv", "kept\r\n");
+        ASSERT_EQ(Open(HEADER, 1, dwGenerations), TNWLOG_OK);
+        EXPECT_EQ(Put(line), TNWLOG_OK);
+        home.Move(CSV, L"perf\\evidence.txt");
+        EXPECT_EQ(Put("behind it"), TNWLOG_OK) << "it is not full yet";
+        EXPECT_EQ(Put(line), TNWLOG_OK);
+        EXPECT_THAT(File(L"perf\\evidence.txt"), ElementsAre(HEADER, line, "behind it"));
+        EXPECT_THAT(File(), ElementsAre(HEADER, line));
+        EXPECT_EQ(home.Exists(L"perf\\nmp1.1.csv"), dwGenerations != 0) << "the others stay where they are";
+        EXPECT_FALSE(home.Exists(L"perf\\nmp1.2.csv"));
+        EXPECT_EQ(api->log_util_term(hFile), TNWLOG_OK);
+        hFile = nullptr;
+        home.Remove(CSV);
+        home.Remove(L"perf\\evidence.txt");
+    }
+}
+
+TEST_F(Csv, AFileMovedAwayByHandIsStartedAnewByRotate)
+{
+    Open();
+    Put("1");
+    home.Move(CSV, L"perf\\evidence.txt");
+    EXPECT_EQ(Rotate(HEADER_2), TNWLOG_OK);
+    EXPECT_EQ(Put("2"), TNWLOG_OK);
+    EXPECT_THAT(File(L"perf\\evidence.txt"), ElementsAre(HEADER, "1"));
+    EXPECT_THAT(File(), ElementsAre(HEADER_2, "2"));
+    EXPECT_FALSE(home.Exists(L"perf\\nmp1.1.csv"));
+}
+
 /* ---- Disks and folders ---- */
 
 TEST_F(Csv, AMissingFolderIsAStatusAndTheFirstWriteAfterItsReturnSucceeds)
