@@ -5,8 +5,9 @@
 #include <stdio.h>
 #include <string.h>
 
-/* Room for what the library itself says in front of a line: how many were lost before it. */
-static const DWORD NOTICE_MAX = 512;
+/* Room for what the library itself says in front of a line: how many were lost before it. Three lines of at most 175.
+ */
+static const DWORD NOTICE_MAX = 525;
 
 /* ---- Moving-end writers ---- */
 
@@ -121,15 +122,18 @@ void TnwLineWrite(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const TNW_PLACE*
     char       buffer[NOTICE_MAX + TNW_LINE_MAX], szText[TNW_EVENT_TEXT_MAX + 1];
     char *     lp = buffer, *lpLineEnd = NULL, *lpText = NULL;
     SYSTEMTIME time;
-    LONG       lDropped = 0, lLate = 0;
+    LONG       lDropped = 0, lLate = 0, lEntries = 0;
     BOOL       bLate = FALSE, bCut = FALSE;
 
     GetLocalTime(&time);
     /* What was lost or late is told in front of the first line that goes its usual way again. */
-    if (hLog->lDropped != 0 || hLog->lLate != 0) {
+    if (hLog->lDropped != 0 || hLog->lLate != 0 || hLog->lEntries != 0) {
         lDropped = InterlockedExchange(&hLog->lDropped, 0);
+        lEntries = InterlockedExchange(&hLog->lEntries, 0);
         lLate = hLog->shared.lStuck != 0 ? 0 : InterlockedExchange(&hLog->lLate, 0);
         lp = PutCount(lp, buffer + NOTICE_MAX, &time, lDropped, " lines were dropped, the file could not be written.");
+        lp = PutCount(lp, buffer + NOTICE_MAX, &time, lEntries,
+                      " event entries were dropped, diskperf_event.log could not be written.");
         lp = PutCount(lp, buffer + NOTICE_MAX, &time, lLate,
                       " lines were written without the lock, its owner did not answer.");
     }
@@ -149,10 +153,11 @@ void TnwLineWrite(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const TNW_PLACE*
     if (TnwSharedWrite(&hLog->shared, buffer, static_cast<DWORD>(lp - buffer), &bLate) != TNWLOG_OK) {
         InterlockedExchangeAdd(&hLog->lDropped, lDropped + 1);
         InterlockedExchangeAdd(&hLog->lLate, lLate);
+        InterlockedExchangeAdd(&hLog->lEntries, lEntries);
     } else if (bLate) {
         InterlockedIncrement(&hLog->lLate);
     }
-    if (bEvent) {
-        TnwEventRaise(dwMessage, &time, szText, hLog->dwSize);
+    if (bEvent && !TnwEventRaise(dwMessage, &time, szText, hLog->dwSize)) {
+        InterlockedIncrement(&hLog->lEntries);
     }
 }
