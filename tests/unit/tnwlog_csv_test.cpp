@@ -57,11 +57,6 @@ BOOL WINAPI MoveHook(LPCWSTR lpFrom, LPCWSTR lpTo, DWORD dwFlags)
     return MoveFileExW(lpFrom, lpTo, dwFlags);
 }
 
-LPVOID WINAPI NoMemory(HANDLE, DWORD, SIZE_T)
-{
-    return nullptr;
-}
-
 BOOL WINAPI NoCut(HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD)
 {
     SetLastError(ERROR_ACCESS_DENIED);
@@ -991,10 +986,31 @@ TEST_F(Csv, AMissingFormatIsRefused)
 
 TEST_F(Csv, WithoutMemoryNoFileOpensAndNoneIsMade)
 {
-    Hook("kernel32.dll", "HeapAlloc", NoMemory);
-    EXPECT_EQ(Open(), TNWLOG_NO_MEMORY);
-    EXPECT_EQ(hFile, nullptr);
+    for (int n = 1; n <= 3; n++) {
+        hFile = reinterpret_cast<HTNWCSV>(this);
+        FailMemoryAt(n);
+        EXPECT_EQ(Open(), TNWLOG_NO_MEMORY) << n;
+        EXPECT_EQ(hFile, nullptr) << n;
+        EXPECT_EQ(Memory::held, 0) << n;
+    }
     EXPECT_TRUE(home.List(L"perf").empty());
+    FailMemoryAt(4);
+    EXPECT_EQ(Open(), TNWLOG_OK) << "a file takes three pieces";
+}
+
+TEST_F(Csv, ARotateWithoutMemoryLeavesFileHeaderAndMaximum)
+{
+    Open();
+    Put("1");
+    FailMemoryAt(1);
+    EXPECT_EQ(api->log_util_rotate(hFile, 10, HEADER_2), TNWLOG_LINE_TOO_LONG) << "takes none";
+    EXPECT_EQ(api->log_util_rotate(hFile, 31, HEADER_2), TNWLOG_NO_MEMORY);
+    EXPECT_EQ(Memory::held, 0);
+    EXPECT_EQ(Put(std::string(40, 'x')), TNWLOG_OK);
+    EXPECT_THAT(File(), ElementsAre(HEADER, "1", std::string(40, 'x')));
+    EXPECT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" });
+    Reopen();  // with the old header
+    EXPECT_EQ(home.List(L"perf"), Names{ L"nmp1.csv" });
 }
 
 class ManyFiles : public Csv {

@@ -103,6 +103,35 @@ TEST_F(Strings, AClosedTableIsAnsweredNotFollowed)
     EXPECT_EQ(api->TnwFormatMessage(hTable, 0, szText, sizeof szText, 0), TNWLOG_OK);
 }
 
+DWORD g_formatError;
+
+DWORD WINAPI FormatHook(DWORD, LPCVOID, DWORD, DWORD, LPSTR, DWORD, va_list*)
+{
+    SetLastError(g_formatError);
+    return 0;
+}
+
+TEST_F(Strings, WithoutMemoryThereIsNoTextAndNoTable)
+{
+    HTNWSTRINGS hOther = hTable;
+
+    {
+        ImportHook format(api->Module(), "kernel32.dll", "FormatMessageA", FormatHook);
+        for (const DWORD dwW32 : { 8u, 14u }) {  // not enough memory, out of memory
+            g_formatError = dwW32;
+            EXPECT_EQ(api->TnwFormatMessage(hTable, 39, szText, sizeof szText, 0), TNWLOG_NO_MEMORY);
+        }
+        EXPECT_STREQ(szText, "untouched");
+    }
+    FailMemoryAt(1);
+    EXPECT_EQ(api->TnwLoadStringTable("diskperf", 0, &hOther), TNWLOG_NO_MEMORY);
+    EXPECT_EQ(hOther, nullptr);
+    FailMemoryAt(2);
+    EXPECT_EQ(api->TnwLoadStringTable("diskperf", 0, &hOther), TNWLOG_OK) << "takes one piece";
+    EXPECT_EQ(api->TnwFreeStringTable(hOther), TNWLOG_OK);
+    EXPECT_EQ(Memory::held, 0);
+}
+
 TEST_F(TnwLogTest, AHomeWithoutTheMessageFileHasNoTable)
 {
     HTNWSTRINGS hTable = nullptr;

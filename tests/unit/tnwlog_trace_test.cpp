@@ -1189,6 +1189,28 @@ TEST_F(Trace, TheLockDoesNotDependOnHowANameIsSpelled)
     api->log_term(hUpper);
 }
 
+// Two processes are two copies of the library, each with the spelling that it was loaded by.
+TEST_F(Trace, TheLockDependsOnTheHomeAndNotOnHowItsPathIsSpelled)
+{
+    std::wstring upper = path;
+    TestHome     other(L"other");
+
+    std::transform(upper.begin(), upper.end(), upper.begin(), towupper);
+    ASSERT_NE(upper, path);
+    const std::wstring spellings[] = { path, upper, upper.substr(4) /* without \\?\ */, other.Install(L"tnwlog.dll") };
+    for (const std::wstring& spelling : spellings) {
+        path = spelling;
+        Restart();
+        ASSERT_NE(api->Module(), nullptr);
+        Hook("kernel32.dll", "CreateMutexW", MutexHook);
+        api->log_term(Open());
+    }
+    ASSERT_EQ(g_calls.mutexNames.size(), 8u);
+    EXPECT_EQ(g_calls.mutexNames[0], g_calls.mutexNames[2]);
+    EXPECT_EQ(g_calls.mutexNames[0], g_calls.mutexNames[4]);
+    EXPECT_NE(g_calls.mutexNames[0], g_calls.mutexNames[6]);
+}
+
 TEST_F(Trace, ASuspendedOwnerDelaysAProcessOnceAndAtMostHalfASecond)
 {
     HTNWLOG hLog = Open();
@@ -1378,18 +1400,21 @@ TEST_F(Trace, ClosingWhatIsNotOpenIsRefused)
     EXPECT_EQ(api->TnwFreeStringTable(hTable), TNWLOG_OK);
 }
 
-LPVOID WINAPI NoMemory(HANDLE, DWORD, SIZE_T)
-{
-    return nullptr;
-}
-
 TEST_F(Trace, WithoutMemoryNoLogOpensAndNothingStaysBehind)
 {
-    HTNWLOG hLog = reinterpret_cast<HTNWLOG>(this);
+    HTNWLOG hLog = nullptr;
 
-    Hook("kernel32.dll", "HeapAlloc", NoMemory);
-    EXPECT_EQ(api->log_init("diskperf", &hLog, 1, 64, 0, "k"), TNWLOG_NO_MEMORY);
-    EXPECT_EQ(hLog, nullptr);
+    for (int n = 1; n <= 2; n++) {
+        hLog = reinterpret_cast<HTNWLOG>(this);
+        FailMemoryAt(n);
+        EXPECT_EQ(api->log_init("diskperf", &hLog, 1, 64, 0, "k"), TNWLOG_NO_MEMORY) << n;
+        EXPECT_EQ(hLog, nullptr) << n;
+        EXPECT_EQ(Memory::held, 0) << n;
+    }
+    FailMemoryAt(3);
+    hLog = Open();  // takes two pieces
+    api->log_term(hLog);
+    EXPECT_EQ(Memory::held, 0);
 }
 
 /* ---- The home ---- */
