@@ -9,6 +9,9 @@
  */
 static const DWORD NOTICE_MAX = 525;
 
+/* " <event 0x800012C1>": what an event's line ends in, however long its text is. */
+static const DWORD EVENT_MARK = 19;
+
 /* ---- Moving-end writers ---- */
 
 char* TnwPutText(char* lp, const char* lpEnd, const char* lpText)
@@ -120,7 +123,7 @@ void TnwLineWrite(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const TNW_PLACE*
 {
     const BOOL bEvent = (dwLevel & TNWLOG_EVENT) != 0 && dwMessage != 0;
     char       buffer[NOTICE_MAX + TNW_LINE_MAX], szText[TNW_EVENT_TEXT_MAX + 1];
-    char *     lp = buffer, *lpLineEnd = NULL, *lpText = NULL;
+    char *     lp = buffer, *lpLineEnd = NULL, *lpTextEnd = NULL, *lpText = NULL;
     SYSTEMTIME time;
     LONG       lDropped = 0, lLate = 0, lEntries = 0;
     BOOL       bLate = FALSE, bCut = FALSE;
@@ -138,9 +141,10 @@ void TnwLineWrite(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const TNW_PLACE*
                       " lines were written without the lock, its owner did not answer.");
     }
     lpLineEnd = lp + TNW_LINE_MAX - 2;
-    lp = PutPrefix(lp, lpLineEnd, &time, dwLevel, lpPlace);
+    lpTextEnd = lpLineEnd - (bEvent ? EVENT_MARK : 0);
+    lp = PutPrefix(lp, lpTextEnd, &time, dwLevel, lpPlace);
     lpText = lp;
-    lp = TnwPutFormat(lp, lpLineEnd, lpFormat, args, &bCut);
+    lp = TnwPutFormat(lp, lpTextEnd, lpFormat, args, &bCut);
     FlattenText(lpText, lp);
     if (bEvent) {
         *lp = '\0';

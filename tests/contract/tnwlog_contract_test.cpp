@@ -661,6 +661,14 @@ TEST_P(TnwlogContract, TheLongestLineOfAllHas65535Bytes)
     EXPECT_EQ(Files({ { "a,b", longest } }), side->Csv("nmp1"));
 }
 
+TEST_P(TnwlogContract, ALineThatCannotBeConvertedIsRefusedAsTooLong)
+{
+    HTNWCSV file = OpenCsv();
+    EXPECT_EQ(TNWLOG_LINE_TOO_LONG, CsvWrite(file, "1,%S,2", L"\u6771"));
+    EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "1,%S,2", L"w"));
+    EXPECT_EQ(Files({ { "a,b", "1,w,2" } }), side->Csv("nmp1"));
+}
+
 TEST_P(TnwlogContract, ALineWithALineBreakIsRefused)
 {
     HTNWCSV file = OpenCsv();

@@ -511,6 +511,31 @@ TEST_F(Csv, UnderANewHeaderAHeldFileGetsThatHeaderOnceBeforeItsLines)
     EXPECT_THAT(File(), ElementsAre(HEADER_2, "4"));
 }
 
+// The columns are chosen back while the file is still held, and it had to be opened anew in between.
+TEST_F(Csv, AHeaderChosenBackStandsAboveItsLinesAgain)
+{
+    HANDLE hReader = nullptr;
+
+    Open();
+    Put("1");
+    hReader = home.Hold(CSV, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_EQ(Rotate(HEADER_2), TNWLOG_NOT_OPEN);
+    EXPECT_EQ(Put("2"), TNWLOG_OK);
+    {
+        ImportHook write(api->Module(), "kernel32.dll", "WriteFile", WriteHook);
+        g_writeError = ERROR_DISK_FULL;
+        EXPECT_EQ(Put("lost"), TNWLOG_DISK_FULL);
+        g_writeError = 0;
+    }
+    EXPECT_EQ(Rotate(HEADER), TNWLOG_NOT_OPEN);
+    EXPECT_EQ(Put("3"), TNWLOG_OK);
+    EXPECT_EQ(Put("4"), TNWLOG_OK);
+    EXPECT_THAT(File(), ElementsAre(HEADER, "1", HEADER_2, "2", HEADER, "3", "4"));
+    CloseHandle(hReader);
+    EXPECT_EQ(Put("5"), TNWLOG_OK);
+    EXPECT_THAT(File(), ElementsAre(HEADER, "5"));
+}
+
 TEST_F(Csv, AFileHeldWithoutSharingCostsItsLinesAndNoOpen)
 {
     HANDLE hReader = nullptr;

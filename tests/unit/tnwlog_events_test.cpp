@@ -155,6 +155,14 @@ TEST_F(EventLog, ALongTextOfTheCallerIsCutAndTheEntryEnds)
     EXPECT_THAT(Entry(), Not(HasSubstr(std::string(1025, 'x'))));
 }
 
+TEST_F(EventLog, TheTraceLineEndsInTheEventHoweverLongTheTextIs)
+{
+    Raise(0x400012C4, std::string(20000, 'x').c_str());
+    const std::string line = home.Read(L"log\\diskperf.log");
+    EXPECT_EQ(line.size(), TNWLOG_TRACE_LINE_MAX);
+    EXPECT_THAT(line.substr(line.size() - 30), EndsWith("xxx <event 0x400012C4>\r\n"));
+}
+
 TEST_F(EventLog, AnEntryIsOneLineWhateverTheCallersTextHolds)
 {
     Raise(0x400012C4, "a\r\nb");
