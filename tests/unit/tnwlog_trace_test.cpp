@@ -1354,51 +1354,7 @@ TEST_F(Trace, ALockThatMayNotBeMadeIsOpened)
     api->log_term(hLog);
 }
 
-/* ---- Arguments and handles ---- */
-
-TEST_F(Trace, WrongArgumentsAreRefusedAndSetNoHandle)
-{
-    struct {
-        const char* lpName;
-        DWORD       dwSize, dwReserved;
-        const char* lpKey;
-    } const aCase[] = { { nullptr, 64, 0, "k" }, { "", 64, 0, "k" },      { "l", 0, 0, "k" }, { "l", 4194304, 0, "k" },
-                        { "l", 64, 1, "k" },     { "l", 64, 0, nullptr }, { "l", 64, 0, "" } };
-
-    for (const auto& c : aCase) {
-        HTNWLOG hLog = reinterpret_cast<HTNWLOG>(this);
-        EXPECT_EQ(api->log_init(c.lpName, &hLog, 1, c.dwSize, c.dwReserved, c.lpKey), TNWLOG_INVALID_ARGUMENT);
-        EXPECT_EQ(hLog, nullptr);
-    }
-    EXPECT_EQ(api->log_init("l", nullptr, 1, 64, 0, "k"), TNWLOG_INVALID_ARGUMENT);
-}
-
-TEST_F(Trace, NamesThatLeadOutOfTheFolderOrMeanAnotherFileAreRefused)
-{
-    const std::string longest(64, 'n'), tooLong(65, 'n');
-    HTNWLOG           hLog = nullptr;
-
-    for (const char* lpName :
-         { "..", "..\\etc", "a/b", "c:d", "a.b", "a*", "a?", "a\"", "a<", "a>", "a|", "a\tb", tooLong.c_str() }) {
-        EXPECT_EQ(api->log_init(lpName, &hLog, 1, 64, 0, "k"), TNWLOG_INVALID_ARGUMENT) << lpName;
-    }
-    hLog = Open(0x3F, 64, longest.c_str());
-    EXPECT_NE(hLog, nullptr);
-    api->log_term(hLog);
-}
-
-TEST_F(Trace, ClosingWhatIsNotOpenIsRefused)
-{
-    HTNWLOG     hLog = Open();
-    HTNWSTRINGS hTable = nullptr;
-
-    ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_OK);
-    EXPECT_EQ(api->log_term(nullptr), TNWLOG_INVALID_ARGUMENT);
-    EXPECT_EQ(api->log_term(reinterpret_cast<HTNWLOG>(hTable)), TNWLOG_INVALID_ARGUMENT);  // open, but no log
-    EXPECT_EQ(api->log_term(hLog), TNWLOG_OK);
-    EXPECT_EQ(api->log_term(hLog), TNWLOG_INVALID_ARGUMENT);
-    EXPECT_EQ(api->TnwFreeStringTable(hTable), TNWLOG_OK);
-}
+/* ---- Memory ---- */
 
 TEST_F(Trace, WithoutMemoryNoLogOpensAndNothingStaysBehind)
 {
