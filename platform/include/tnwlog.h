@@ -184,12 +184,15 @@ DWORD log_util_term(HTNWCSV hFile);
  * Ordinal 21. Appends one line and CR LF; starts a new file with the header first where the line would pass the bound
  * (a line that alone passes it gets a file of its own). Formats as in log_write; a line break in the line is an invalid
  * argument. Waits for nothing but another thread's call on this handle, and the disk.
- * @return TNWLOG_OK; TNWLOG_LINE_TOO_LONG (also: a %S that cannot be converted); TNWLOG_NOT_OPEN; TNWLOG_NO_DIRECTORY;
- * TNWLOG_DISK_FULL; TNWLOG_WRITE_FAILED; TNWLOG_INVALID_ARGUMENT. After a failure the file is as before, or ends in a
- * part of the line that the next call closes; the next call tries again from the start. A reader that holds the file so
- * that it cannot be renamed delays the rotation, never the line; if a new header is due then, it is written in front of
- * the next line, and again where the file had to be opened anew meanwhile. A log_util_init that meets such a file
- *         compares its header with the first line: equal to it, lines follow under the header that stands last.
+ * @return TNWLOG_OK; TNWLOG_LINE_TOO_LONG (also: a %S that cannot be converted); TNWLOG_NOT_OPEN;
+ *         TNWLOG_NO_DIRECTORY; TNWLOG_DISK_FULL; TNWLOG_WRITE_FAILED; TNWLOG_INVALID_ARGUMENT
+ *
+ * After a failure the file is as before, or ends in a part of the line that the next call closes; the next call tries
+ * again from the start. A reader that holds the file so that it cannot be renamed delays the rotation, never the line;
+ * if a new header is due then, it is written in front of the next line, and again where the file had to be opened anew
+ * meanwhile. A log_util_init that meets such a file compares its header with the first line: equal to it, lines follow
+ * under the header that stands last. A file that somebody moves away takes lines where it lies until its rotation is
+ * due; then the next one is made.
  */
 DWORD log_util_write(HTNWCSV hFile, const char* lpFormat, ...);
 

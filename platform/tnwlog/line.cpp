@@ -5,8 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
-/* Room for what the library itself says in front of a line: how many were lost before it. Three lines of at most 175.
- */
+/* Room for what the library itself says in front of a line, how many were lost before it: three lines of 175. */
 static const DWORD NOTICE_MAX = 525;
 
 /* " <event 0x800012C1>": what an event's line ends in, however long its text is. */
