@@ -23,6 +23,21 @@ bool LinesBackward::IsWhole() const
     return m_whole;
 }
 
+DWORD LinesBackward::Error() const
+{
+    return m_error;
+}
+
+/* All of it, or FALSE. */
+bool LinesBackward::Read(ULONGLONG at, char* to, DWORD size)
+{
+    DWORD got = 0;
+    m_error = m_file->Read(at, to, size, &got);
+    if (m_error == ERROR_SUCCESS && got != size)
+        m_error = ERROR_HANDLE_EOF;  // cut short by hand meanwhile
+    return m_error == ERROR_SUCCESS;
+}
+
 bool LinesBackward::ReadFront()
 {
     if (m_data.size() > LOG_LINE_BOUND) {
@@ -31,8 +46,7 @@ bool LinesBackward::ReadFront()
     }
     const DWORD size = static_cast<DWORD>(std::min<ULONGLONG>(LOG_BLOCK, m_from));
     std::string block(size, '\0');
-    DWORD       got = 0;
-    if (m_file->Read(m_from - size, block.data(), size, &got) != ERROR_SUCCESS || got != size)
+    if (!Read(m_from - size, block.data(), size))
         return false;
     m_from -= size;
     m_data.insert(0, block);
@@ -59,11 +73,9 @@ bool LinesBackward::Previous()
     m_text = m_data.substr(begin);
     m_data.resize(begin);
     if (m_long || m_text.size() > LOG_LINE_BOUND) {
-        DWORD got = 0;
         m_text.resize(LOG_LINE_BOUND);
-        if (m_file->Read(m_at, m_text.data(), static_cast<DWORD>(LOG_LINE_BOUND), &got) != ERROR_SUCCESS)
+        if (!Read(m_at, m_text.data(), static_cast<DWORD>(LOG_LINE_BOUND)))
             return false;
-        m_text.resize(got);
     }
     return true;
 }

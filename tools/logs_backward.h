@@ -15,14 +15,16 @@ public:
     /* What lies behind end is left out. */
     LinesBackward(LogFile* file, ULONGLONG end);
 
-    /* The line in front of the last one given. FALSE: there is none, or it cannot be read. */
-    bool Previous();
+    /* The line in front of the last one given. FALSE: there is none, or Error says why it cannot be read. */
+    bool  Previous();
+    DWORD Error() const;  // ERROR_SUCCESS, or the system's number
 
     const std::string& Text() const;     // with its line end; of a long line LOG_LINE_BOUND bytes
     ULONGLONG          At() const;       // where it begins; before the first Previous the end
     bool               IsWhole() const;  // it has its line end
 
 private:
+    bool Read(ULONGLONG at, char* to, DWORD size);
     bool ReadFront();
 
     LogFile*    m_file;
@@ -32,6 +34,7 @@ private:
     std::string m_text;
     ULONGLONG   m_at;
     bool        m_whole = true;
+    DWORD       m_error = 0;
 };
 
 }  // namespace dkpf

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "logs_backward.h"
@@ -12,9 +13,11 @@ namespace dkpf {
 struct LogReader::Generation {
     std::unique_ptr<LogFile> file;
     LogFileId                id = 0;
-    ULONGLONG                at = 0;            // where the next line begins
-    ULONGLONG                end = 0;           // at the last look
-    bool                     skipping = false;  // at lies in a long line of which enough was shown
+    ULONGLONG                at = 0;             // where the next line begins
+    ULONGLONG                end = 0;            // at the last look
+    bool                     skipping = false;   // at lies in a long line of which enough was shown
+    int                      number = 0;         // of its name as it was last seen
+    bool                     saidError = false;  // what is wrong with it was said; until a read succeeds
 };
 
 LogReader::LogReader(const LogSource& source, const LogFilter& filter, bool follow, LogFolder* folder, LogNote note)
@@ -55,6 +58,13 @@ void LogReader::Fail(const std::string& words)
     m_note(words);
 }
 
+void LogReader::FailRead(Generation* generation, DWORD error)
+{
+    if (!generation->saidError)
+        Fail(fmt::format("a part of {} could not be read: {}", FileName(generation->number), SystemErrorText(error)));
+    generation->saidError = true;
+}
+
 std::string LogReader::FileName(int generation) const
 {
     return generation == 0 ? fmt::format("{}.log", m_source.file) : fmt::format("{}.{}.log", m_source.file, generation);
@@ -84,19 +94,24 @@ std::vector<std::unique_ptr<LogReader::Generation>> LogReader::OpenNewer(bool fi
         const DWORD error = m_folder->Open(m_source.file, number, &opened->file);
         if (number == 0)
             m_error = error;
+        bool& said = m_saidHeld[static_cast<size_t>(number)];
+        if (error == ERROR_SUCCESS || IsMissing(error))
+            said = false;
         if (IsMissing(error))
             continue;  // a gap, or the current file is not made yet
         if (error != ERROR_SUCCESS) {
-            if (!m_saidError)
+            const bool follows = !first || (m_follow && newer.empty());  // the next look comes by it again
+            if (!said)
                 Fail(fmt::format("{} could not be opened: {}; {}", FileName(number), SystemErrorText(error),
-                                 first ? "its lines are missing here. Does a program hold it?"
-                                       : "its lines follow as soon as it can be."));
-            m_saidError = !first;
+                                 follows ? "its lines follow as soon as it can be."
+                                         : "its lines are missing here. Does a program hold it?"));
+            said = true;
             if (!first)
                 newer.clear();  // they come behind it
             continue;
         }
         opened->id = opened->file->Id();
+        opened->number = number;
         reached = Holds(opened->id);
         if (reached)
             break;
@@ -115,20 +130,23 @@ std::vector<std::unique_ptr<LogReader::Generation>> LogReader::OpenNewer(bool fi
     return newer;
 }
 
-/* Lets go of what was deleted, so that its space comes free. The newest two stay: one is where writers are, and one
- * that waited long may still be writing to the other. */
+/* Behind a rotation: sees by which numbers the files go now, and lets go of what was deleted, so that its space comes
+ * free. The newest two stay: one is where writers are, and one that waited long may still be writing to the other. */
 void LogReader::DropNameless()
 {
-    std::vector<LogFileId> named;
+    std::map<LogFileId, int> named;
     for (int number = 0; number <= LOG_GENERATIONS; number++) {
         std::unique_ptr<LogFile> file;
         if (m_folder->Open(m_source.file, number, &file) == ERROR_SUCCESS)
-            named.push_back(file->Id());
+            named[file->Id()] = number;
+    }
+    for (const std::unique_ptr<Generation>& held : m_generations) {
+        if (const auto name = named.find(held->id); name != named.end())
+            held->number = name->second;
     }
     for (size_t i = 0; i + 2 < m_generations.size();) {
         const Generation& held = *m_generations[i];
-        const bool        hasName = std::find(named.begin(), named.end(), held.id) != named.end();
-        if (hasName || held.at < held.end)
+        if (named.count(held.id) != 0 || held.at < held.end)
             i++;
         else
             m_generations.erase(m_generations.begin() + static_cast<std::ptrdiff_t>(i));
@@ -198,9 +216,10 @@ bool LogReader::Fill(Generation* generation)
     m_block.resize(known + size);
     const DWORD error = generation->file->Read(from, m_block.data() + known, size, &got);
     if (error != ERROR_SUCCESS) {
-        Fail(fmt::format("a part of {} or of its older generations could not be read: {}", FileName(0),
-                         SystemErrorText(error)));
+        FailRead(generation, error);
         got = 0;
+    } else {
+        generation->saidError = false;
     }
     m_block.resize(known + got);
     if (got == 0)
@@ -311,7 +330,7 @@ size_t LogReader::GoBackIn(Generation* generation, size_t count)
     const bool    mayGrow = m_follow && generation == m_generations.back().get();
     size_t        found = 0;
     generation->at = generation->end;
-    while ((found < count || generation->at == generation->end) && lines.Previous()) {
+    while ((found < count || (mayGrow && generation->at == generation->end)) && lines.Previous()) {
         if (mayGrow && !lines.IsWhole())
             generation->at = lines.At();  // ahead in any case
         else if (found < count && (m_filter.Empty() || MatchesText(WithoutLineEnd(lines.Text())))) {
@@ -320,6 +339,8 @@ size_t LogReader::GoBackIn(Generation* generation, size_t count)
         } else if (found == count)
             break;
     }
+    if (lines.Error() != ERROR_SUCCESS)
+        FailRead(generation, lines.Error());
     return found;
 }
 

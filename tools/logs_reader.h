@@ -11,6 +11,7 @@
 #define DKPF_TOOLS_LOGS_READER_H
 
 #include <windows.h>
+#include <array>
 #include <functional>
 #include <memory>
 #include <string>
@@ -104,6 +105,7 @@ private:
     size_t                                   GoBackIn(Generation* generation, size_t count);
     bool                                     MatchesText(const std::string& text) const;
     void                                     Fail(const std::string& words);
+    void                                     FailRead(Generation* generation, DWORD error);
     std::string                              FileName(int generation) const;
 
     const LogSource&                         m_source;
@@ -119,7 +121,7 @@ private:
     bool                                     m_hasHead = false;
     bool                                     m_found = false;
     bool                                     m_failed = false;
-    bool                                     m_saidError = false;
+    std::array<bool, LOG_GENERATIONS + 1>    m_saidHeld{};  // by number: a note said so, and it is not over
     DWORD                                    m_error = 0;
     size_t                                   m_unread = 0;
 };

@@ -72,9 +72,11 @@ typedef struct TNWLOG_CSV*     HTNWCSV;     /* an open CSV log file */
  * does, and waits for nothing.
  *
  * A file is rotated by the first line that finds it at its bound, so it passes the bound by one line at most (by more
- * only while a reader holds it, or a generation, so that it cannot be renamed). Where processes give different bounds,
- * each keeps to its own. After a process died in a rotation one number among the generations may be missing until the
- * next rotation: who lists them does not stop at the first gap.
+ * only while a reader holds it, or a generation, so that it cannot be renamed, or while none but accounts write that
+ * may not rename it: ordinary ones may append to a file in HOME/log, its maker and administrators may rename it). Where
+ * processes give different bounds, each keeps to its own. NULs that a power loss left at the end are cut; an account
+ * that may append but not write ends them with CR LF instead. After a process died in a rotation one number among the
+ * generations may be missing until the next rotation: who lists them does not stop at the first gap.
  */
 DWORD log_init(const char* lpName, HTNWLOG* phLog, DWORD dwLevel, DWORD dwSize, DWORD dwReserved, const char* lpKey);
 
@@ -101,13 +103,14 @@ DWORD log_term(HTNWLOG hLog);
  *
  * A line is whole, and in the file when the call returns, also if the process dies the next moment. May wait up to
  * 500 ms for another process's line or rotation, with an event, whose file has a lock of its own, up to 1 s, never
- * longer: a line that does not get the log's lock is appended without it and counted. Lines that could not be written
- * are dropped and counted; the next line that can be written is preceded by one that tells the count. Below the level:
- * one test, no system call. Does not promise to keep the thread's last-error value.
+ * longer, but for the time that the system's event log takes to accept an event: a line that does not get the log's
+ * lock is appended without it and counted. Lines that could not be written are dropped and counted, event entries too;
+ * the next line of this log that can be written is preceded by one that tells the count. Below the level: one test, no
+ * system call. Does not promise to keep the thread's last-error value.
  *
- * With TNWLOG_EVENT and an event ID the line ends in " <event 0x800012C1>", the event goes to the system's event log
- * (source "tnwdiskperf", text from tnwmsg.dll, severity from the top two bits), and in words, one line, to
- * HOME/log/diskperf_event.log, which rotates like the log that the event came from:
+ * With TNWLOG_EVENT and an event ID the line ends in " <event 0x800012C1>", the event goes in words, one line, to
+ * HOME/log/diskperf_event.log, which rotates like the log that the event came from, and then to the system's event log
+ * (source "tnwdiskperf", text from tnwmsg.dll, severity from the top two bits). The line in the file:
  *
  *     2026/03/07 14:05:09.042 WARNING 0x800012C1 <text of the event>[ <text of the caller>]
  *
@@ -181,11 +184,15 @@ DWORD log_util_term(HTNWCSV hFile);
  * Ordinal 21. Appends one line and CR LF; starts a new file with the header first where the line would pass the bound
  * (a line that alone passes it gets a file of its own). Formats as in log_write; a line break in the line is an invalid
  * argument. Waits for nothing but another thread's call on this handle, and the disk.
- * @return TNWLOG_OK; TNWLOG_LINE_TOO_LONG; TNWLOG_NOT_OPEN; TNWLOG_NO_DIRECTORY; TNWLOG_DISK_FULL; TNWLOG_WRITE_FAILED;
- *         TNWLOG_INVALID_ARGUMENT. After a failure the file is as before, or ends in a part of the line that the next
- *         call closes; the next call tries again from the start. A reader that holds the file so that it cannot be
- *         renamed delays the rotation, never the line; if a new header is due then, it is written once in front of the
- *         next line.
+ * @return TNWLOG_OK; TNWLOG_LINE_TOO_LONG (also: a %S that cannot be converted); TNWLOG_NOT_OPEN;
+ *         TNWLOG_NO_DIRECTORY; TNWLOG_DISK_FULL; TNWLOG_WRITE_FAILED; TNWLOG_INVALID_ARGUMENT
+ *
+ * After a failure the file is as before, or ends in a part of the line that the next call closes; the next call tries
+ * again from the start. A reader that holds the file so that it cannot be renamed delays the rotation, never the line;
+ * if a new header is due then, it is written in front of the next line, and again where the file had to be opened anew
+ * meanwhile. A log_util_init that meets such a file compares its header with the first line: equal to it, lines follow
+ * under the header that stands last. A file that somebody moves away takes lines where it lies until its rotation is
+ * due; then the next one is made.
  */
 DWORD log_util_write(HTNWCSV hFile, const char* lpFormat, ...);
 

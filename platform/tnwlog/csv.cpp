@@ -21,6 +21,7 @@ struct TNWLOG_CSV {
     DWORD     dwHeader;  /* bytes of it */
     BOOL      fRotateDue;
     BOOL      fHeaded;
+    BOOL      fMixed; /* a header stands between lines of the file: its first line does not tell the last header */
 };
 
 /* Deletion is shared so that the file can be renamed while it is open: a reader never gets between close and reopen. */
@@ -64,6 +65,13 @@ static DWORD AppendHeader(TNWLOG_CSV* lpCsv, ULONGLONG size)
     return dwStatus;
 }
 
+static DWORD StartFile(TNWLOG_CSV* lpCsv)
+{
+    lpCsv->fRotateDue = FALSE;
+    lpCsv->fMixed = FALSE;
+    return AppendHeader(lpCsv, 0);
+}
+
 /* Opens what is there and finds out whether it can be continued. */
 static DWORD OpenFile(TNWLOG_CSV* lpCsv)
 {
@@ -87,13 +95,11 @@ static DWORD OpenFile(TNWLOG_CSV* lpCsv)
         if (!TnwFileCut(lpCsv->hFile, 0)) {
             return TNWLOG_WRITE_FAILED;
         }
-        lpCsv->fRotateDue = FALSE;
-        return AppendHeader(lpCsv, 0);
+        return StartFile(lpCsv);
     case FIRST_NONE:
-        lpCsv->fRotateDue = FALSE;
-        return AppendHeader(lpCsv, 0);
+        return StartFile(lpCsv);
     case FIRST_SAME:
-        lpCsv->fHeaded = TRUE;
+        lpCsv->fHeaded = !lpCsv->fMixed;
         break;
     case FIRST_OTHER:
         lpCsv->fRotateDue = TRUE;
@@ -148,9 +154,10 @@ static DWORD AppendLine(TNWLOG_CSV* lpCsv, const char* lpLine, DWORD dwLength)
         lpCsv->fRotateDue = TRUE;
         dwStatus = Prepare(lpCsv, &size, &dwRotate);
     }
-    /* Held by a reader and with another header: ours goes between the lines, once, so that no value stands under a
-     * wrong title. */
+    /* Cannot be renamed, and the header above the next line is, or may be, another one: ours goes between the lines, so
+     * that no value of this handle stands under a wrong title. Who opens such a file anew sees its first line alone. */
     if (dwStatus == TNWLOG_OK && !lpCsv->fHeaded) {
+        lpCsv->fMixed = TRUE;
         dwStatus = AppendHeader(lpCsv, size);
         size += lpCsv->dwHeader;
     }

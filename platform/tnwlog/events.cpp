@@ -50,16 +50,16 @@ static char* PutEventText(char* lp, const char* lpEnd, DWORD dwEvent)
 }
 
 /* Opens and closes the file for each entry: entries are rare, at most one a day and kind while trouble lasts. */
-static void WriteEntry(DWORD dwEvent, const SYSTEMTIME* lpTime, const char* lpText, DWORD dwSize)
+static BOOL WriteEntry(DWORD dwEvent, const SYSTEMTIME* lpTime, const char* lpText, DWORD dwSize)
 {
     char        buffer[8192];
     const char* lpEnd = buffer + sizeof buffer - 2;
     char*       lp = buffer;
     TNW_SHARED  shared = {};
-    BOOL        bLate = FALSE;
+    BOOL        bLate = FALSE, bWritten = FALSE;
 
     if (TnwSharedInit(&shared, EVENT_FILE, dwSize) != TNWLOG_OK) {
-        return;
+        return FALSE;
     }
     lp = TnwPutText(TnwPutTime(lp, lpEnd, lpTime), lpEnd, " ");
     lp = TnwPutText(TnwPutText(lp, lpEnd, g_aSeverity[dwEvent >> 30].lpWord), lpEnd, " ");
@@ -73,12 +73,15 @@ static void WriteEntry(DWORD dwEvent, const SYSTEMTIME* lpTime, const char* lpTe
     }
     *lp++ = '\r';
     *lp++ = '\n';
-    TnwSharedWrite(&shared, buffer, static_cast<DWORD>(lp - buffer), &bLate);
+    bWritten = TnwSharedWrite(&shared, buffer, static_cast<DWORD>(lp - buffer), &bLate) == TNWLOG_OK;
     TnwSharedTerm(&shared);
+    return bWritten;
 }
 
-void TnwEventRaise(DWORD dwEvent, const SYSTEMTIME* lpTime, const char* lpText, DWORD dwSize)
+BOOL TnwEventRaise(DWORD dwEvent, const SYSTEMTIME* lpTime, const char* lpText, DWORD dwSize)
 {
-    Report(dwEvent);
-    WriteEntry(dwEvent, lpTime, lpText, dwSize);
+    const BOOL bWritten = WriteEntry(dwEvent, lpTime, lpText, dwSize);
+
+    Report(dwEvent); /* last: it runs in a service that may be slow, or the end of this process */
+    return bWritten;
 }

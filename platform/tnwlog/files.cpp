@@ -265,8 +265,8 @@ DWORD TnwFileTrim(HANDLE hFile, ULONGLONG* lpSize)
         *lpSize = now;
         return TNWLOG_OK;
     }
-    if (!TnwFileCut(hFile, end)) {
-        return StatusOfWrite(GetLastError());
+    if (!TnwFileCut(hFile, end)) { /* who may append alone leaves them: closing the line ends them */
+        return GetLastError() == ERROR_ACCESS_DENIED ? TNWLOG_OK : StatusOfWrite(GetLastError());
     }
     *lpSize = end;
     return TNWLOG_OK;
@@ -385,6 +385,15 @@ static DWORD Discard(const TNW_SET* lpSet, DWORD dwGeneration)
     return TNWLOG_OK;
 }
 
+/* A current file that somebody took away by hand leaves nothing to move: whoever still has it open writes elsewhere. */
+static BOOL IsCurrentMissing(const TNW_SET* lpSet)
+{
+    wchar_t szPath[TNW_PATH_MAX];
+
+    return GenerationPath(lpSet, 0, szPath) && GetFileAttributesW(szPath) == INVALID_FILE_ATTRIBUTES &&
+           GetLastError() == ERROR_FILE_NOT_FOUND;
+}
+
 /*
  * Fills the lowest gap from below. A process killed between two renames leaves exactly one more gap, so the next
  * rotation goes on where that one stopped and no generation is lost.
@@ -395,7 +404,7 @@ DWORD TnwSetRotate(const TNW_SET* lpSet)
     DWORD dwGap = 0, dwStatus = TNWLOG_OK;
 
     dwStatus = ListGenerations(lpSet, aThere);
-    if (dwStatus != TNWLOG_OK) {
+    if (dwStatus != TNWLOG_OK || IsCurrentMissing(lpSet)) {
         return dwStatus;
     }
     for (dwGap = 1; dwGap <= lpSet->dwGenerations && aThere[dwGap]; dwGap++) {

@@ -5,8 +5,11 @@
 #include <stdio.h>
 #include <string.h>
 
-/* Room for what the library itself says in front of a line: how many were lost before it. */
-static const DWORD NOTICE_MAX = 512;
+/* Room for what the library itself says in front of a line, how many were lost before it: three lines of 175. */
+static const DWORD NOTICE_MAX = 525;
+
+/* " <event 0x800012C1>": what an event's line ends in, however long its text is. */
+static const DWORD EVENT_MARK = 19;
 
 /* ---- Moving-end writers ---- */
 
@@ -119,24 +122,28 @@ void TnwLineWrite(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const TNW_PLACE*
 {
     const BOOL bEvent = (dwLevel & TNWLOG_EVENT) != 0 && dwMessage != 0;
     char       buffer[NOTICE_MAX + TNW_LINE_MAX], szText[TNW_EVENT_TEXT_MAX + 1];
-    char *     lp = buffer, *lpLineEnd = NULL, *lpText = NULL;
+    char *     lp = buffer, *lpLineEnd = NULL, *lpTextEnd = NULL, *lpText = NULL;
     SYSTEMTIME time;
-    LONG       lDropped = 0, lLate = 0;
+    LONG       lDropped = 0, lLate = 0, lEntries = 0;
     BOOL       bLate = FALSE, bCut = FALSE;
 
     GetLocalTime(&time);
     /* What was lost or late is told in front of the first line that goes its usual way again. */
-    if (hLog->lDropped != 0 || hLog->lLate != 0) {
+    if (hLog->lDropped != 0 || hLog->lLate != 0 || hLog->lEntries != 0) {
         lDropped = InterlockedExchange(&hLog->lDropped, 0);
+        lEntries = InterlockedExchange(&hLog->lEntries, 0);
         lLate = hLog->shared.lStuck != 0 ? 0 : InterlockedExchange(&hLog->lLate, 0);
         lp = PutCount(lp, buffer + NOTICE_MAX, &time, lDropped, " lines were dropped, the file could not be written.");
+        lp = PutCount(lp, buffer + NOTICE_MAX, &time, lEntries,
+                      " event entries were dropped, diskperf_event.log could not be written.");
         lp = PutCount(lp, buffer + NOTICE_MAX, &time, lLate,
                       " lines were written without the lock, its owner did not answer.");
     }
     lpLineEnd = lp + TNW_LINE_MAX - 2;
-    lp = PutPrefix(lp, lpLineEnd, &time, dwLevel, lpPlace);
+    lpTextEnd = lpLineEnd - (bEvent ? EVENT_MARK : 0);
+    lp = PutPrefix(lp, lpTextEnd, &time, dwLevel, lpPlace);
     lpText = lp;
-    lp = TnwPutFormat(lp, lpLineEnd, lpFormat, args, &bCut);
+    lp = TnwPutFormat(lp, lpTextEnd, lpFormat, args, &bCut);
     FlattenText(lpText, lp);
     if (bEvent) {
         *lp = '\0';
@@ -149,10 +156,11 @@ void TnwLineWrite(HTNWLOG hLog, DWORD dwLevel, DWORD dwMessage, const TNW_PLACE*
     if (TnwSharedWrite(&hLog->shared, buffer, static_cast<DWORD>(lp - buffer), &bLate) != TNWLOG_OK) {
         InterlockedExchangeAdd(&hLog->lDropped, lDropped + 1);
         InterlockedExchangeAdd(&hLog->lLate, lLate);
+        InterlockedExchangeAdd(&hLog->lEntries, lEntries);
     } else if (bLate) {
         InterlockedIncrement(&hLog->lLate);
     }
-    if (bEvent) {
-        TnwEventRaise(dwMessage, &time, szText, hLog->dwSize);
+    if (bEvent && !TnwEventRaise(dwMessage, &time, szText, hLog->dwSize)) {
+        InterlockedIncrement(&hLog->lEntries);
     }
 }

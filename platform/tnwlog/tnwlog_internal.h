@@ -60,8 +60,8 @@ DWORD TnwSetInit(TNW_SET* lpSet, const wchar_t* lpFolder, const char* lpName, co
 void  TnwSetTerm(TNW_SET* lpSet);
 
 /* Moves every generation one up and the current file to generation 1; the caller holds what guards the set. The current
- * file may be open in any process that shares deletion. A status: some generation was held, nothing is lost, the next
- * call goes on. */
+ * file may be open in any process that shares deletion. Where it is missing nothing moves, TNWLOG_OK. A status: some
+ * generation was held, nothing is lost, the next call goes on. */
 DWORD TnwSetRotate(const TNW_SET* lpSet);
 
 /* Opens the current file, or creates it. dwShare as in CreateFile. */
@@ -72,7 +72,7 @@ void  TnwFileClose(HANDLE* lphFile);
 BOOL TnwFileSize(HANDLE hFile, ULONGLONG* lpSize);
 
 /* After a power loss: cut NULs off the end; close a half-written last line, with fQuotes also its open quote. What an
- * account may not read it leaves alone. */
+ * account may not read it leaves alone, and NULs that it may not cut it closes as it does a line. */
 DWORD TnwFileTrim(HANDLE hFile, ULONGLONG* lpSize);
 DWORD TnwFileCloseLine(HANDLE hFile, ULONGLONG size, BOOL fQuotes);
 
@@ -113,6 +113,7 @@ struct TNWLOG_TRACE {
     DWORD         dwSize;   /* KiB */
     volatile LONG lDropped; /* lines lost since the last line that told of them */
     volatile LONG lLate;    /* lines written without the lock, since the same */
+    volatile LONG lEntries; /* event entries lost, since the same */
     TNW_SHARED    shared;
 };
 
@@ -140,8 +141,9 @@ char* TnwPutFormat(char* lp, char* lpEnd, const char* lpFormat, va_list args, BO
 
 /* ---- events.cpp, strings.cpp ---- */
 
-/* Hands the event to the system's event log and writes its line into diskperf_event.log (bound dwSize KiB). */
-void TnwEventRaise(DWORD dwEvent, const SYSTEMTIME* lpTime, const char* lpText, DWORD dwSize);
+/* Writes the event's line into diskperf_event.log (bound dwSize KiB) and hands it to the system's event log. FALSE: the
+ * line could not be written. */
+BOOL TnwEventRaise(DWORD dwEvent, const SYSTEMTIME* lpTime, const char* lpText, DWORD dwSize);
 
 /* Text of a message, single '%', no line end; LocalFree it. NULL: none (dwStatus says why). */
 char*   TnwMessageText(HMODULE hMessages, DWORD dwNumber, DWORD* lpdwStatus);

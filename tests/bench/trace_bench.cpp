@@ -6,6 +6,11 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
 #include "bench/race.h"
 #include "tnwlog.h"
 
@@ -20,11 +25,18 @@ constexpr char SOURCE[] = "diskperf/src/diskperf_shm";
 constexpr char ROUTINE[] = "_DkpfShmSetPerf";
 constexpr char FORMAT[] = "EXIT<%s> err<0x%x>";
 
-/* As long as a line of ours with its prefix. */
-std::string LikeOurs()
+constexpr wchar_t LIMIT[] = L"..\\log\\bench_limit.log";
+constexpr wchar_t OURS[] = L"..\\log\\bench_trace.log";
+
+void WriteOurs(HTNWLOG log)
 {
-    return "2026/03/07 14:05:09.042 1234:5678 0x0008 diskperf/src/diskperf_shm(642) _DkpfShmSetPerf:EXIT<TRUE> "
-           "err<0xb0000000>\r\n";
+    log_write(log, TNWLOG_ENTEREXIT, 0, SOURCE, 642, ROUTINE, FORMAT, "TRUE", 0xb0000000u);
+}
+
+std::string Content(const wchar_t* path)
+{
+    std::ifstream file(std::filesystem::path(path), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
 /* The named mutex of the honest peer, and of the limit: what our own lock is. */
@@ -54,14 +66,21 @@ int main()
     peer.flush_on(spdlog::level::trace);
     const HANDLE peerMutex = NamedMutex(L"Global\\bench_peer");
     const HANDLE limitMutex = NamedMutex(L"Global\\bench_limit");
-    const HANDLE file =
-        CreateFileW(L"..\\log\\bench_limit.log", FILE_APPEND_DATA,
-                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS, 0, nullptr);
+    const HANDLE file = CreateFileW(LIMIT, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, CREATE_ALWAYS, 0, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         fprintf(stderr, "HOME\\log cannot be written\n");
         return 2;
     }
-    const std::string bytes = LikeOurs();
+    // The limit writes the bytes that one call of ours does. All lines of a run are as long: one process, one thread.
+    const std::string before = Content(OURS);
+    WriteOurs(log);
+    const std::string bytes = Content(OURS).substr(before.size());
+    ULONGLONG         ours = before.size() + bytes.size(), limits = 0;  // what the files hold at the end
+    if (bytes.size() < 2 || bytes.find("\r\n") != bytes.size() - 2) {
+        fprintf(stderr, "one call did not write one line\n");
+        return 2;
+    }
 
     Race race("Trace lines");
     race.Candidate("line below the level", SKIPPED, [&] {
@@ -76,8 +95,9 @@ int main()
     });
     race.Candidate("line written", LINES, [&] {
         for (int i = 0; i < LINES; i++) {
-            log_write(log, TNWLOG_ENTEREXIT, 0, SOURCE, 642, ROUTINE, FORMAT, "TRUE", 0xb0000000u);
+            WriteOurs(log);
         }
+        ours += LINES * bytes.size();
     });
     race.Candidate("named mutex and one write of the bytes", LINES, [&] {
         for (int i = 0; i < LINES; i++) {
@@ -86,6 +106,7 @@ int main()
             WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
             ReleaseMutex(limitMutex);
         }
+        limits += LINES * bytes.size();
     });
     race.Candidate("spdlog rotating, flush each line", LINES, [&] {
         for (int i = 0; i < LINES; i++) {
@@ -105,5 +126,9 @@ int main()
     race.Compare("line written", "spdlog rotating, flush, named mutex", 0);
     const bool reached = race.Run(15);
     log_term(log);
+    if (std::filesystem::file_size(OURS) != ours || std::filesystem::file_size(LIMIT) != limits) {
+        fprintf(stderr, "lines are missing: the figures mean nothing\n");
+        return 2;
+    }
     return reached ? 0 : 1;
 }

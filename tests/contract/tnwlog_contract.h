@@ -37,6 +37,8 @@ public:
     virtual void HoldName(const char* file) = 0;
     virtual void HoldAlone(const char* file) = 0;
     virtual void LetGo(const char* file) = 0;
+    /* Somebody moves a CSV file out of the folder, from under its writer. */
+    virtual void MoveAway(const char* file) = 0;
 };
 
 std::unique_ptr<TnwlogSide> RealTnwlog();

@@ -88,6 +88,10 @@ public:
         CloseHandle(m_held.at(file));
         m_held.erase(file);
     }
+    void MoveAway(const char* file) override
+    {
+        m_home.Move((L"perf\\" + Wide(file) + L".csv").c_str(), (L"moved" + std::to_wstring(++m_moved)).c_str());
+    }
 
 private:
     static std::wstring Wide(const std::string& text)
@@ -118,6 +122,7 @@ private:
     TestHome                      m_home;
     std::unique_ptr<TnwLogApi>    m_api;  // gone before the home it lies in
     std::map<std::string, HANDLE> m_held;
+    int                           m_moved = 0;
 };
 
 /* ---- The double ---- */
@@ -162,7 +167,11 @@ public:
 
     std::vector<std::vector<std::string>> Csv(const char* file) override
     {
-        return m_log.csv[file].files;
+        std::vector<std::vector<std::string>> generations = m_log.csv[file].files;
+        if (m_log.csv[file].movedAway) {
+            generations.pop_back();
+        }
+        return generations;
     }
 
     void HoldName(const char* file) override
@@ -177,6 +186,10 @@ public:
     {
         m_log.failRotate.erase(file);
         m_log.failWrite.erase(file);
+    }
+    void MoveAway(const char* file) override
+    {
+        m_log.csv[file].movedAway = true;
     }
 
 private:

@@ -287,8 +287,19 @@ static size_t FileSize(const std::vector<std::string>& lines)
     return size;
 }
 
+/* What was moved away is no generation any more. */
+static void ForgetMoved(CsvFile& file)
+{
+    if (file.movedAway) {
+        file.files.pop_back();
+        file.headers.pop_back();
+        file.movedAway = false;
+    }
+}
+
 void LogDouble::StartGeneration(CsvHandle& handle)
 {
+    ForgetMoved(*handle.file);
     handle.file->files.push_back({ handle.header });
     handle.file->headers.push_back(handle.header);
     handle.rotateDue = false;
@@ -305,6 +316,7 @@ DWORD LogDouble::Prepare(HTNWCSV file, CsvHandle& handle, DWORD* rotate)
         return TNWLOG_NOT_OPEN;
     }
     if (entry.writer == nullptr) {
+        ForgetMoved(entry);
         entry.writer = file;
         entry.open = true;
         entry.size = handle.size;

@@ -45,7 +45,8 @@ struct CsvFile {
     unsigned                 rotations = 0;
 
     std::vector<std::vector<std::string>> files;  // of each generation, oldest first: headers and lines as they stand
-    const void*                           writer = nullptr;  // the handle whose file this is; others wait for its end
+    const void*                           writer = nullptr;   // the handle whose file this is; others wait for its end
+    bool                                  movedAway = false;  // the newest of them, from under its writer
 };
 
 class LogDouble {

@@ -40,6 +40,7 @@ TEST(Help, OfAWrongWordFollowsTheSentenceThatSaysWhatIsWrong)
           "dkpfctl: --since lies behind --until: nothing is in between\r\n" },
         { "logs events trace", "dkpfctl: events are shown alone: dkpfctl logs events\r\n" },
         { "logs events --process 4", "dkpfctl: an event entry has neither routine nor process: " },
+        { "logs events --routine x", "dkpfctl: an event entry has neither routine nor process: " },
         { "config", "dkpfctl: A subcommand is required\r\n" },
         { "config set collectinterval", "dkpfctl: no value is given for collectinterval\r\n" },
     };

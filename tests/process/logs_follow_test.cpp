@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -103,10 +104,11 @@ TEST_F(LogsBesideWriters, AllLinesReadInTheMiddleOfRotationsHaveNoHole)
     EXPECT_EQ(0u, running.End());
 }
 
-// Each option in the real program, over several generations: all lines, or none.
-TEST_F(LogsBesideWriters, EachFilterTakesWhatItNamesOutOfAllGenerations)
+// Each option in the real program, over several generations and logs.
+TEST_F(LogsBesideWriters, EachOptionTakesWhatItNamesOutOfAllGenerations)
 {
-    std::vector<std::string> all;
+    using Texts = std::vector<std::string>;
+    Texts all;
     for (int n = 1; n <= 300; n++) {
         all.push_back("w " + std::to_string(n));
     }
@@ -114,24 +116,63 @@ TEST_F(LogsBesideWriters, EachFilterTakesWhatItNamesOutOfAllGenerations)
     const DWORD pid = running.Id();
     EXPECT_EQ(0u, running.End());
     ASSERT_TRUE(home.Exists(L"log\\diskperf.2.log"));
-    const auto shown = [this](const std::string& options) {
-        const Ran                ran = RunToEnd(control, "logs --lines all " + options);
-        std::vector<std::string> texts;
-        size_t                   from = 0;
-        EXPECT_EQ(0u, ran.code) << options << "\n" << ran.output;
+    home.Write(L"log\\diskperf_trace.log", "2001/01/01 10:00:00.000 1:2 0x0001 w(1) Writer:t 1\r\n");
+    home.Write(L"log\\diskperf_conf.log", "2001/01/01 11:00:00.000 1:2 0x0002 w(1) Writer:c 1\r\n");
+
+    const auto output = [this](const std::string& arguments) {
+        const Ran ran = RunToEnd(control, "logs " + arguments);
+        Texts     lines;
+        size_t    from = 0;
+        EXPECT_EQ(0u, ran.code) << arguments << "\n" << ran.output;
         for (size_t end = 0; (end = ran.output.find("\r\n", from)) != std::string::npos; from = end + 2) {
-            texts.push_back(Written(ran.output.substr(from, end - from)));
+            lines.push_back(ran.output.substr(from, end - from));
+        }
+        return lines;
+    };
+    const auto shown = [output](const std::string& arguments) {
+        Texts texts = output(arguments);
+        for (std::string& line : texts) {
+            const size_t at = line.find("w(1) Writer:");
+            line = at != std::string::npos ? line.substr(at + 12) : "no record: " + line;
         }
         return texts;
     };
+    const auto with = [](Texts before, const Texts& behind) {
+        before.insert(before.end(), behind.begin(), behind.end());
+        return before;
+    };
+
     for (const std::string& options :
          { std::string("--routine Writer"), std::string("--routine \"Wri*\""), std::string("--since 2000-01-01"),
-           std::string("--since 1h"), "--process " + std::to_string(pid) }) {
-        EXPECT_EQ(all, shown(options)) << options;
+           std::string("--since 1h"), "--process " + std::to_string(pid), std::string("--level notice"),
+           std::string("--level 0x4") }) {
+        EXPECT_EQ(all, shown("--lines all " + options)) << options;
     }
-    for (const char* options : { "--routine Nobody", "--until 2000-01-01", "--process 1" }) {
-        EXPECT_EQ(std::vector<std::string>(), shown(options)) << options;
+    for (const char* options : { "--routine Nobody", "--until 2000-01-01", "--process 1", "--level error" }) {
+        EXPECT_EQ(Texts(), shown(std::string("--lines all ") + options)) << options;
     }
+    EXPECT_EQ(Texts({ "w 298", "w 299", "w 300" }), shown("--lines 3"));
+    EXPECT_EQ(Texts(all.end() - 50, all.end()), shown(""));
+    EXPECT_EQ(Texts({ "w 7", "w 70", "w 71", "w 72", "w 73", "w 74", "w 75", "w 76", "w 77", "w 78", "w 79" }),
+              shown("--lines all --text \"w 7\""));
+    // A day as the end is meant with all its hours.
+    const std::string current = home.Read(L"log\\diskperf.log");
+    const std::string day = current.substr(current.rfind('\n', current.size() - 2) + 1, 10);
+    EXPECT_EQ(all, shown("--lines all --until " + day));
+
+    EXPECT_EQ(Texts({ "t 1" }), shown("trace"));
+    EXPECT_EQ(Texts({ "c 1" }), shown("conf --lines all"));
+    EXPECT_EQ(Texts({ "t 1", "c 1" }), shown("conf trace"));
+    EXPECT_EQ(with({ "t 1" }, all), shown("diskperf trace --lines all"));
+    EXPECT_EQ(with({ "t 1", "c 1" }, all), shown("--all --lines all"));
+    EXPECT_EQ(Texts({ "t 1" }), shown("--all --level error"));
+    EXPECT_EQ(Texts({ "t 1", "c 1" }), shown("--all --until 2001-01-01"));
+
+    const Texts objects = output("trace --json");
+    ASSERT_EQ(1u, objects.size());
+    const auto object = nlohmann::json::parse(objects[0]);
+    EXPECT_EQ("trace", object["log"]);
+    EXPECT_EQ("t 1", object["text"]);
 }
 
 // As of "logs --follow | find ..." whose right side ends: the next line finds nobody, which is no failure.

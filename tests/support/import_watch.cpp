@@ -33,7 +33,8 @@ static INT_PTR (*FailureOf(const std::string& name))()
                                         "DeleteFileW",
                                         "FindNextFileW",
                                         "HeapAlloc" };
-    static const char* const minusOne[] = { "CreateFileW", "ReOpenFile", "FindFirstFileW", "WaitForSingleObject" };
+    static const char* const minusOne[] = { "CreateFileW", "ReOpenFile", "FindFirstFileW", "GetFileAttributesW",
+                                            "WaitForSingleObject" };
 
     for (const char* known : zero) {
         if (name == known) {

@@ -175,7 +175,8 @@ class Product:
         wait_for(f"{program} gone", lambda: not self.processes(program))
 
     def mount(self, folder, options):
-        """Puts a small disk over a folder of the home. False: this account may not, the one reason that counts."""
+        """Puts a small disk over a folder of the home. False: this account may not, the one reason that counts; a case
+        whose main part that is ends with NotTried."""
         done = subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", str(folder)], capture_output=True,
                               text=True)
         if done.returncode != 0:
@@ -247,6 +248,13 @@ class Product:
         return re.search(r"REG_SZ\s+(\S+)", text)[1]
 
 
+NOT_TRIED_CODE = 77  # as in system.cmake
+
+
+class NotTried(Exception):
+    """The main part of a case could not be tried here; what was shown before it holds."""
+
+
 def main(check):
     product = Product(ROOT / "build" / "system" / pathlib.Path(sys.argv[0]).stem)
     status = 1
@@ -255,6 +263,9 @@ def main(check):
     try:
         check(product)
         status = 0
+    except NotTried as error:
+        print(f"NOT TRIED: {error}")
+        status = NOT_TRIED_CODE
     except Exception as error:  # whatever it is, the logs below belong to it
         print(f"FAILED: {error}" if isinstance(error, Failed) else traceback.format_exc())
         for name in ("commands.txt", *(f"home/log/{log}.log" for log in LOGS)):

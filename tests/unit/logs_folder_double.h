@@ -21,7 +21,8 @@ struct PictureFile {
     std::string content;
     ULONGLONG   id = 0;
     DWORD       readError = 0;
-    size_t      read = 0;  // bytes handed out
+    ULONGLONG   errorBelow = ~ULONGLONG{ 0 };  // of reads that begin in front of this
+    size_t      read = 0;                      // bytes handed out
 };
 
 class PictureLogs : public LogFolder {
@@ -119,7 +120,7 @@ private:
         DWORD Read(ULONGLONG at, char* to, DWORD size, DWORD* got) override
         {
             *got = 0;
-            if (file->readError != 0) {
+            if (file->readError != 0 && at < file->errorBelow) {
                 return file->readError;
             }
             if (at < file->content.size()) {

@@ -325,6 +325,91 @@ TEST_F(LogsFollow, AHeldFileDelaysWhatComesBehindIt)
     EXPECT_THAT(view.notes, ElementsAre(HasSubstr("diskperf.1.log could not be opened: error 32")));
 }
 
+// Said once, however often it is looked at, and what comes is shown when it can be read again.
+TEST_F(LogsFollow, AFileThatCannotBeReadIsSaidOnceUntilItCan)
+{
+    WriteNext();
+    const std::string one = written;
+    const auto        breakIt = [this] {
+        logs.files[{ "diskperf", 0 }]->readError = ERROR_CRC;
+        WriteNext();
+    };
+    const auto mendIt = [this] {
+        EXPECT_NE(view.said, written);
+        logs.files[{ "diskperf", 0 }]->readError = 0;
+    };
+    Then(breakIt);
+    Then([] {});
+    Then([] {});
+    Then([this, mendIt] {
+        EXPECT_EQ(view.notes.size(), 1u);
+        mendIt();
+    });
+    Then([] {});
+    Then(breakIt);
+    Then(mendIt);
+    EXPECT_EQ(Follow(), written);
+    EXPECT_FALSE(good);
+    const auto note = HasSubstr("a part of diskperf.log could not be read: error 23");
+    EXPECT_THAT(view.notes, ElementsAre(note, note));
+}
+
+// The file is named as it is called now.
+TEST_F(LogsFollow, AFileThatWasRotatedIsNamedByItsNewName)
+{
+    WriteNext();
+    Then([this] {
+        RotateAndWrite();
+        RotateAndWrite();
+    });
+    Then([this] {
+        const auto late = logs.files[{ "diskperf", 1 }];
+        logs.Write("diskperf", TraceLine("14:05:09.042", " late"), 1);
+        late->readError = ERROR_CRC;
+    });
+    EXPECT_EQ(Follow(), written);
+    EXPECT_THAT(view.notes, ElementsAre(HasSubstr("a part of diskperf.1.log could not be read: error 23")));
+}
+
+// Each time it is held, and each file that is.
+TEST_F(LogsFollow, AFileThatIsHeldAgainIsSaidAgain)
+{
+    WriteNext();
+    const auto hold = [this] {
+        RotateAndWrite();
+        RotateAndWrite();
+        logs.openErrors[{ "diskperf", 0 }] = ERROR_SHARING_VIOLATION;
+        logs.openErrors[{ "diskperf", 1 }] = ERROR_ACCESS_DENIED;
+    };
+    const auto letGo = [this] {
+        EXPECT_NE(view.said, written);
+        logs.openErrors.clear();
+    };
+    Then(hold);
+    Then([] {});
+    Then(letGo);
+    Then(hold);
+    Then(letGo);
+    EXPECT_EQ(Follow(), written);
+    const auto current = HasSubstr("diskperf.log could not be opened: error 32");
+    const auto older = HasSubstr("diskperf.1.log could not be opened: error 5");
+    EXPECT_THAT(view.notes, ElementsAre(current, older, current, older));
+}
+
+// Held from the first look on; the one behind it is there.
+TEST_F(LogsFollow, ACurrentFileHeldAtFirstIsSaidOnceAndFollows)
+{
+    WriteNext();
+    logs.Rotate("diskperf");
+    WriteNext();
+    logs.openErrors[{ "diskperf", 0 }] = ERROR_SHARING_VIOLATION;
+    Then([] {});
+    Then([this] { logs.openErrors.clear(); });
+    EXPECT_EQ(Follow(), written);
+    EXPECT_THAT(view.notes, ElementsAre(testing::AllOf(HasSubstr("diskperf.log could not be opened: error 32"),
+                                                       HasSubstr("its lines follow as soon as it can be."))));
+}
+
 TEST_F(LogsFollow, EndsWhenNobodyReadsAnyMore)
 {
     WriteNext();

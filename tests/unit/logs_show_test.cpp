@@ -360,9 +360,34 @@ TEST_F(LogsShow, APartThatCannotBeReadIsSaidAndTheRestIsShown)
 {
     logs.Write("diskperf", Numbered(1, 1), 1).readError = ERROR_CRC;
     logs.Write("diskperf", Numbered(2, 2));
-    EXPECT_EQ(Shown(), WithoutCr(Numbered(2, 2)));
+    for (const bool lastLines : { false, true }) {
+        request.lines.reset();
+        if (lastLines)
+            request.lines = 50;
+        view.notes.clear();
+        EXPECT_EQ(Shown(), WithoutCr(Numbered(2, 2)));
+        EXPECT_FALSE(good);
+        EXPECT_THAT(view.notes, ElementsAre(HasSubstr("a part of diskperf.1.log could not be read: error 23")));
+    }
+}
+
+// The lines behind the damage were found already. What is shown of them is said to be a part.
+TEST_F(LogsShow, OfAFileDamagedInItsMiddleTheLinesBehindItAreShown)
+{
+    const std::string whole = Numbered(1, 4000);
+    ASSERT_GT(whole.size(), 2 * LOG_BLOCK);
+    logs.Write("diskperf", Numbered(5000, 5000), 1);
+    PictureFile& damaged = logs.Write("diskperf", whole);
+    damaged.readError = ERROR_CRC;
+    damaged.errorBelow = LOG_BLOCK;
+    request.lines = 5000;
+    const std::string shown = Shown();
     EXPECT_FALSE(good);
-    EXPECT_THAT(view.notes, ElementsAre(HasSubstr("could not be read: error 23")));
+    EXPECT_THAT(view.notes, ElementsAre(HasSubstr("a part of diskperf.log could not be read: error 23")));
+    // Blocks are read from the end: what lies behind the last one that could be, from its first whole line on.
+    const size_t      from = whole.size() - (whole.size() - LOG_BLOCK) / LOG_BLOCK * LOG_BLOCK;
+    const std::string rest = whole.substr(whole.find('\n', from - 1) + 1);
+    EXPECT_EQ(shown, WithoutCr(Numbered(5000, 5000) + rest));
 }
 
 TEST_F(LogsShow, EndsWhereNobodyReadsAnyMore)

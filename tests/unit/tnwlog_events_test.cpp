@@ -17,21 +17,40 @@ struct Reported {
     WORD        wType;
     DWORD       dwEvent;
     WORD        wStrings;
+    bool        isInFile;  // the entry stands in our own file already
 };
 
 std::vector<Reported> g_reported;
 std::string           g_source;
 bool                  g_noSource;
+const TestHome*       g_home;
+int                   g_handles;  // of the event log, open now
+
+// No handle of the system's: what is reported to another one fails.
+const HANDLE SOURCE = reinterpret_cast<HANDLE>(INT_PTR{ 4711 });
 
 HANDLE WINAPI RegisterHook(LPCSTR, LPCSTR lpSource)
 {
     g_source = lpSource;
-    return g_noSource ? nullptr : RegisterEventSourceA(nullptr, lpSource);
+    g_handles += g_noSource ? 0 : 1;
+    return g_noSource ? nullptr : SOURCE;
 }
 
-BOOL WINAPI ReportHook(HANDLE, WORD wType, WORD, DWORD dwEvent, PSID, WORD wStrings, DWORD, LPCSTR*, LPVOID)
+BOOL WINAPI DeregisterHook(HANDLE hSource)
 {
-    g_reported.push_back({ g_source, wType, dwEvent, wStrings });
+    EXPECT_EQ(SOURCE, hSource);
+    g_handles--;
+    return TRUE;
+}
+
+BOOL WINAPI ReportHook(HANDLE hSource, WORD wType, WORD, DWORD dwEvent, PSID, WORD wStrings, DWORD, LPCSTR*, LPVOID)
+{
+    char szNumber[16];
+
+    EXPECT_EQ(SOURCE, hSource);
+    snprintf(szNumber, sizeof szNumber, " 0x%08lX ", dwEvent);
+    g_reported.push_back({ g_source, wType, dwEvent, wStrings,
+                           g_home->Read(L"log\\diskperf_event.log").find(szNumber) != std::string::npos });
     return TRUE;
 }
 
@@ -46,14 +65,18 @@ protected:
     {
         g_reported.clear();
         g_noSource = false;
+        g_home = &home;
+        g_handles = 0;
         Hook("advapi32.dll", "RegisterEventSourceA", RegisterHook);
         Hook("advapi32.dll", "ReportEventA", ReportHook);
+        Hook("advapi32.dll", "DeregisterEventSource", DeregisterHook);
         Hook("kernel32.dll", "GetLocalTime", TimeHook);
         ASSERT_EQ(api->log_init("diskperf", &hLog, 0, 1, 0, "key"), TNWLOG_OK);
     }
     void TearDown() override
     {
         api->log_term(hLog);
+        EXPECT_EQ(g_handles, 0);
     }
 
     void Raise(DWORD dwEvent, const char* lpText = "")
@@ -91,6 +114,7 @@ TEST_P(EachEvent, IsReportedAndStandsInTheFileInWords)
     EXPECT_EQ(g_reported[0].wType, GetParam().wType);
     EXPECT_EQ(g_reported[0].dwEvent, GetParam().dwEvent);
     EXPECT_EQ(g_reported[0].wStrings, 0);
+    EXPECT_TRUE(g_reported[0].isInFile) << "whatever the event log then does";
     EXPECT_THAT(Entry(), StartsWith(std::string("2026/12/31 23:59:59.007 ") + GetParam().lpEntry));
     EXPECT_THAT(Entry(), EndsWith("."));  // whole sentences, no line end of the table left
     EXPECT_THAT(Entry(), Not(HasSubstr("%")));
@@ -129,6 +153,14 @@ TEST_F(EventLog, ALongTextOfTheCallerIsCutAndTheEntryEnds)
     Raise(0x400012C4, std::string(5000, 'x').c_str());
     EXPECT_THAT(Entry(), EndsWith(" " + std::string(1024, 'x')));
     EXPECT_THAT(Entry(), Not(HasSubstr(std::string(1025, 'x'))));
+}
+
+TEST_F(EventLog, TheTraceLineEndsInTheEventHoweverLongTheTextIs)
+{
+    Raise(0x400012C4, std::string(20000, 'x').c_str());
+    const std::string line = home.Read(L"log\\diskperf.log");
+    EXPECT_EQ(line.size(), TNWLOG_TRACE_LINE_MAX);
+    EXPECT_THAT(line.substr(line.size() - 30), EndsWith("xxx <event 0x400012C4>\r\n"));
 }
 
 TEST_F(EventLog, AnEntryIsOneLineWhateverTheCallersTextHolds)
@@ -186,6 +218,40 @@ TEST_F(EventLog, AMissingFolderStillReports)
     home.Remove(L"log");
     Raise(0x800012C1);
     EXPECT_EQ(g_reported.size(), 1u);
+}
+
+// Somebody looks at it with a program that shares nothing.
+TEST_F(EventLog, AHeldEventFileCostsTheEntryAndItIsTold)
+{
+    home.Write(EVENT_LOG, "");
+    const HANDLE hReader = home.Hold(EVENT_LOG, 0);
+
+    Raise(0x800012C1, "first");
+    Raise(0x400012C2, "second");
+    CloseHandle(hReader);
+    EXPECT_EQ(g_reported.size(), 2u);
+    Raise(0xC00012C5);
+    EXPECT_THAT(Entry(), HasSubstr(" ERROR 0xC00012C5 "));
+    EXPECT_THAT(
+        Lines(home.Read(L"log\\diskperf.log")),
+        ElementsAre(EndsWith("first <event 0x800012C1>"),
+                    EndsWith(") log_write: 1 event entries were dropped, diskperf_event.log could not be written."),
+                    EndsWith("second <event 0x400012C2>"),
+                    EndsWith(") log_write: 1 event entries were dropped, diskperf_event.log could not be written."),
+                    EndsWith(" <event 0xC00012C5>")));
+}
+
+// As above, and the trace log cannot be written either when the loss is to be told.
+TEST_F(EventLog, ALossThatCouldNotBeToldIsToldLater)
+{
+    home.Remove(L"log");
+    Raise(0x800012C1);
+    Raise(0x400012C2);
+    home.MakeFolder(L"log");
+    Raise(0xC00012C5);
+    EXPECT_THAT(Lines(home.Read(L"log\\diskperf.log")),
+                ElementsAre(HasSubstr(": 2 lines were dropped"), HasSubstr(": 2 event entries were dropped"),
+                            EndsWith(" <event 0xC00012C5>")));
 }
 
 TEST_F(EventLog, TheFileRotatesLikeTheOthers)

@@ -16,6 +16,25 @@
 
 using Names = std::vector<std::wstring>;
 
+/* The library's memory: which request fails, and how many pieces it holds. */
+struct Memory {
+    inline static int failAt = 0, requests = 0, held = 0;
+
+    static LPVOID WINAPI Alloc(HANDLE hHeap, DWORD dwFlags, SIZE_T cb)
+    {
+        if (++requests == failAt) {
+            return nullptr;
+        }
+        held++;
+        return HeapAlloc(hHeap, dwFlags, cb);
+    }
+    static BOOL WINAPI Free(HANDLE hHeap, DWORD dwFlags, LPVOID lp)
+    {
+        held--;
+        return HeapFree(hHeap, dwFlags, lp);
+    }
+};
+
 class TnwLogTest : public testing::Test {
 protected:
     explicit TnwLogTest(const wchar_t* lpLeaf = L"home") : home(lpLeaf)
@@ -37,6 +56,18 @@ protected:
     {
         hooks.push_back(std::make_unique<ImportHook>(api->Module(), lpDll, lpName, lpReplacement));
         return *hooks.back();
+    }
+
+    /* From now on the n-th request for memory fails; 0: none does. */
+    void FailMemoryAt(int n)
+    {
+        if (hooks.empty()) {
+            Hook("kernel32.dll", "HeapAlloc", Memory::Alloc);
+            Hook("kernel32.dll", "HeapFree", Memory::Free);
+            Memory::held = 0;
+        }
+        Memory::failAt = n;
+        Memory::requests = 0;
     }
 
     TestHome                                 home;

@@ -83,6 +83,19 @@ BOOL WINAPI CutNeedsWriteAccess(HANDLE hFile, FILE_INFO_BY_HANDLE_CLASS eClass, 
     return SetFileInformationByHandle(hFile, eClass, lpInfo, dwSize);
 }
 
+// As of an account that may append alone.
+BOOL WINAPI CutRefused(HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD)
+{
+    SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+}
+
+HANDLE WINAPI ReOpenRefused(HANDLE, DWORD, DWORD, DWORD)
+{
+    SetLastError(ERROR_ACCESS_DENIED);
+    return INVALID_HANDLE_VALUE;
+}
+
 HANDLE WINAPI ReOpenHook(HANDLE hFile, DWORD dwAccess, DWORD dwShare, DWORD dwFlags)
 {
     g_calls.reopened = (dwAccess & FILE_WRITE_DATA) != 0;
@@ -772,9 +785,8 @@ TEST_F(Trace, AFolderWithoutWriteRightsCostsLinesNeverAStart)
         EXPECT_TRUE(home.List(L"log").empty());
         hooks.clear();
         Put(hLog, "here");
-        ASSERT_EQ(Texts().size(), 2u);
-        EXPECT_THAT(Texts()[0], HasSubstr(": 2 lines were dropped"));
-        EXPECT_EQ(Texts()[1], "here");
+        EXPECT_THAT(Texts(), ElementsAre(HasSubstr(": 2 lines were dropped"),
+                                         HasSubstr(": 1 event entries were dropped"), "here"));
         api->log_term(hLog);
         home.Remove(L"log\\diskperf.log");
     }
@@ -949,6 +961,22 @@ TEST_F(Trace, NulsThatAPowerLossLeftAreCut)
     home.Write(L"log\\diskperf.log", "whole\r\nhal" + std::string(9000, '\0'));
     Put(hLog, "next");
     EXPECT_THAT(Texts(), ElementsAre("whole", "hal", "next"));
+    api->log_term(hLog);
+}
+
+TEST_F(Trace, NulsThatTheAccountMayNotCutAreEndedAsALineAndCostNone)
+{
+    const std::string left = "hal" + std::string(90, '\0');
+    HTNWLOG           hLog = Open();
+
+    home.Write(L"log\\diskperf.log", "whole\r\n" + left);
+    Hook("kernel32.dll", "SetFileInformationByHandle", CutRefused);
+    Hook("kernel32.dll", "ReOpenFile", ReOpenRefused);
+    Hook("kernel32.dll", "GetTickCount64", TickHook);
+    Put(hLog, "next");
+    g_calls.ticks += 1000;  // looked at again
+    Put(hLog, "and one");
+    EXPECT_THAT(Texts(), ElementsAre("whole", left, "next", "and one"));
     api->log_term(hLog);
 }
 
@@ -1161,6 +1189,28 @@ TEST_F(Trace, TheLockDoesNotDependOnHowANameIsSpelled)
     api->log_term(hUpper);
 }
 
+// Two processes are two copies of the library, each with the spelling that it was loaded by.
+TEST_F(Trace, TheLockDependsOnTheHomeAndNotOnHowItsPathIsSpelled)
+{
+    std::wstring upper = path;
+    TestHome     other(L"other");
+
+    std::transform(upper.begin(), upper.end(), upper.begin(), towupper);
+    ASSERT_NE(upper, path);
+    const std::wstring spellings[] = { path, upper, upper.substr(4) /* without \\?\ */, other.Install(L"tnwlog.dll") };
+    for (const std::wstring& spelling : spellings) {
+        path = spelling;
+        Restart();
+        ASSERT_NE(api->Module(), nullptr);
+        Hook("kernel32.dll", "CreateMutexW", MutexHook);
+        api->log_term(Open());
+    }
+    ASSERT_EQ(g_calls.mutexNames.size(), 8u);
+    EXPECT_EQ(g_calls.mutexNames[0], g_calls.mutexNames[2]);
+    EXPECT_EQ(g_calls.mutexNames[0], g_calls.mutexNames[4]);
+    EXPECT_NE(g_calls.mutexNames[0], g_calls.mutexNames[6]);
+}
+
 TEST_F(Trace, ASuspendedOwnerDelaysAProcessOnceAndAtMostHalfASecond)
 {
     HTNWLOG hLog = Open();
@@ -1304,64 +1354,23 @@ TEST_F(Trace, ALockThatMayNotBeMadeIsOpened)
     api->log_term(hLog);
 }
 
-/* ---- Arguments and handles ---- */
-
-TEST_F(Trace, WrongArgumentsAreRefusedAndSetNoHandle)
-{
-    struct {
-        const char* lpName;
-        DWORD       dwSize, dwReserved;
-        const char* lpKey;
-    } const aCase[] = { { nullptr, 64, 0, "k" }, { "", 64, 0, "k" },      { "l", 0, 0, "k" }, { "l", 4194304, 0, "k" },
-                        { "l", 64, 1, "k" },     { "l", 64, 0, nullptr }, { "l", 64, 0, "" } };
-
-    for (const auto& c : aCase) {
-        HTNWLOG hLog = reinterpret_cast<HTNWLOG>(this);
-        EXPECT_EQ(api->log_init(c.lpName, &hLog, 1, c.dwSize, c.dwReserved, c.lpKey), TNWLOG_INVALID_ARGUMENT);
-        EXPECT_EQ(hLog, nullptr);
-    }
-    EXPECT_EQ(api->log_init("l", nullptr, 1, 64, 0, "k"), TNWLOG_INVALID_ARGUMENT);
-}
-
-TEST_F(Trace, NamesThatLeadOutOfTheFolderOrMeanAnotherFileAreRefused)
-{
-    const std::string longest(64, 'n'), tooLong(65, 'n');
-    HTNWLOG           hLog = nullptr;
-
-    for (const char* lpName :
-         { "..", "..\\etc", "a/b", "c:d", "a.b", "a*", "a?", "a\"", "a<", "a>", "a|", "a\tb", tooLong.c_str() }) {
-        EXPECT_EQ(api->log_init(lpName, &hLog, 1, 64, 0, "k"), TNWLOG_INVALID_ARGUMENT) << lpName;
-    }
-    hLog = Open(0x3F, 64, longest.c_str());
-    EXPECT_NE(hLog, nullptr);
-    api->log_term(hLog);
-}
-
-TEST_F(Trace, ClosingWhatIsNotOpenIsRefused)
-{
-    HTNWLOG     hLog = Open();
-    HTNWSTRINGS hTable = nullptr;
-
-    ASSERT_EQ(api->TnwLoadStringTable("diskperf", 0, &hTable), TNWLOG_OK);
-    EXPECT_EQ(api->log_term(nullptr), TNWLOG_INVALID_ARGUMENT);
-    EXPECT_EQ(api->log_term(reinterpret_cast<HTNWLOG>(hTable)), TNWLOG_INVALID_ARGUMENT);  // open, but no log
-    EXPECT_EQ(api->log_term(hLog), TNWLOG_OK);
-    EXPECT_EQ(api->log_term(hLog), TNWLOG_INVALID_ARGUMENT);
-    EXPECT_EQ(api->TnwFreeStringTable(hTable), TNWLOG_OK);
-}
-
-LPVOID WINAPI NoMemory(HANDLE, DWORD, SIZE_T)
-{
-    return nullptr;
-}
+/* ---- Memory ---- */
 
 TEST_F(Trace, WithoutMemoryNoLogOpensAndNothingStaysBehind)
 {
-    HTNWLOG hLog = reinterpret_cast<HTNWLOG>(this);
+    HTNWLOG hLog = nullptr;
 
-    Hook("kernel32.dll", "HeapAlloc", NoMemory);
-    EXPECT_EQ(api->log_init("diskperf", &hLog, 1, 64, 0, "k"), TNWLOG_NO_MEMORY);
-    EXPECT_EQ(hLog, nullptr);
+    for (int n = 1; n <= 2; n++) {
+        hLog = reinterpret_cast<HTNWLOG>(this);
+        FailMemoryAt(n);
+        EXPECT_EQ(api->log_init("diskperf", &hLog, 1, 64, 0, "k"), TNWLOG_NO_MEMORY) << n;
+        EXPECT_EQ(hLog, nullptr) << n;
+        EXPECT_EQ(Memory::held, 0) << n;
+    }
+    FailMemoryAt(3);
+    hLog = Open();  // takes two pieces
+    api->log_term(hLog);
+    EXPECT_EQ(Memory::held, 0);
 }
 
 /* ---- The home ---- */
