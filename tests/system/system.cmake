@@ -45,4 +45,6 @@ dkpf_system_test(install_cycle)
 dkpf_system_test(install_broken_off)
 dkpf_system_test(doctor_agent)
 dkpf_system_test(doctor_host)
-set_tests_properties(system.doctor_agent system.doctor_host PROPERTIES TIMEOUT 900 COST 900)  # the longest: started first
+# The longest are started first.
+set_tests_properties(system.doctor_agent system.doctor_host system.install_cycle PROPERTIES TIMEOUT 900 COST 900)
+set_tests_properties(system.performance_library PROPERTIES COST 500)
