@@ -76,6 +76,7 @@ static bool Below(const std::wstring& path, const std::wstring& folder)
 void FakeMachine::Restart()
 {
     held.clear();
+    m_deletedOpen.clear();
     const std::set<std::wstring> marked = std::move(state.atRestart);
     state.atRestart.clear();
     for (const std::wstring& path : marked)
@@ -89,7 +90,9 @@ void FakeMachine::Restart()
 bool FakeMachine::HoldsAnything(const std::wstring& folder) const
 {
     const auto below = [&folder](const auto& entry) { return Below(entry.first, folder); };
-    return std::any_of(state.files.begin(), state.files.end(), below) ||
+    const auto open = [&folder](const std::wstring& path) { return Below(path, folder); };
+    return std::any_of(m_deletedOpen.begin(), m_deletedOpen.end(), open) ||
+           std::any_of(state.files.begin(), state.files.end(), below) ||
            std::any_of(state.folders.begin(), state.folders.end(), below);
 }
 
@@ -213,6 +216,10 @@ std::vector<std::wstring> FakeMachine::Names(const std::wstring& folder)
         if (Parent(path) == folder)
             names.push_back(path.substr(folder.size() + 1));
     }
+    for (const std::wstring& path : m_deletedOpen) {
+        if (Parent(path) == folder)
+            names.push_back(path.substr(folder.size() + 1));
+    }
     return names;
 }
 
@@ -279,6 +286,8 @@ DWORD FakeMachine::RemoveFile(const std::wstring& path)
     return Change("remove file " + Narrow(path), [&]() -> DWORD {
         if (held.count(path) != 0 || locked.count(path) != 0)
             return ERROR_ACCESS_DENIED;
+        if (lingering.count(path) != 0 && state.files.count(path) != 0)
+            m_deletedOpen.insert(path);
         return state.files.erase(path) != 0 ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
     });
 }

@@ -48,6 +48,7 @@ public:
     std::set<std::wstring>   held;                 // can be renamed, and not deleted
     std::set<std::wstring>   locked;               // neither
     std::set<std::wstring>   loads;                // held as soon as they stand there
+    std::set<std::wstring>   lingering;            // open: once deleted they are listed until the restart, as nothing
     int                      tellings = 0;         // that the environment changed
     std::vector<std::string> calls;                // those that change the machine, in their order
     size_t                   failAt = 0;           // 1: the first call that changes anything fails; 0: none
@@ -94,6 +95,8 @@ public:
     DWORD UnloadNames(const std::wstring& driver) override;
 
 private:
+    std::set<std::wstring> m_deletedOpen;
+
     template <class Act> DWORD Change(const std::string& call, Act act);
     bool                       HoldsAnything(const std::wstring& folder) const;
 };

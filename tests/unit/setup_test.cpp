@@ -435,6 +435,24 @@ TEST_F(Setup, UninstallOfARunningProgramEndsAtTheRestart)
     EXPECT_EQ(machine.Kind(HOME + L"\\bin"), PathKind::Nothing);
 }
 
+TEST_F(Setup, PurgeBesideAReaderEndsAtTheRestart)
+{
+    FakeMachine        machine = Clean(true);
+    const auto         before = Describe(machine.state);
+    const std::wstring trace = HOME + L"\\log\\diskperf_trace.log";
+    const std::wstring scenario = HOME + L"\\etc\\scenarios\\three-disks.scn";
+    ASSERT_TRUE(Run(machine));
+    machine.state.files[trace] = "lines";
+    machine.lingering = { trace, scenario };
+    std::vector<std::string> lines;
+    EXPECT_TRUE(Remove(machine, true, &lines));
+    EXPECT_THAT(lines, Contains("folder C:\\Program Files\\TARNWELL\\log: goes at the next restart"));
+    EXPECT_THAT(machine.state.atRestart,
+                testing::ElementsAre(HOME, HOME + L"\\etc", HOME + L"\\etc\\scenarios", HOME + L"\\log"));
+    machine.Restart();
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
 TEST_F(Setup, ForeignFilesStayAndAreNamed)
 {
     FakeMachine machine = Clean(true);

@@ -39,6 +39,7 @@ private:
     void RemoveEverything(const std::wstring& folder);
     void RemoveFolderIfEmpty(const std::wstring& folder);
     void RemoveService(const wchar_t* name);
+    bool IsGoing(const std::wstring& path) const;
     bool OwnDriver();
     bool HoldsProduct();
 
@@ -62,7 +63,7 @@ private:
     bool                      m_everything;  // foreign files in the product's folders too
     const SayFn&              m_say;
     std::vector<std::string>  m_left;
-    std::vector<std::wstring> m_atRestart;  // whole paths
+    std::vector<std::wstring> m_going;  // whole paths: removed, or marked for the restart
     bool                      m_namesLeft = false;
 };
 
@@ -190,11 +191,20 @@ void Removal::RemoveKeys()
 
 /* ---- Files ---- */
 
+/* Its name may still be listed: a file that was removed while a program had it open is, until the program closes it,
+ * and the system calls it neither a file nor a folder meanwhile. */
+bool Removal::IsGoing(const std::wstring& path) const
+{
+    return std::find(m_going.begin(), m_going.end(), path) != m_going.end();
+}
+
 void Removal::RemoveOneFile(const std::wstring& path)
 {
+    if (IsGoing(path))
+        return;
     DWORD error = m_machine.RemoveFile(path);
     if (error == ERROR_SUCCESS)
-        return;
+        return m_going.push_back(path);
     // A program that runs or a library that is loaded can be renamed, and does not stand in the way of a new one then.
     // One that cannot be renamed is not marked: by the restart a new one might stand there.
     std::wstring held = path;
@@ -205,7 +215,7 @@ void Removal::RemoveOneFile(const std::wstring& path)
     }
     if (m_machine.RemoveAtRestart(held) != ERROR_SUCCESS)
         return Left("file " + Narrow(held), error);
-    m_atRestart.push_back(held);
+    m_going.push_back(held);
     Say("file " + Narrow(held) + ": in use, goes at the next restart");
 }
 
@@ -234,12 +244,12 @@ void Removal::RemoveEverything(const std::wstring& folder)
 
 void Removal::RemoveFolderIfEmpty(const std::wstring& folder)
 {
-    if (m_machine.Kind(folder) != PathKind::Folder)
+    if (m_machine.Kind(folder) != PathKind::Folder || IsGoing(folder))
         return;
     bool pending = false;
     for (const std::wstring& name : m_machine.Names(folder)) {
         const std::wstring path = folder + L"\\" + name;
-        if (std::find(m_atRestart.begin(), m_atRestart.end(), path) == m_atRestart.end())
+        if (!IsGoing(path))
             return Say("folder " + Narrow(folder) + ": stays, it holds " + Narrow(name));
         pending = true;
     }
@@ -247,8 +257,7 @@ void Removal::RemoveFolderIfEmpty(const std::wstring& folder)
     const DWORD error = pending ? m_machine.RemoveAtRestart(folder) : m_machine.RemoveFolder(folder);
     if (error != ERROR_SUCCESS)
         return Left("folder " + Narrow(folder), error);
-    if (pending)
-        m_atRestart.push_back(folder);
+    m_going.push_back(folder);
     Say("folder " + Narrow(folder) + (pending ? ": goes at the next restart" : ": removed"));
 }
 
