@@ -36,7 +36,8 @@ std::vector<std::wstring> Describe(const MachineState& state, bool running)
     for (const auto& [name, service] : state.services) {
         lines.push_back(L"service " + name + L" " + std::to_wstring(service.config.type) + L" " +
                         std::to_wstring(service.config.start) + L" " + service.config.command + L" " +
-                        service.config.displayName + (running && service.runs ? L" runs" : L""));
+                        service.config.displayName +
+                        (running && service.runs ? service.stops ? L" stops" : L" runs" : L""));
         for (const auto& [setting, value] : service.settings) {
             std::wstring words = value.text.c_str();
             for (const FailureAction& action : value.actions)
@@ -382,19 +383,24 @@ bool FakeMachine::Runs(const std::wstring& name)
     return found != state.services.end() && found->second.runs;
 }
 
-DWORD FakeMachine::StartAndWait(const std::wstring& name)
+ServiceStart FakeMachine::StartAndWait(const std::wstring& name)
 {
-    return Change("start " + Narrow(name), [&]() -> DWORD {
+    const DWORD error = Change("start " + Narrow(name), [&]() -> DWORD {
         state.services.at(name).runs = true;
-        return ERROR_SUCCESS;
+        state.services.at(name).stops = false;
+        return startHangs.count(name) != 0 ? ERROR_SERVICE_REQUEST_TIMEOUT : ERROR_SUCCESS;
     });
+    return error == ERROR_SUCCESS ? ServiceStart{ true, "was started" }
+                                  : ServiceStart{ false, "could not be started: " + SystemErrorText(error) };
 }
 
 DWORD FakeMachine::StopAndWait(const std::wstring& name)
 {
     return Change("stop " + Narrow(name), [&]() -> DWORD {
-        state.services.at(name).runs = false;
-        return ERROR_SUCCESS;
+        FakeService& service = state.services.at(name);
+        service.stops = stopHangs.count(name) != 0;
+        service.runs = service.stops;
+        return service.stops ? ERROR_SERVICE_REQUEST_TIMEOUT : ERROR_SUCCESS;
     });
 }
 

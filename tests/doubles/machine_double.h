@@ -21,6 +21,7 @@ struct FakeService {
     ServiceConfig                                 config;
     std::map<ServiceSetting, ServiceSettingValue> settings;
     bool                                          runs = false;
+    bool                                          stops = false;  // and still runs: a stop that takes its time
 };
 
 /* All that stays on a machine when the program ends. */
@@ -49,6 +50,8 @@ public:
     std::set<std::wstring>   locked;               // neither
     std::set<std::wstring>   loads;                // held as soon as they stand there
     std::set<std::wstring>   lingering;            // open: once deleted they are listed until the restart, as nothing
+    std::set<std::wstring>   startHangs;           // services whose start takes longer than anybody waits
+    std::set<std::wstring>   stopHangs;            // likewise
     int                      tellings = 0;         // that the environment changed
     std::vector<std::string> calls;                // those that change the machine, in their order
     size_t                   failAt = 0;           // 1: the first call that changes anything fails; 0: none
@@ -89,10 +92,10 @@ public:
     DWORD ReadSetting(const std::wstring& name, ServiceSetting setting, ServiceSettingValue* value) override;
     DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const ServiceSettingValue& value) override;
     bool  Runs(const std::wstring& name) override;
-    DWORD StartAndWait(const std::wstring& name) override;
-    DWORD StopAndWait(const std::wstring& name) override;
-    DWORD LoadNames(const std::wstring& iniFile) override;
-    DWORD UnloadNames(const std::wstring& driver) override;
+    ServiceStart StartAndWait(const std::wstring& name) override;
+    DWORD        StopAndWait(const std::wstring& name) override;
+    DWORD        LoadNames(const std::wstring& iniFile) override;
+    DWORD        UnloadNames(const std::wstring& driver) override;
 
 private:
     std::set<std::wstring> m_deletedOpen;

@@ -217,6 +217,36 @@ TEST_F(Setup, WhatWasStartedStopsBeforeItsFilesGoBack)
     EXPECT_EQ(machine.calls[machine.failAt + 1], "stop velcor");
 }
 
+TEST_F(Setup, AStartThatTakesTooLongIsStoppedBeforeItsFilesGoBack)
+{
+    FakeMachine              machine = Older(true);
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    machine.startHangs = { FEEDER_SERVICE };
+    EXPECT_FALSE(Run(machine, true, &lines));
+    const auto start = std::find(machine.calls.begin(), machine.calls.end(), "start velcorfeed");
+    ASSERT_LT(start + 1, machine.calls.end());
+    EXPECT_EQ(*(start + 1), "stop velcorfeed");
+    EXPECT_THAT(lines, Contains(HasSubstr("services: FAILED: the service velcorfeed does not start: it could not be "
+                                          "started: error 1053")));
+    // The old one takes as long; the others are as they were.
+    EXPECT_THAT(lines, Contains(HasSubstr("NOT taken back: the service velcorfeed does not start: it could not be ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
+TEST_F(Setup, AServiceWhoseStopTakesTooLongIsStartedAgain)
+{
+    FakeMachine              machine = Older(true);
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    machine.stopHangs = { AGENT_SERVICE };
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines,
+                Contains(HasSubstr("services to stop: FAILED: the service dkpfagent does not stop: error 1053")));
+    EXPECT_THAT(machine.calls, testing::ElementsAre("stop dkpfagent", "start dkpfagent"));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
 TEST_F(Setup, ANewLibraryThatAHostLoadedMeanwhileGivesWayToTheOldOne)
 {
     FakeMachine        machine = Older(true);

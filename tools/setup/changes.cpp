@@ -1,7 +1,5 @@
 #include "changes.h"
 
-#include <fmt/format.h>
-
 #include "registration.h"
 #include "product_files.h"
 #include "text.h"
@@ -178,8 +176,12 @@ bool Changes::StopIfRunning(const std::wstring& name)
 {
     if (!m_machine.Runs(name))
         return false;
+    // Before the stop: one that takes too long still happens later.
+    Remember("stop of " + Narrow(name), [this, name]() -> DWORD {
+        Start(name);
+        return ERROR_SUCCESS;
+    });
     Must(m_machine.StopAndWait(name), "the service " + Narrow(name) + " does not stop");
-    Remember("start of " + Narrow(name), [this, name] { return m_machine.StartAndWait(name); });
     return true;
 }
 
@@ -187,9 +189,18 @@ bool Changes::StartUnlessRunning(const std::wstring& name)
 {
     if (m_machine.Runs(name))
         return false;
-    Must(m_machine.StartAndWait(name), "the service " + Narrow(name) + " does not start");
-    Remember("stop of " + Narrow(name), [this, name] { return m_machine.StopAndWait(name); });
+    // Before the start: one that takes too long may still come up, over files that go back by then.
+    Remember("start of " + Narrow(name),
+             [this, name] { return m_machine.Runs(name) ? m_machine.StopAndWait(name) : ERROR_SUCCESS; });
+    Start(name);
     return true;
+}
+
+void Changes::Start(const std::wstring& name)
+{
+    const ServiceStart start = m_machine.StartAndWait(name);
+    if (!start.running)
+        throw SetupError("the service " + Narrow(name) + " does not start: it " + start.words);
 }
 
 void Changes::Keep(const SayFn& say)
@@ -210,11 +221,12 @@ void Changes::Undo(const SayFn& say)
 {
     for (; !m_steps.empty(); m_steps.pop_back()) {
         const Step& step = m_steps.back();
-        const DWORD error = step.undo();
-        if (error == ERROR_SUCCESS)
+        try {
+            Must(step.undo(), step.words);
             say("  taken back: " + step.words);
-        else
-            say("  NOT taken back: " + step.words + ": " + SystemErrorText(error));
+        } catch (const SetupError& error) {
+            say(std::string("  NOT taken back: ") + error.what());
+        }
     }
     m_aside.clear();
 }

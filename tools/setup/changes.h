@@ -48,7 +48,8 @@ public:
     bool StopIfRunning(const std::wstring& name);
     bool StartUnlessRunning(const std::wstring& name);
 
-    /* How to take back what the caller did itself. words: "names of the counters" */
+    /* How to take back what the caller did itself. words: "names of the counters". undo answers the system's number, or
+     * throws SetupError. */
     void Remember(std::string words, std::function<DWORD()> undo);
 
     /* All is done: what was moved aside goes, at the next restart where it is still held. Says which. */
@@ -61,6 +62,8 @@ private:
         std::string            words;
         std::function<DWORD()> undo;
     };
+
+    void Start(const std::wstring& name);
 
     Machine&                  m_machine;
     std::vector<Step>         m_steps;

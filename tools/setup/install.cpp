@@ -5,8 +5,6 @@
 #include "install.h"
 
 #include <fmt/format.h>
-#include <algorithm>
-#include <iterator>
 
 #include "names.h"
 #include "product_files.h"

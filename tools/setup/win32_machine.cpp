@@ -2,7 +2,6 @@
 
 #include <aclapi.h>
 #include <sddl.h>
-#include <iterator>
 
 #include "file_io.h"
 #include "process_info.h"
@@ -440,10 +439,14 @@ public:
         return info.pid == 0 || LookAtProcess(info.pid, 0) == ProcessLife::Alive;
     }
 
-    DWORD StartAndWait(const std::wstring& name) override
+    ServiceStart StartAndWait(const std::wstring& name) override
     {
-        const ServiceStart start = dkpf::StartAndWait(SystemServices(), name.c_str(), START_LIMIT_MS, SleepStep);
-        return start.running ? ERROR_SUCCESS : ERROR_SERVICE_REQUEST_TIMEOUT;
+        const auto stopping = [&name, this] {
+            return SystemServices().Query(name.c_str()).state == SERVICE_STOP_PENDING && Runs(name);
+        };
+        for (DWORD waitedMs = 0; waitedMs < STOP_LIMIT_MS && stopping(); waitedMs += START_STEP_MS)
+            SleepStep(START_STEP_MS);
+        return dkpf::StartAndWait(SystemServices(), name.c_str(), START_LIMIT_MS, SleepStep);
     }
 
     DWORD StopAndWait(const std::wstring& name) override
