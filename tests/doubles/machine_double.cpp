@@ -409,7 +409,7 @@ DWORD FakeMachine::StopAndWait(const std::wstring& name)
 DWORD FakeMachine::LoadNames(const std::wstring& iniFile)
 {
     return Change("load names " + Narrow(iniFile), [&]() -> DWORD {
-        if (!loaderWorks || Kind(iniFile) != PathKind::File)
+        if (!loaderWorks || loadsNothing || Kind(iniFile) != PathKind::File)
             return ERROR_SUCCESS;  // as a stub answers
         auto& values = state.keys[PERFORMANCE_KEY];
         if (values.count(VALUE_FIRST_COUNTER) != 0)
@@ -417,7 +417,7 @@ DWORD FakeMachine::LoadNames(const std::wstring& iniFile)
         values[VALUE_FIRST_COUNTER] = { REG_DWORD, {}, loadedRange };
         values[VALUE_LAST_COUNTER] = { REG_DWORD, {}, loadedRange + 34 };
         values[VALUE_FIRST_HELP] = { REG_DWORD, {}, loadedRange + 1 };
-        values[VALUE_LAST_HELP] = { REG_DWORD, {}, loadedRange + 35 };
+        values[VALUE_LAST_HELP] = { REG_DWORD, {}, loadedRange + 35 - loadedLack };
         // What stands in the system's tables from now on.
         state.keys[L"SYSTEM"][L"names"] = { REG_SZ, Wide(state.files[iniFile]), 0 };
         return ERROR_SUCCESS;

@@ -43,19 +43,21 @@ public:
     MachineState             state;
     bool                     administrator = true;
     bool                     wine = true;
-    bool                     loaderWorks = false;  // LoadNames gives a range
-    DWORD                    loadedRange = 7000;   // the next one that it gives
-    bool                     settingsKept = true;  // services keep what is set beside their configuration
-    std::set<std::wstring>   held;                 // can be renamed, and not deleted
-    std::set<std::wstring>   locked;               // neither
-    std::set<std::wstring>   loads;                // held as soon as they stand there
-    std::set<std::wstring>   lingering;            // open: once deleted they are listed until the restart, as nothing
-    std::set<std::wstring>   startHangs;           // services whose start takes longer than anybody waits
-    std::set<std::wstring>   stopHangs;            // likewise
-    int                      tellings = 0;         // that the environment changed
-    std::vector<std::string> calls;                // those that change the machine, in their order
-    size_t                   failAt = 0;           // 1: the first call that changes anything fails; 0: none
-    size_t                   killAt = 0;           // likewise: the program is killed behind that call
+    bool                     loaderWorks = false;   // LoadNames gives a range
+    DWORD                    loadedRange = 7000;    // the next one that it gives
+    DWORD                    loadedLack = 0;        // its Last Help is so much too small
+    bool                     loadsNothing = false;  // LoadNames gives none, though UnloadNames works
+    bool                     settingsKept = true;   // services keep what is set beside their configuration
+    std::set<std::wstring>   held;                  // can be renamed, and not deleted
+    std::set<std::wstring>   locked;                // neither
+    std::set<std::wstring>   loads;                 // held as soon as they stand there
+    std::set<std::wstring>   lingering;             // open: once deleted they are listed until the restart, as nothing
+    std::set<std::wstring>   startHangs;            // services whose start takes longer than anybody waits
+    std::set<std::wstring>   stopHangs;             // likewise
+    int                      tellings = 0;          // that the environment changed
+    std::vector<std::string> calls;                 // those that change the machine, in their order
+    size_t                   failAt = 0;            // 1: the first call that changes anything fails; 0: none
+    size_t                   killAt = 0;            // likewise: the program is killed behind that call
 
     /* What the system does at its start: removes what was marked. */
     void Restart();

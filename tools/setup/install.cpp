@@ -180,8 +180,10 @@ std::string Installation::ForgetOldNames()
     m_changes.Remember("old names of the counters", [this, table, first]() -> DWORD {
         const DWORD error = m_machine.LoadNames(table);
         DWORD       now = 0;
+        if (error == ERROR_SUCCESS && !ReadTitleRange(m_machine, &now))
+            return ERROR_INVALID_DATA;
         // The loader may give another range than before.
-        if (error != ERROR_SUCCESS || !ReadTitleRange(m_machine, &now) || now == first)
+        if (error != ERROR_SUCCESS || now == first)
             return error;
         return m_machine.WriteValue(PERFORMANCE_KEY, VALUE_OBJECT_LIST, Text(std::to_wstring(now)));
     });
@@ -367,8 +369,8 @@ std::string Installation::LoadNames()
     DWORD first = 0;
     if (ReadTitleRange(m_machine, &first))
         return fmt::format("title indexes {} to {} are there already", first, first + 2 * TITLE_NUM - 1);
-    RegistryValue damaged;
-    if (m_machine.ReadValue(PERFORMANCE_KEY, VALUE_FIRST_COUNTER, &damaged) == ERROR_SUCCESS) {
+    RegistryValue part;
+    if (m_machine.ReadValue(PERFORMANCE_KEY, VALUE_FIRST_COUNTER, &part) == ERROR_SUCCESS) {
         // The loader would take the names for loaded. What it finds of them goes, whatever it answers.
         m_machine.UnloadNames(L"tnwdiskperf");
         for (const wchar_t* name : { VALUE_FIRST_COUNTER, VALUE_LAST_COUNTER, VALUE_FIRST_HELP, VALUE_LAST_HELP })
@@ -376,10 +378,11 @@ std::string Installation::LoadNames()
     }
     const std::wstring table = At(ETC_FOLDER) + L"\\" + NAME_TABLE;
     const DWORD        error = m_machine.LoadNames(table);
-    if (ReadTitleRange(m_machine, &first)) {
+    // A range that does not fit is taken out as well.
+    if (m_machine.ReadValue(PERFORMANCE_KEY, VALUE_FIRST_COUNTER, &part) == ERROR_SUCCESS)
         m_changes.Remember("names of the counters", [this] { return m_machine.UnloadNames(L"tnwdiskperf"); });
+    if (ReadTitleRange(m_machine, &first))
         return fmt::format("title indexes {} to {} from the system", first, first + 2 * TITLE_NUM - 1);
-    }
     if (!m_machine.IsWine()) {
         Must(error, "the system's loader refused " + Narrow(table));
         throw SetupError("the system's loader gave no range of title indexes for " + Narrow(table));
