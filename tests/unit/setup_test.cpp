@@ -84,8 +84,12 @@ protected:
 
 TEST_F(Setup, EverythingIsWhereItBelongs)
 {
-    FakeMachine machine = Clean(true);
-    ASSERT_TRUE(Run(machine));
+    FakeMachine              machine = Clean(true);
+    std::vector<std::string> lines;
+    ASSERT_TRUE(Run(machine, true, &lines));
+    EXPECT_THAT(lines,
+                Contains("services: not started: net start velcor, net start velcorfeed, net start dkpfagent, or "
+                         "restart the machine"));
     const auto text = [&machine](const wchar_t* key, const wchar_t* name) {
         RegistryValue value;
         machine.ReadValue(key, name, &value);
@@ -116,8 +120,22 @@ TEST_F(Setup, EverythingIsWhereItBelongs)
                                                   { SC_ACTION_RESTART, 60000 } };
     EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).actions, restarts);
     EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).resetS, 86400u);
-    EXPECT_EQ(machine.state.services.at(DRIVER_SERVICE).config.type, static_cast<DWORD>(SERVICE_KERNEL_DRIVER));
-    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).settings.at(ServiceSetting::FailureActions).actions, restarts);
+    EXPECT_EQ(agent.config.type, static_cast<DWORD>(SERVICE_WIN32_OWN_PROCESS));
+    EXPECT_EQ(agent.config.displayName, L"Cluster disk performance agent");
+    EXPECT_EQ(
+        agent.settings.at(ServiceSetting::Description).text,
+        L"Collects the samples of the mirror disks, shares them with readers of performance data and writes the CSV "
+        L"files.");
+    const ServiceConfig& driver = machine.state.services.at(DRIVER_SERVICE).config;
+    EXPECT_EQ(driver.type, static_cast<DWORD>(SERVICE_KERNEL_DRIVER));
+    EXPECT_EQ(driver.start, static_cast<DWORD>(SERVICE_AUTO_START));
+    EXPECT_EQ(driver.command, L"C:\\Windows\\drivers\\velcor.sys");  // no quotes: the system takes none for a driver
+    const FakeService& feeder = machine.state.services.at(FEEDER_SERVICE);
+    EXPECT_EQ(feeder.config.type, static_cast<DWORD>(SERVICE_WIN32_OWN_PROCESS));
+    EXPECT_EQ(feeder.config.start, static_cast<DWORD>(SERVICE_AUTO_START));
+    EXPECT_EQ(feeder.config.command, L"\"" + HOME + L"\\bin\\velcorfeed.exe\" --service");
+    EXPECT_EQ(feeder.settings.size(), 1u);
+    EXPECT_EQ(feeder.settings.at(ServiceSetting::FailureActions).actions, restarts);
     // AI: the system's own mark that what lies below has them too.
     const std::wstring readOnly = L"D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;WD)";
     for (const wchar_t* folder : { L"\\bin", L"\\etc", L"\\perf", L"\\driver" })
@@ -204,11 +222,11 @@ TEST_F(Setup, TheSettingsOfAnAgentThatWasThereComeBack)
 
 TEST_F(Setup, OnlyWhatHasToStopsAndTheDriverWithTheFeederThatHoldsIt)
 {
-    const auto stops = [](FakeMachine& machine, const std::wstring& home) {
+    const auto stops = [](FakeMachine& machine, const std::wstring& home, bool driver = true) {
         for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
             machine.state.services.at(name).runs = true;
         machine.calls.clear();
-        EXPECT_TRUE(Install(machine, { SOURCE, home, true }, [](std::string_view) {}));
+        EXPECT_TRUE(Install(machine, { SOURCE, home, driver }, [](std::string_view) {}));
         std::vector<std::string> names;
         for (const std::string& call : machine.calls) {
             if (call.rfind("stop ", 0) == 0)
@@ -225,6 +243,8 @@ TEST_F(Setup, OnlyWhatHasToStopsAndTheDriverWithTheFeederThatHoldsIt)
     machine.state.files[SOURCE + L"\\driver\\velcor.sys"] = "two";
     EXPECT_THAT(stops(machine, HOME), testing::ElementsAre("dkpfagent", "velcorfeed", "velcor"));
     EXPECT_THAT(stops(machine, SOURCE), testing::ElementsAre("dkpfagent", "velcorfeed"));  // another home: no new file
+    machine = Older(true);
+    EXPECT_THAT(stops(machine, HOME, false), testing::ElementsAre("dkpfagent")) << "the feeder is left alone, as told";
 }
 
 TEST_F(Setup, WhatWasStartedStopsBeforeItsFilesGoBack)
@@ -389,8 +409,13 @@ TEST_F(Setup, KilledBehindEachChangeAndRunAgainItEndsTheSame)
             machine.killAt = n;
             EXPECT_THROW(Run(machine), Killed);
             machine.killAt = 0;
-            EXPECT_TRUE(Run(machine));
+            std::vector<std::string> lines;
+            EXPECT_TRUE(Run(machine, true, &lines));
             // Who ran before is not known to the second run.
+            if (whole.calls[n - 1] == "stop velcorfeed") {
+                EXPECT_THAT(lines, Contains("services: what ran before runs again; not started: net start velcorfeed, "
+                                            "net start dkpfagent, or restart the machine"));
+            }
             EXPECT_THAT(Describe(machine.state, false), ElementsAreArray(Describe(whole.state, false)))
                 << whole.calls[n - 1];
         }

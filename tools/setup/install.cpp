@@ -157,7 +157,7 @@ std::string Installation::StopRunning()
     if (programs || driver) {
         // The feeder holds the driver's device, and a driver that is held does not go.
         for (const wchar_t* name : { AGENT_SERVICE, FEEDER_SERVICE }) {
-            if (m_changes.StopIfRunning(name))
+            if ((m_options.driver || name == AGENT_SERVICE) && m_changes.StopIfRunning(name))
                 m_stopped.push_back(name);
         }
         if (driver && m_changes.StopIfRunning(DRIVER_SERVICE))
@@ -409,9 +409,16 @@ std::string Installation::StartAgain()
 {
     for (auto name = m_stopped.rbegin(); name != m_stopped.rend(); ++name)
         m_changes.StartUnlessRunning(*name);
-    if (!m_stopped.empty())
-        return "what ran before runs again";
-    return m_machine.Runs(AGENT_SERVICE) ? "runs" : "not started: net start dkpfagent, or restart the machine";
+    std::string words = m_stopped.empty() ? "" : "what ran before runs again";
+    // A run that was killed stopped others, perhaps, and nobody knows which.
+    std::string asleep;
+    for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE }) {
+        if ((m_options.driver || name == AGENT_SERVICE) && !m_machine.Runs(name))
+            asleep += (asleep.empty() ? "net start " : ", net start ") + Narrow(name);
+    }
+    if (!asleep.empty())
+        words += (words.empty() ? "" : "; ") + ("not started: " + asleep + ", or restart the machine");
+    return words.empty() ? "all run" : words;
 }
 
 /* ---- The steps ---- */
