@@ -176,6 +176,8 @@ DWORD FakeMachine::ReadValue(const std::wstring& key, const std::wstring& name, 
 {
     if (!KeyExists(key) || state.keys[key].count(name) == 0)
         return ERROR_FILE_NOT_FOUND;
+    if (unreadable.count(key + L"!" + name) != 0)
+        return ERROR_ACCESS_DENIED;
     *value = state.keys[key][name];
     return ERROR_SUCCESS;
 }

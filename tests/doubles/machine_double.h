@@ -51,6 +51,7 @@ public:
     std::set<std::wstring>   held;                  // can be renamed, and not deleted
     std::set<std::wstring>   locked;                // neither
     std::set<std::wstring>   loads;                 // held as soon as they stand there
+    std::set<std::wstring>   unreadable;            // registry values, as KEY!NAME
     std::set<std::wstring>   lingering;             // open: once deleted they are listed until the restart, as nothing
     std::set<std::wstring>   startHangs;            // services whose start takes longer than anybody waits
     std::set<std::wstring>   stopHangs;             // likewise

@@ -197,6 +197,14 @@ TEST_F(Setup, AServiceSettingThatIsRefusedEndsItUnlessTheSystemKeepsNone)
     EXPECT_TRUE(Run(machine, true, &lines));
     EXPECT_THAT(lines, Contains(HasSubstr("this system does not keep the list of privileges")));
 
+    FakeMachine failing = Older(false);
+    failing.settingsKept = false;
+    failing.startHangs = { AGENT_SERVICE };
+    lines.clear();
+    EXPECT_FALSE(Run(failing, true, &lines));
+    EXPECT_THAT(lines, Contains("  taken back: service dkpfagent"));
+    EXPECT_THAT(lines, Not(Contains(HasSubstr("taken back: restart after a failure")))) << "it was never set";
+
     FakeMachine real = Clean(true);
     real.settingsKept = false;
     const auto before = Describe(real.state);
@@ -582,7 +590,9 @@ TEST_F(Setup, ADebugSwitchThatWasLeftOnGoes)
         ASSERT_TRUE(Run(machine));
         EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
         machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = value;
-        ASSERT_TRUE(Remove(machine));
+        std::vector<std::string> lines;
+        ASSERT_TRUE(Remove(machine, false, &lines));
+        EXPECT_THAT(lines, Contains("value dkpf_debug of Software\\OSK\\TARNWELL\\work: removed"));
         EXPECT_EQ(machine.state.keys.count(L"Software\\OSK"), 0u);
     }
 }
@@ -696,6 +706,56 @@ TEST_F(Setup, APathThatWasNotThereIsMadeAndGoes)
     EXPECT_EQ(machine.tellings, 2);
 }
 
+TEST_F(Setup, APathThatCannotBeReadStaysAsItIs)
+{
+    FakeMachine              machine = Clean(true);
+    const std::wstring       name = std::wstring(ENVIRONMENT_KEY) + L"!Path";
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    machine.unreadable = { name };
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("PATH: FAILED: the system's PATH cannot be read: error 5, ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+
+    machine.unreadable.clear();
+    ASSERT_TRUE(Run(machine));
+    const RegistryValue path = machine.state.keys[ENVIRONMENT_KEY][L"Path"];
+    machine.unreadable = { name };
+    lines.clear();
+    EXPECT_FALSE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("NOT removed: PATH: error 5, ")));
+    EXPECT_EQ(machine.state.keys[ENVIRONMENT_KEY][L"Path"], path);
+}
+
+TEST_F(Setup, ADebugSwitchThatCannotBeReadIsNoneThatIsMissing)
+{
+    FakeMachine              machine = Older(true);
+    std::vector<std::string> lines;
+    machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = { REG_DWORD, {}, 1 };
+    machine.unreadable = { std::wstring(DEBUG_KEY) + L"!" + DEBUG_VALUE };
+    const auto before = Describe(machine.state);
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("registry key of the product: FAILED: value dkpf_debug of ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+    lines.clear();
+    EXPECT_FALSE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines,
+                Contains(HasSubstr("NOT removed: value dkpf_debug of Software\\OSK\\TARNWELL\\work: error 5, ")));
+}
+
+// A value that stands there and is not the one wanted would be deleted by the undo, were it taken for a missing one.
+TEST_F(Setup, AValueThatCannotBeReadIsNotWrittenOver)
+{
+    FakeMachine              machine = Older(true);
+    std::vector<std::string> lines;
+    machine.state.keys[PERFORMANCE_KEY][VALUE_OPEN] = { REG_SZ, L"another", 0 };
+    machine.unreadable = { std::wstring(PERFORMANCE_KEY) + L"!" + VALUE_OPEN };
+    const auto before = Describe(machine.state);
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("performance provider: FAILED: value Open of ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
 TEST_F(Setup, AnotherHomeTakesThePlaceOfTheRegisteredOneOnThePath)
 {
     FakeMachine        machine = Clean(true);
@@ -726,6 +786,18 @@ TEST_F(Setup, AHomeThatPathCannotHoldIsRefused)
     EXPECT_FALSE(
         Install(machine, { SOURCE, L"C:\\a;b", true }, [&lines](std::string_view line) { lines.emplace_back(line); }));
     EXPECT_THAT(lines, Contains(HasSubstr("to: FAILED: the path of C:\\a;b holds a ';'")));
+    EXPECT_THAT(machine.calls, IsEmpty());
+}
+
+TEST_F(Setup, AHomeThatIsNoPathIsRefused)
+{
+    FakeMachine              machine = Clean(true);
+    std::vector<std::string> lines;
+    const auto               say = [&lines](std::string_view line) { lines.emplace_back(line); };
+    EXPECT_FALSE(Install(machine, { SOURCE, L"", true }, say));
+    EXPECT_THAT(lines, Contains("to: FAILED: the folder to install into is no path: name another one with --home"));
+    EXPECT_FALSE(Uninstall(machine, { L"", true }, say));
+    EXPECT_EQ(lines.back(), "the folder to remove from is no path: name another one with --home");
     EXPECT_THAT(machine.calls, IsEmpty());
 }
 

@@ -75,10 +75,12 @@ bool Changes::SetValue(const std::wstring& key, const std::wstring& name, const 
 
 bool Changes::RemoveValue(const std::wstring& key, const std::wstring& name)
 {
-    RegistryValue before;
-    if (m_machine.ReadValue(key, name, &before) != ERROR_SUCCESS)
-        return false;
     const std::string words = "value " + Narrow(name) + " of " + Narrow(key);
+    RegistryValue     before;
+    const DWORD       error = m_machine.ReadValue(key, name, &before);
+    if (error == ERROR_FILE_NOT_FOUND)
+        return false;
+    Must(error, words + " cannot be read");
     Must(m_machine.RemoveValue(key, name), words + " cannot be removed");
     Remember(words, [this, key, name, before] { return m_machine.WriteValue(key, name, before); });
     return true;

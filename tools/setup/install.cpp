@@ -126,6 +126,8 @@ std::string Installation::CheckSource()
 
 std::string Installation::CheckHome()
 {
+    if (m_options.home.empty())  // bin, etc and log of whatever drive is the current one
+        throw SetupError("the folder to install into is no path: name another one with --home");
     // On PATH it would be two folders, neither of them ours.
     if (m_options.home.find(L';') != std::wstring::npos)
         throw SetupError("the path of " + Narrow(m_options.home) +
@@ -290,20 +292,21 @@ std::string Installation::SetSetting(const wchar_t* service, ServiceSetting sett
     m_machine.ReadSetting(service, setting, &before);  // what cannot be read counts as not set
     if (before == wanted)
         return {};
-    const DWORD error = m_machine.SetSetting(service, setting, wanted);
+    DWORD error = m_machine.SetSetting(service, setting, wanted);
+    if (error == ERROR_SUCCESS)
+        m_machine.ReadSetting(service, setting, &now);
+    if (!(now == wanted) && m_machine.IsWine())
+        return std::string("; this system does not keep the ") + words;
     if (error == ERROR_SUCCESS) {
         const std::wstring name = service;
         m_changes.Remember(std::string(words) + " of " + Narrow(name),
                            [this, name, setting, before] { return m_machine.SetSetting(name, setting, before); });
-        m_machine.ReadSetting(service, setting, &now);
-        if (now == wanted) {
-            *changed = true;
-            return {};
-        }
+        if (!(now == wanted))
+            error = ERROR_INVALID_DATA;
     }
-    if (!m_machine.IsWine())
-        Must(error != ERROR_SUCCESS ? error : ERROR_INVALID_DATA, std::string(words) + " cannot be set");
-    return std::string("; this system does not keep the ") + words;
+    Must(error, std::string(words) + " cannot be set");
+    *changed = true;
+    return {};
 }
 
 std::string Installation::SetRestart(const wchar_t* service, bool* changed)

@@ -137,11 +137,14 @@ void Removal::RemovePathEntry()
 {
     RegistryValue      path;
     const std::wstring bin = At(BIN_FOLDER);
-    if (m_machine.ReadValue(ENVIRONMENT_KEY, L"Path", &path) != ERROR_SUCCESS || !HoldsFolder(path.text, bin))
+    DWORD              error = m_machine.ReadValue(ENVIRONMENT_KEY, L"Path", &path);
+    if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND)
+        return Left("PATH", error);
+    if (!HoldsFolder(path.text, bin))
         return;
     path.text = WithoutFolder(path.text, bin);
-    const DWORD error = path.text.empty() ? m_machine.RemoveValue(ENVIRONMENT_KEY, L"Path")
-                                          : m_machine.WriteValue(ENVIRONMENT_KEY, L"Path", path);
+    error = path.text.empty() ? m_machine.RemoveValue(ENVIRONMENT_KEY, L"Path")
+                              : m_machine.WriteValue(ENVIRONMENT_KEY, L"Path", path);
     if (error != ERROR_SUCCESS)
         return Left("PATH", error);
     Say("PATH: taken out");
@@ -176,16 +179,19 @@ void Removal::RemoveEmptyKeys(std::wstring key, const std::wstring& end)
 
 void Removal::RemoveKeys()
 {
-    RegistryValue value;
     // The names can be taken out only as long as their range stands in the key.
     if (!m_namesLeft)
         RemoveTree(PROVIDER_KEY);
     RemoveTree(EVENT_SOURCE_KEY);
-    if (m_machine.ReadValue(DEBUG_KEY, DEBUG_VALUE, &value) == ERROR_SUCCESS) {
-        const DWORD error = m_machine.RemoveValue(DEBUG_KEY, DEBUG_VALUE);
-        if (error != ERROR_SUCCESS)
-            Left("value " + Narrow(DEBUG_VALUE), error);
-    }
+    RegistryValue     value;
+    const std::string words = "value " + Narrow(DEBUG_VALUE) + " of " + Narrow(DEBUG_KEY);
+    DWORD             error = m_machine.ReadValue(DEBUG_KEY, DEBUG_VALUE, &value);
+    if (error == ERROR_SUCCESS)
+        error = m_machine.RemoveValue(DEBUG_KEY, DEBUG_VALUE);
+    if (error == ERROR_SUCCESS)
+        Say(words + ": removed");
+    else if (error != ERROR_FILE_NOT_FOUND)
+        Left(words, error);
     RemoveEmptyKeys(DEBUG_KEY, L"Software");
 }
 
@@ -313,6 +319,10 @@ bool Removal::Run()
     Say("removing the product from " + Narrow(m_home));
     if (!m_machine.IsAdministrator()) {
         Say("this account is no administrator: start it from an administrator's prompt");
+        return false;
+    }
+    if (m_home.empty()) {  // bin, etc and log of whatever drive is the current one
+        Say("the folder to remove from is no path: name another one with --home");
         return false;
     }
     if (m_purge && !HoldsProduct()) {
