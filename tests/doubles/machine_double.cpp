@@ -63,12 +63,6 @@ template <class Act> DWORD FakeMachine::Change(const std::string& call, Act act)
     return error;
 }
 
-static std::wstring Parent(const std::wstring& path)
-{
-    const size_t cut = path.find_last_of(L'\\');
-    return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut);
-}
-
 static bool Below(const std::wstring& path, const std::wstring& folder)
 {
     return path.size() > folder.size() + 1 && path.compare(0, folder.size() + 1, folder + L"\\") == 0;
@@ -134,7 +128,7 @@ bool FakeMachine::KeyExists(const std::wstring& key)
 DWORD FakeMachine::MakeKey(const std::wstring& key)
 {
     return Change("make key " + Narrow(key), [&]() -> DWORD {
-        if (Parent(key) != L"" && !KeyExists(Parent(key)))
+        if (ParentPath(key) != L"" && !KeyExists(ParentPath(key)))
             return ERROR_FILE_NOT_FOUND;
         state.keys[key];
         return ERROR_SUCCESS;
@@ -166,7 +160,7 @@ DWORD FakeMachine::RemoveTree(const std::wstring& key)
 DWORD FakeMachine::SubKeys(const std::wstring& key, std::vector<std::wstring>* names)
 {
     for (const auto& [each, values] : state.keys) {
-        if (Parent(each) == key)
+        if (ParentPath(each) == key)
             names->push_back(each.substr(key.size() + 1));
     }
     return ERROR_SUCCESS;
@@ -212,15 +206,15 @@ std::vector<std::wstring> FakeMachine::Names(const std::wstring& folder)
 {
     std::vector<std::wstring> names;
     for (const auto& [path, content] : state.files) {
-        if (Parent(path) == folder)
+        if (ParentPath(path) == folder)
             names.push_back(path.substr(folder.size() + 1));
     }
     for (const auto& [path, access] : state.folders) {
-        if (Parent(path) == folder)
+        if (ParentPath(path) == folder)
             names.push_back(path.substr(folder.size() + 1));
     }
     for (const std::wstring& path : m_deletedOpen) {
-        if (Parent(path) == folder)
+        if (ParentPath(path) == folder)
             names.push_back(path.substr(folder.size() + 1));
     }
     return names;
@@ -239,7 +233,7 @@ bool FakeMachine::SameContent(const std::wstring& one, const std::wstring& other
 DWORD FakeMachine::MakeFolder(const std::wstring& path)
 {
     return Change("make folder " + Narrow(path), [&]() -> DWORD {
-        if (Kind(Parent(path)) != PathKind::Folder)
+        if (Kind(ParentPath(path)) != PathKind::Folder)
             return ERROR_PATH_NOT_FOUND;
         state.folders[path] = L"D:AI";
         return ERROR_SUCCESS;
@@ -258,7 +252,7 @@ DWORD FakeMachine::RemoveFolder(const std::wstring& path)
 DWORD FakeMachine::CopyWhole(const std::wstring& from, const std::wstring& to)
 {
     return Change("copy " + Narrow(to), [&]() -> DWORD {
-        if (Kind(from) != PathKind::File || Kind(Parent(to)) != PathKind::Folder)
+        if (Kind(from) != PathKind::File || Kind(ParentPath(to)) != PathKind::Folder)
             return ERROR_PATH_NOT_FOUND;
         state.files[to] = state.files[from];
         return ERROR_SUCCESS;

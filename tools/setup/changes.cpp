@@ -30,12 +30,6 @@ bool IsAsideOf(const std::wstring& name, const std::wstring& own)
            name.find_first_not_of(L"0123456789", start.size()) == std::wstring::npos;
 }
 
-static std::wstring Parent(const std::wstring& path)
-{
-    const size_t cut = path.find_last_of(L'\\');
-    return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut);
-}
-
 Changes::Changes(Machine& machine) : m_machine(machine)
 {
 }
@@ -49,7 +43,7 @@ bool Changes::MakeKey(const std::wstring& key)
 {
     if (key.empty() || m_machine.KeyExists(key))
         return false;
-    MakeKey(Parent(key));
+    MakeKey(ParentPath(key));
     Must(m_machine.MakeKey(key), "the key " + Narrow(key) + " cannot be made");
     Remember("key " + Narrow(key), [this, key] { return m_machine.RemoveEmptyKey(key); });
     return true;
@@ -93,7 +87,7 @@ bool Changes::MakeFolder(const std::wstring& path)
         return false;
     if (kind == PathKind::File)
         throw SetupError("a file stands where the folder " + Narrow(path) + " has to be");
-    const std::wstring parent = Parent(path);
+    const std::wstring parent = ParentPath(path);
     if (parent.size() > 2)  // behind "C:" nothing can be made
         MakeFolder(parent);
     Must(m_machine.MakeFolder(path), "the folder " + Narrow(path) + " cannot be made");

@@ -10,6 +10,7 @@
 #include "service_control.h"
 #include "service_handle.h"
 #include "system_info.h"
+#include "text.h"
 
 namespace dkpf {
 
@@ -471,7 +472,7 @@ public:
     {
         // The loader looks for the symbols in the current folder.
         wchar_t            before[MAX_PATH] = {};
-        const std::wstring folder = iniFile.substr(0, iniFile.find_last_of(L'\\'));
+        const std::wstring folder = ParentPath(iniFile);
         GetCurrentDirectoryW(ARRAYSIZE(before), before);
         SetCurrentDirectoryW(folder.c_str());
         const DWORD error = CallLoader("LoadPerfCounterTextStringsW", L"lodctr \"" + iniFile + L"\"");
