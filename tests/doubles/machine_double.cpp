@@ -55,6 +55,7 @@ std::vector<std::wstring> Describe(const MachineState& state, bool running)
 template <class Act> DWORD FakeMachine::Change(const std::string& call, Act act)
 {
     calls.push_back(call);
+    changedUnlocked = changedUnlocked || !lockTaken;
     if (calls.size() == failAt)
         return ERROR_WRITE_FAULT;
     const DWORD error = act();
@@ -111,6 +112,19 @@ std::wstring FakeMachine::ProgramFiles()
 std::wstring FakeMachine::DriverFolder()
 {
     return L"C:\\Windows\\drivers";
+}
+
+DWORD FakeMachine::LockSetup()
+{
+    if (otherSetup || lockTaken)
+        return ERROR_BUSY;
+    lockTaken = true;
+    return ERROR_SUCCESS;
+}
+
+void FakeMachine::UnlockSetup()
+{
+    lockTaken = false;
 }
 
 void FakeMachine::EnvironmentChanged()

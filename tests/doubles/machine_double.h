@@ -55,10 +55,13 @@ public:
     std::set<std::wstring>   lingering;             // open: once deleted they are listed until the restart, as nothing
     std::set<std::wstring>   startHangs;            // services whose start takes longer than anybody waits
     std::set<std::wstring>   stopHangs;             // likewise
-    int                      tellings = 0;          // that the environment changed
-    std::vector<std::string> calls;                 // those that change the machine, in their order
-    size_t                   failAt = 0;            // 1: the first call that changes anything fails; 0: none
-    size_t                   killAt = 0;            // likewise: the program is killed behind that call
+    bool                     otherSetup = false;    // holds the lock
+    bool                     lockTaken = false;     // by the set-up under test
+    bool                     changedUnlocked = false;
+    int                      tellings = 0;  // that the environment changed
+    std::vector<std::string> calls;         // those that change the machine, in their order
+    size_t                   failAt = 0;    // 1: the first call that changes anything fails; 0: none
+    size_t                   killAt = 0;    // likewise: the program is killed behind that call
 
     /* What the system does at its start: removes what was marked. */
     void Restart();
@@ -67,6 +70,8 @@ public:
     bool         IsWine() override;
     std::wstring ProgramFiles() override;
     std::wstring DriverFolder() override;
+    DWORD        LockSetup() override;
+    void         UnlockSetup() override;
     void         EnvironmentChanged() override;
     bool         KeyExists(const std::wstring& key) override;
     DWORD        MakeKey(const std::wstring& key) override;

@@ -333,6 +333,29 @@ TEST_F(Setup, NoAdministratorNoChange)
     EXPECT_THAT(machine.calls, IsEmpty());
 }
 
+TEST_F(Setup, BesideAnotherSetupNoChange)
+{
+    FakeMachine machine = Clean(true);
+    const char* words = "another install or uninstall runs on this machine: start it again when that has ended";
+    std::vector<std::string> lines;
+    machine.otherSetup = true;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(std::string("other set-up: FAILED: ") + words));
+    lines.clear();
+    EXPECT_FALSE(Remove(machine, true, &lines));
+    EXPECT_EQ(lines.back(), words);
+    EXPECT_THAT(machine.calls, IsEmpty());
+
+    machine.otherSetup = false;
+    machine.failAt = 20;
+    EXPECT_FALSE(Run(machine));
+    machine.failAt = 0;
+    EXPECT_TRUE(Run(machine));
+    EXPECT_TRUE(Remove(machine, true));
+    EXPECT_FALSE(machine.lockTaken);
+    EXPECT_FALSE(machine.changedUnlocked) << "held to the last change, the undo's too";
+}
+
 TEST_F(Setup, ASecondRunChangesNothing)
 {
     for (FakeMachine& machine : std::vector<FakeMachine>{ Clean(false), Clean(true) }) {

@@ -12,6 +12,26 @@ void Must(DWORD error, const std::string& what)
         throw SetupError(what + ": " + SystemErrorText(error));
 }
 
+SetupLock::SetupLock(Machine& machine) : m_machine(machine)
+{
+}
+
+SetupLock::~SetupLock()
+{
+    if (m_held)
+        m_machine.UnlockSetup();
+}
+
+std::string SetupLock::Take()
+{
+    const DWORD error = m_machine.LockSetup();
+    m_held = error == ERROR_SUCCESS;
+    if (error == ERROR_BUSY)
+        return "another install or uninstall runs on this machine: start it again when that has ended";
+    return m_held ? std::string()
+                  : "whether another install or uninstall runs cannot be told: " + SystemErrorText(error);
+}
+
 std::wstring FreeAside(Machine& machine, const std::wstring& path)
 {
     for (unsigned n = 1;; n++) {

@@ -26,6 +26,22 @@ public:
 /* Throws "WHAT: error 5, Access is denied" unless error is 0. */
 void Must(DWORD error, const std::string& what);
 
+/* Keeps other set-ups of the machine out for the life of the object. */
+class SetupLock {
+public:
+    explicit SetupLock(Machine& machine);
+    ~SetupLock();
+    SetupLock(const SetupLock&) = delete;
+    SetupLock& operator=(const SetupLock&) = delete;
+
+    /* Why it cannot be had, in words. Empty: it is held. */
+    std::string Take();
+
+private:
+    Machine& m_machine;
+    bool     m_held = false;
+};
+
 /* "NAME.old-1" for NAME: the first that is not there. */
 std::wstring FreeAside(Machine& machine, const std::wstring& path);
 

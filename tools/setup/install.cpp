@@ -34,7 +34,7 @@ static std::string DoneOrThere(bool changed)
 class Installation {
 public:
     Installation(Machine& machine, const InstallOptions& options, const SayFn& say)
-        : m_machine(machine), m_options(options), m_say(say), m_changes(machine)
+        : m_machine(machine), m_options(options), m_say(say), m_lock(machine), m_changes(machine)
     {
     }
 
@@ -48,6 +48,7 @@ private:
     static const Step STEPS[];
 
     std::string CheckRights();
+    std::string KeepOthersOut();
     std::string CheckSource();
     std::string CheckHome();
     std::string CheckDriver();
@@ -97,6 +98,7 @@ private:
     Machine&                    m_machine;
     const InstallOptions&       m_options;
     const SayFn&                m_say;
+    SetupLock                   m_lock;
     Changes                     m_changes;
     std::vector<const wchar_t*> m_stopped;  // in the order of stopping
 };
@@ -113,6 +115,14 @@ std::string Installation::CheckRights()
     if (!m_machine.IsAdministrator())
         throw SetupError("this account is no administrator: start it from an administrator's prompt");
     return "yes";
+}
+
+std::string Installation::KeepOthersOut()
+{
+    const std::string refused = m_lock.Take();
+    if (!refused.empty())
+        throw SetupError(refused);
+    return "none runs";
 }
 
 std::string Installation::CheckSource()
@@ -431,6 +441,7 @@ std::string Installation::StartAgain()
 // key. The object list at last: it is the number that came.
 const Installation::Step Installation::STEPS[] = {
     { "administrator", &Installation::CheckRights },
+    { "other set-up", &Installation::KeepOthersOut },
     { "from", &Installation::CheckSource },
     { "to", &Installation::CheckHome },
     { "driver", &Installation::CheckDriver },

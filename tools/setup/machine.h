@@ -71,6 +71,9 @@ public:
     virtual bool         IsWine() = 0;  // a system without a real loader of counter names
     virtual std::wstring ProgramFiles() = 0;
     virtual std::wstring DriverFolder() = 0;
+    /* One set-up at a time: held until it is given back, or this program ends. ERROR_BUSY: another one holds it. */
+    virtual DWORD LockSetup() = 0;
+    virtual void  UnlockSetup() = 0;
     /* Tells running programs that the environment changed. Waits 5 s for them at most. */
     virtual void EnvironmentChanged() = 0;
 

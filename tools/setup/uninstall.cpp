@@ -18,7 +18,8 @@ namespace dkpf {
 class Removal {
 public:
     Removal(Machine& machine, const UninstallOptions& options, const SayFn& say)
-        : m_machine(machine), m_home(options.home), m_purge(options.purge), m_everything(options.purge), m_say(say)
+        : m_machine(machine), m_home(options.home), m_purge(options.purge), m_everything(options.purge), m_say(say),
+          m_lock(machine)
     {
     }
 
@@ -62,6 +63,7 @@ private:
     const bool                m_purge;
     bool                      m_everything;  // foreign files in the product's folders too
     const SayFn&              m_say;
+    SetupLock                 m_lock;
     std::vector<std::string>  m_left;
     std::vector<std::wstring> m_going;  // whole paths: removed, or marked for the restart
     bool                      m_namesLeft = false;
@@ -319,6 +321,11 @@ bool Removal::Run()
     Say("removing the product from " + Narrow(m_home));
     if (!m_machine.IsAdministrator()) {
         Say("this account is no administrator: start it from an administrator's prompt");
+        return false;
+    }
+    const std::string refused = m_lock.Take();
+    if (!refused.empty()) {
+        Say(refused);
         return false;
     }
     if (m_home.empty()) {  // bin, etc and log of whatever drive is the current one

@@ -78,6 +78,27 @@ public:
         return std::wstring(folder) + L"\\drivers";
     }
 
+    DWORD LockSetup() override
+    {
+        // Nobody owns it: that the name is there says it all, and it goes with the program that made it.
+        const HANDLE lock = CreateMutexW(nullptr, FALSE, SETUP_LOCK);
+        const DWORD  error = GetLastError();
+        if (lock == nullptr)
+            return error;
+        if (error == ERROR_ALREADY_EXISTS) {
+            CloseHandle(lock);
+            return ERROR_BUSY;
+        }
+        m_lock = lock;
+        return ERROR_SUCCESS;
+    }
+
+    void UnlockSetup() override
+    {
+        CloseHandle(m_lock);
+        m_lock = nullptr;
+    }
+
     void EnvironmentChanged() override
     {
         // Each window may take its second, and there may be many that hang: the whole is bounded by not waiting for it.
@@ -486,8 +507,9 @@ public:
     }
 
 private:
-    static constexpr DWORD START_LIMIT_MS = 60000;
-    static constexpr DWORD STOP_LIMIT_MS = 310000;  // so long an agent may take
+    static constexpr wchar_t SETUP_LOCK[] = L"Global\\dkpfctl_setup";
+    static constexpr DWORD   START_LIMIT_MS = 60000;
+    static constexpr DWORD   STOP_LIMIT_MS = 310000;  // so long an agent may take
 
     static bool SleepStep(DWORD ms)
     {
@@ -537,6 +559,8 @@ private:
         FreeLibrary(library);
         return error;
     }
+
+    HANDLE m_lock = nullptr;
 };
 
 }  // namespace
