@@ -106,7 +106,7 @@ public:
     DWORD        UnloadNames(const std::wstring& driver) override;
 
 private:
-    std::set<std::wstring> m_deletedOpen;
+    std::set<std::wstring> m_deletedOpen;  // of lingering
 
     template <class Act> DWORD Change(const std::string& call, Act act);
     bool                       HoldsAnything(const std::wstring& folder) const;
