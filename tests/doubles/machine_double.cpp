@@ -36,7 +36,8 @@ std::vector<std::wstring> Describe(const MachineState& state, bool running)
     for (const auto& [name, service] : state.services) {
         lines.push_back(L"service " + name + L" " + std::to_wstring(service.config.type) + L" " +
                         std::to_wstring(service.config.start) + L" " + service.config.command + L" " +
-                        service.config.displayName + (running && service.runs ? L" runs" : L""));
+                        service.config.displayName +
+                        (running && service.runs ? service.stops ? L" stops" : L" runs" : L""));
         for (const auto& [setting, value] : service.settings) {
             std::wstring words = value.text.c_str();
             for (const FailureAction& action : value.actions)
@@ -54,18 +55,13 @@ std::vector<std::wstring> Describe(const MachineState& state, bool running)
 template <class Act> DWORD FakeMachine::Change(const std::string& call, Act act)
 {
     calls.push_back(call);
+    changedUnlocked = changedUnlocked || !lockTaken;
     if (calls.size() == failAt)
         return ERROR_WRITE_FAULT;
     const DWORD error = act();
     if (calls.size() == killAt)
         throw Killed();
     return error;
-}
-
-static std::wstring Parent(const std::wstring& path)
-{
-    const size_t cut = path.find_last_of(L'\\');
-    return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut);
 }
 
 static bool Below(const std::wstring& path, const std::wstring& folder)
@@ -76,6 +72,7 @@ static bool Below(const std::wstring& path, const std::wstring& folder)
 void FakeMachine::Restart()
 {
     held.clear();
+    m_deletedOpen.clear();
     const std::set<std::wstring> marked = std::move(state.atRestart);
     state.atRestart.clear();
     for (const std::wstring& path : marked)
@@ -89,7 +86,9 @@ void FakeMachine::Restart()
 bool FakeMachine::HoldsAnything(const std::wstring& folder) const
 {
     const auto below = [&folder](const auto& entry) { return Below(entry.first, folder); };
-    return std::any_of(state.files.begin(), state.files.end(), below) ||
+    const auto open = [&folder](const std::wstring& path) { return Below(path, folder); };
+    return std::any_of(m_deletedOpen.begin(), m_deletedOpen.end(), open) ||
+           std::any_of(state.files.begin(), state.files.end(), below) ||
            std::any_of(state.folders.begin(), state.folders.end(), below);
 }
 
@@ -115,6 +114,19 @@ std::wstring FakeMachine::DriverFolder()
     return L"C:\\Windows\\drivers";
 }
 
+DWORD FakeMachine::LockSetup()
+{
+    if (otherSetup || lockTaken)
+        return ERROR_BUSY;
+    lockTaken = true;
+    return ERROR_SUCCESS;
+}
+
+void FakeMachine::UnlockSetup()
+{
+    lockTaken = false;
+}
+
 void FakeMachine::EnvironmentChanged()
 {
     tellings++;
@@ -130,7 +142,7 @@ bool FakeMachine::KeyExists(const std::wstring& key)
 DWORD FakeMachine::MakeKey(const std::wstring& key)
 {
     return Change("make key " + Narrow(key), [&]() -> DWORD {
-        if (Parent(key) != L"" && !KeyExists(Parent(key)))
+        if (ParentPath(key) != L"" && !KeyExists(ParentPath(key)))
             return ERROR_FILE_NOT_FOUND;
         state.keys[key];
         return ERROR_SUCCESS;
@@ -162,7 +174,7 @@ DWORD FakeMachine::RemoveTree(const std::wstring& key)
 DWORD FakeMachine::SubKeys(const std::wstring& key, std::vector<std::wstring>* names)
 {
     for (const auto& [each, values] : state.keys) {
-        if (Parent(each) == key)
+        if (ParentPath(each) == key)
             names->push_back(each.substr(key.size() + 1));
     }
     return ERROR_SUCCESS;
@@ -172,6 +184,8 @@ DWORD FakeMachine::ReadValue(const std::wstring& key, const std::wstring& name, 
 {
     if (!KeyExists(key) || state.keys[key].count(name) == 0)
         return ERROR_FILE_NOT_FOUND;
+    if (unreadable.count(key + L"!" + name) != 0)
+        return ERROR_ACCESS_DENIED;
     *value = state.keys[key][name];
     return ERROR_SUCCESS;
 }
@@ -206,11 +220,15 @@ std::vector<std::wstring> FakeMachine::Names(const std::wstring& folder)
 {
     std::vector<std::wstring> names;
     for (const auto& [path, content] : state.files) {
-        if (Parent(path) == folder)
+        if (ParentPath(path) == folder)
             names.push_back(path.substr(folder.size() + 1));
     }
     for (const auto& [path, access] : state.folders) {
-        if (Parent(path) == folder)
+        if (ParentPath(path) == folder)
+            names.push_back(path.substr(folder.size() + 1));
+    }
+    for (const std::wstring& path : m_deletedOpen) {
+        if (ParentPath(path) == folder)
             names.push_back(path.substr(folder.size() + 1));
     }
     return names;
@@ -229,7 +247,7 @@ bool FakeMachine::SameContent(const std::wstring& one, const std::wstring& other
 DWORD FakeMachine::MakeFolder(const std::wstring& path)
 {
     return Change("make folder " + Narrow(path), [&]() -> DWORD {
-        if (Kind(Parent(path)) != PathKind::Folder)
+        if (Kind(ParentPath(path)) != PathKind::Folder)
             return ERROR_PATH_NOT_FOUND;
         state.folders[path] = L"D:AI";
         return ERROR_SUCCESS;
@@ -248,7 +266,7 @@ DWORD FakeMachine::RemoveFolder(const std::wstring& path)
 DWORD FakeMachine::CopyWhole(const std::wstring& from, const std::wstring& to)
 {
     return Change("copy " + Narrow(to), [&]() -> DWORD {
-        if (Kind(from) != PathKind::File || Kind(Parent(to)) != PathKind::Folder)
+        if (Kind(from) != PathKind::File || Kind(ParentPath(to)) != PathKind::Folder)
             return ERROR_PATH_NOT_FOUND;
         state.files[to] = state.files[from];
         return ERROR_SUCCESS;
@@ -279,6 +297,8 @@ DWORD FakeMachine::RemoveFile(const std::wstring& path)
     return Change("remove file " + Narrow(path), [&]() -> DWORD {
         if (held.count(path) != 0 || locked.count(path) != 0)
             return ERROR_ACCESS_DENIED;
+        if (lingering.count(path) != 0 && state.files.count(path) != 0)
+            m_deletedOpen.insert(path);
         return state.files.erase(path) != 0 ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
     });
 }
@@ -373,19 +393,24 @@ bool FakeMachine::Runs(const std::wstring& name)
     return found != state.services.end() && found->second.runs;
 }
 
-DWORD FakeMachine::StartAndWait(const std::wstring& name)
+ServiceStart FakeMachine::StartAndWait(const std::wstring& name)
 {
-    return Change("start " + Narrow(name), [&]() -> DWORD {
+    const DWORD error = Change("start " + Narrow(name), [&]() -> DWORD {
         state.services.at(name).runs = true;
-        return ERROR_SUCCESS;
+        state.services.at(name).stops = false;
+        return startHangs.count(name) != 0 ? ERROR_SERVICE_REQUEST_TIMEOUT : ERROR_SUCCESS;
     });
+    return error == ERROR_SUCCESS ? ServiceStart{ true, "was started" }
+                                  : ServiceStart{ false, "could not be started: " + SystemErrorText(error) };
 }
 
 DWORD FakeMachine::StopAndWait(const std::wstring& name)
 {
     return Change("stop " + Narrow(name), [&]() -> DWORD {
-        state.services.at(name).runs = false;
-        return ERROR_SUCCESS;
+        FakeService& service = state.services.at(name);
+        service.stops = stopHangs.count(name) != 0;
+        service.runs = service.stops;
+        return service.stops ? ERROR_SERVICE_REQUEST_TIMEOUT : ERROR_SUCCESS;
     });
 }
 
@@ -394,7 +419,7 @@ DWORD FakeMachine::StopAndWait(const std::wstring& name)
 DWORD FakeMachine::LoadNames(const std::wstring& iniFile)
 {
     return Change("load names " + Narrow(iniFile), [&]() -> DWORD {
-        if (!loaderWorks || Kind(iniFile) != PathKind::File)
+        if (!loaderWorks || loadsNothing || Kind(iniFile) != PathKind::File)
             return ERROR_SUCCESS;  // as a stub answers
         auto& values = state.keys[PERFORMANCE_KEY];
         if (values.count(VALUE_FIRST_COUNTER) != 0)
@@ -402,7 +427,7 @@ DWORD FakeMachine::LoadNames(const std::wstring& iniFile)
         values[VALUE_FIRST_COUNTER] = { REG_DWORD, {}, loadedRange };
         values[VALUE_LAST_COUNTER] = { REG_DWORD, {}, loadedRange + 34 };
         values[VALUE_FIRST_HELP] = { REG_DWORD, {}, loadedRange + 1 };
-        values[VALUE_LAST_HELP] = { REG_DWORD, {}, loadedRange + 35 };
+        values[VALUE_LAST_HELP] = { REG_DWORD, {}, loadedRange + 35 - loadedLack };
         // What stands in the system's tables from now on.
         state.keys[L"SYSTEM"][L"names"] = { REG_SZ, Wide(state.files[iniFile]), 0 };
         return ERROR_SUCCESS;

@@ -21,6 +21,7 @@ struct FakeService {
     ServiceConfig                                 config;
     std::map<ServiceSetting, ServiceSettingValue> settings;
     bool                                          runs = false;
+    bool                                          stops = false;  // and still runs: a stop that takes its time
 };
 
 /* All that stays on a machine when the program ends. */
@@ -42,16 +43,25 @@ public:
     MachineState             state;
     bool                     administrator = true;
     bool                     wine = true;
-    bool                     loaderWorks = false;  // LoadNames gives a range
-    DWORD                    loadedRange = 7000;   // the next one that it gives
-    bool                     settingsKept = true;  // services keep what is set beside their configuration
-    std::set<std::wstring>   held;                 // can be renamed, and not deleted
-    std::set<std::wstring>   locked;               // neither
-    std::set<std::wstring>   loads;                // held as soon as they stand there
-    int                      tellings = 0;         // that the environment changed
-    std::vector<std::string> calls;                // those that change the machine, in their order
-    size_t                   failAt = 0;           // 1: the first call that changes anything fails; 0: none
-    size_t                   killAt = 0;           // likewise: the program is killed behind that call
+    bool                     loaderWorks = false;   // LoadNames gives a range
+    DWORD                    loadedRange = 7000;    // the next one that it gives
+    DWORD                    loadedLack = 0;        // its Last Help is so much too small
+    bool                     loadsNothing = false;  // LoadNames gives none, though UnloadNames works
+    bool                     settingsKept = true;   // services keep what is set beside their configuration
+    std::set<std::wstring>   held;                  // can be renamed, and not deleted
+    std::set<std::wstring>   locked;                // neither
+    std::set<std::wstring>   loads;                 // held as soon as they stand there
+    std::set<std::wstring>   unreadable;            // registry values, as KEY!NAME
+    std::set<std::wstring>   lingering;             // open: once deleted they are listed until the restart, as nothing
+    std::set<std::wstring>   startHangs;            // services whose start takes longer than anybody waits
+    std::set<std::wstring>   stopHangs;             // likewise
+    bool                     otherSetup = false;    // holds the lock
+    bool                     lockTaken = false;     // by the set-up under test
+    bool                     changedUnlocked = false;
+    int                      tellings = 0;  // that the environment changed
+    std::vector<std::string> calls;         // those that change the machine, in their order
+    size_t                   failAt = 0;    // 1: the first call that changes anything fails; 0: none
+    size_t                   killAt = 0;    // likewise: the program is killed behind that call
 
     /* What the system does at its start: removes what was marked. */
     void Restart();
@@ -60,6 +70,8 @@ public:
     bool         IsWine() override;
     std::wstring ProgramFiles() override;
     std::wstring DriverFolder() override;
+    DWORD        LockSetup() override;
+    void         UnlockSetup() override;
     void         EnvironmentChanged() override;
     bool         KeyExists(const std::wstring& key) override;
     DWORD        MakeKey(const std::wstring& key) override;
@@ -88,12 +100,14 @@ public:
     DWORD ReadSetting(const std::wstring& name, ServiceSetting setting, ServiceSettingValue* value) override;
     DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const ServiceSettingValue& value) override;
     bool  Runs(const std::wstring& name) override;
-    DWORD StartAndWait(const std::wstring& name) override;
-    DWORD StopAndWait(const std::wstring& name) override;
-    DWORD LoadNames(const std::wstring& iniFile) override;
-    DWORD UnloadNames(const std::wstring& driver) override;
+    ServiceStart StartAndWait(const std::wstring& name) override;
+    DWORD        StopAndWait(const std::wstring& name) override;
+    DWORD        LoadNames(const std::wstring& iniFile) override;
+    DWORD        UnloadNames(const std::wstring& driver) override;
 
 private:
+    std::set<std::wstring> m_deletedOpen;  // of lingering
+
     template <class Act> DWORD Change(const std::string& call, Act act);
     bool                       HoldsAnything(const std::wstring& folder) const;
 };

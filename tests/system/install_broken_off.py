@@ -1,5 +1,6 @@
 """Install and uninstall killed half-way and run again; an install whose last step fails; a driver that is not ours."""
 import shutil
+import signal
 import subprocess
 
 from installation import STAGE, bare, command_line, compare, expect_in_place, machine, restart, setup, wait_running
@@ -18,6 +19,11 @@ def kill_behind(product, line, command, *options):
         seen.append(each.decode(errors="replace").strip())
         if seen[-1].startswith(line):
             break
+    # As long as it is there, no other one changes anything.
+    run.send_signal(signal.SIGSTOP)
+    for other in (("install",), ("uninstall", "--purge")):
+        text = setup(product, STAGE, *other, code=1)
+        expect("another install or uninstall runs on this machine" in text, text)
     run.kill()
     run.stdout.close()
     expect(run.wait(30) < 0 and seen[-1].startswith(line), f"{command} was not killed behind {line}: {seen}")
@@ -51,11 +57,21 @@ def failing(product):
     shutil.copytree(STAGE, folder)
     shutil.copyfile(STAGE / "bin/dkpfctl.exe", folder / "bin/dkpfagent.exe")  # no service at all
     text = setup(product, folder, "install", code=1)
-    expect("\nservices: FAILED: " in text and "taken back: description of dkpfagent\n" in text, text)
+    expect("\nservices: FAILED: the service dkpfagent does not start: it could not be started: error " in text, text)
+    expect("taken back: description of dkpfagent\n" in text, text)
     expect("NOT taken back" not in text, text)
     expect_in_place(product)
     wait_running(product)
     compare("a failed install", before, machine(product))
+
+    # Neither version's agent takes this configuration: that is no time-out, and the old one is not said to run again.
+    (product.home / "etc/cluster.xml").write_text("<root>")
+    shutil.copyfile(STAGE / "bin/dkpfagent.exe", folder / "bin/dkpfagent.exe")
+    with open(folder / "bin/dkpfagent.exe", "ab") as file:
+        file.write(b"next version")
+    text = setup(product, folder, "install", code=1)
+    reason = "the service dkpfagent does not start: it was started and stopped again\n"
+    expect(f"\nservices: FAILED: {reason}" in text and f"NOT taken back: {reason}" in text, text)
     setup(product, STAGE, "uninstall", "--purge")
 
 

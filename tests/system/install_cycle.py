@@ -4,7 +4,7 @@ import shutil
 import subprocess
 
 from installation import SERVICES, STAGE, bare, compare, expect_in_place, machine, restart, setup, wait_running
-from product import ROOT, WINE, expect, main
+from product import ROOT, WINE, expect, main, wait_for
 
 
 def next_version(product):
@@ -30,6 +30,17 @@ def check_readers(product):
     expect("WINEPATH" not in product.environment, "the libraries would be found without set-up")
     code, text = product.run([WINE, str(ROOT / "build/win/tests/bin/perf_objects.exe"), "Global"])
     expect(code == 0 and f"object {first} {first + 1} 65" in text.split("\n"), f"object {first}: exit code {code}\n{text}")
+
+
+def start_reader(product):
+    """A reader that holds a row of the region, and so the trace logs in HOME."""
+    reader = subprocess.Popen([WINE, str(product.home / "bin/dkpfctl.exe"), "query", "--interval", "200"],
+                              env=product.environment, cwd=product.folder, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    wait_for("a reader in the region", lambda: reader.poll() is not None or
+             re.search(r"  process \d+, ", product.ctl("dump", "--rows")[1]))
+    expect(reader.poll() is None, f"the reader ended: exit code {reader.poll()}")
+    return reader
 
 
 def stop(product):
@@ -107,7 +118,7 @@ def check(product):
     foreign.write_text("not ours")
     text = setup(product, STAGE, "uninstall")
     expect("etc: stays, it holds foreign.txt\n" in text, text)
-    left = sorted({path.relative_to(product.home).parts[0] for path in product.home.rglob("*") if path.is_file()})
+    left = sorted(path.name for path in product.home.iterdir())
     expect(left == ["etc", "log", "perf"] and foreign.exists(), f"left: {left}")
     expect([path.name for path in (product.home / "etc").iterdir()] == ["foreign.txt"], "etc holds more")
     for name in SERVICES:
@@ -116,10 +127,20 @@ def check(product):
     text = setup(product, STAGE, "uninstall")
     expect("NOT removed" not in text, f"the second run: {text}")
 
-    # By its own program, from its own folder, while all of it runs again.
+    # By its own program, from its own folder, while all of it runs again and a reader has trace logs open.
     setup(product, STAGE, "install")
+    product.set("collectinterval", 1)
     product.start()
-    text = setup(product, product.home, "uninstall", "--purge")
+    wait_for("values", lambda: product.ctl("query")[0] == 0)
+    reader = start_reader(product)
+    try:
+        text = setup(product, product.home, "uninstall", "--purge")
+        expect(reader.poll() is None, "the reader ended before")
+    finally:
+        reader.kill()
+        reader.wait(30)
+    expect(f"folder {product.windows_home}\\log: goes at the next restart\n" in text, text)
+    expect(f"folder {product.windows_home}: goes at the next restart\n" in text, text)
     expect("dkpfctl.exe.old-1: in use, goes at the next restart\n" in text, text)
     restart(product)
     expect(not product.home.exists(), f"left: {list(product.home.rglob('*'))}")

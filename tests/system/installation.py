@@ -31,7 +31,8 @@ def keys_of(path):
 
 
 def machine(product):
-    """Registry keys with their values, and files with their sizes, of the whole machine but for this test's own."""
+    """Registry keys with their values, and files with their sizes and folders, of the whole machine but for this test's
+    own."""
     registry = {}
     for root in ("System", "Software"):
         path = product.folder / f"{root}.reg"
@@ -39,8 +40,9 @@ def machine(product):
         expect(code == 0, f"reg export: {text}")
         registry |= keys_of(path)
     expect(len(registry) > 500, f"{len(registry)} keys were exported")
-    files = {str(path.relative_to(product.prefix)): path.stat().st_size
-             for path in (product.prefix / "drive_c").rglob("*") if path.is_file() and "/temp/" not in str(path).lower()}
+    files = {str(path.relative_to(product.prefix)): "folder" if path.is_dir() else path.stat().st_size
+             for path in (product.prefix / "drive_c").rglob("*")
+             if (path.is_dir() or path.is_file()) and "/temp/" not in str(path).lower()}
     return registry, files
 
 

@@ -765,6 +765,9 @@ TEST_F(PerfmonCollect, MissingArgumentsAreLookedAtBeforeTheOpenCount)
     BYTE         place = 0;
     data = &place;
     EXPECT_EQ(DkpfCollectForPerfmon(query.data(), &data, nullptr, &objects), 87u);
+    size = BlockSize;
+    EXPECT_EQ(DkpfCollectForPerfmon(query.data(), &data, &size, nullptr), 87u);
+    EXPECT_EQ(size, 0u);
 }
 
 /* ---- Collect: not now -------------------------------------------------------------------------------------------- */

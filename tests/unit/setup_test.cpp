@@ -19,6 +19,7 @@ using testing::Contains;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 const std::wstring SOURCE = L"C:\\unpacked";
 const std::wstring HOME = L"C:\\Program Files\\TARNWELL";
@@ -83,8 +84,12 @@ protected:
 
 TEST_F(Setup, EverythingIsWhereItBelongs)
 {
-    FakeMachine machine = Clean(true);
-    ASSERT_TRUE(Run(machine));
+    FakeMachine              machine = Clean(true);
+    std::vector<std::string> lines;
+    ASSERT_TRUE(Run(machine, true, &lines));
+    EXPECT_THAT(lines,
+                Contains("services: not started: net start velcor, net start velcorfeed, net start dkpfagent, or "
+                         "restart the machine"));
     const auto text = [&machine](const wchar_t* key, const wchar_t* name) {
         RegistryValue value;
         machine.ReadValue(key, name, &value);
@@ -115,8 +120,22 @@ TEST_F(Setup, EverythingIsWhereItBelongs)
                                                   { SC_ACTION_RESTART, 60000 } };
     EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).actions, restarts);
     EXPECT_EQ(agent.settings.at(ServiceSetting::FailureActions).resetS, 86400u);
-    EXPECT_EQ(machine.state.services.at(DRIVER_SERVICE).config.type, static_cast<DWORD>(SERVICE_KERNEL_DRIVER));
-    EXPECT_EQ(machine.state.services.at(FEEDER_SERVICE).settings.at(ServiceSetting::FailureActions).actions, restarts);
+    EXPECT_EQ(agent.config.type, static_cast<DWORD>(SERVICE_WIN32_OWN_PROCESS));
+    EXPECT_EQ(agent.config.displayName, L"Cluster disk performance agent");
+    EXPECT_EQ(
+        agent.settings.at(ServiceSetting::Description).text,
+        L"Collects the samples of the mirror disks, shares them with readers of performance data and writes the CSV "
+        L"files.");
+    const ServiceConfig& driver = machine.state.services.at(DRIVER_SERVICE).config;
+    EXPECT_EQ(driver.type, static_cast<DWORD>(SERVICE_KERNEL_DRIVER));
+    EXPECT_EQ(driver.start, static_cast<DWORD>(SERVICE_AUTO_START));
+    EXPECT_EQ(driver.command, L"C:\\Windows\\drivers\\velcor.sys");  // no quotes: the system takes none for a driver
+    const FakeService& feeder = machine.state.services.at(FEEDER_SERVICE);
+    EXPECT_EQ(feeder.config.type, static_cast<DWORD>(SERVICE_WIN32_OWN_PROCESS));
+    EXPECT_EQ(feeder.config.start, static_cast<DWORD>(SERVICE_AUTO_START));
+    EXPECT_EQ(feeder.config.command, L"\"" + HOME + L"\\bin\\velcorfeed.exe\" --service");
+    EXPECT_EQ(feeder.settings.size(), 1u);
+    EXPECT_EQ(feeder.settings.at(ServiceSetting::FailureActions).actions, restarts);
     // AI: the system's own mark that what lies below has them too.
     const std::wstring readOnly = L"D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;WD)";
     for (const wchar_t* folder : { L"\\bin", L"\\etc", L"\\perf", L"\\driver" })
@@ -149,6 +168,27 @@ TEST_F(Setup, WithALoaderAMissingRangeIsAFailedStepAndUndone)
     EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
 }
 
+TEST_F(Setup, ARangeThatDoesNotFitIsTakenOutAgain)
+{
+    FakeMachine machine = Clean(true);
+    machine.loadedLack = 2;
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("names of the counters: FAILED: ")));
+    EXPECT_THAT(lines, Not(Contains(HasSubstr("NOT taken back"))));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
+TEST_F(Setup, OldNamesThatDoNotComeBackAreSaid)
+{
+    FakeMachine              machine = Older(true);
+    std::vector<std::string> lines;
+    machine.loadsNothing = true;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("NOT taken back: old names of the counters: error 13,")));
+}
+
 TEST_F(Setup, AServiceSettingThatIsRefusedEndsItUnlessTheSystemKeepsNone)
 {
     FakeMachine machine = Clean(false);
@@ -156,6 +196,14 @@ TEST_F(Setup, AServiceSettingThatIsRefusedEndsItUnlessTheSystemKeepsNone)
     std::vector<std::string> lines;
     EXPECT_TRUE(Run(machine, true, &lines));
     EXPECT_THAT(lines, Contains(HasSubstr("this system does not keep the list of privileges")));
+
+    FakeMachine failing = Older(false);
+    failing.settingsKept = false;
+    failing.startHangs = { AGENT_SERVICE };
+    lines.clear();
+    EXPECT_FALSE(Run(failing, true, &lines));
+    EXPECT_THAT(lines, Contains("  taken back: service dkpfagent"));
+    EXPECT_THAT(lines, Not(Contains(HasSubstr("taken back: restart after a failure")))) << "it was never set";
 
     FakeMachine real = Clean(true);
     real.settingsKept = false;
@@ -182,11 +230,11 @@ TEST_F(Setup, TheSettingsOfAnAgentThatWasThereComeBack)
 
 TEST_F(Setup, OnlyWhatHasToStopsAndTheDriverWithTheFeederThatHoldsIt)
 {
-    const auto stops = [](FakeMachine& machine, const std::wstring& home) {
+    const auto stops = [](FakeMachine& machine, const std::wstring& home, bool driver = true) {
         for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE })
             machine.state.services.at(name).runs = true;
         machine.calls.clear();
-        EXPECT_TRUE(Install(machine, { SOURCE, home, true }, [](std::string_view) {}));
+        EXPECT_TRUE(Install(machine, { SOURCE, home, driver }, [](std::string_view) {}));
         std::vector<std::string> names;
         for (const std::string& call : machine.calls) {
             if (call.rfind("stop ", 0) == 0)
@@ -203,6 +251,8 @@ TEST_F(Setup, OnlyWhatHasToStopsAndTheDriverWithTheFeederThatHoldsIt)
     machine.state.files[SOURCE + L"\\driver\\velcor.sys"] = "two";
     EXPECT_THAT(stops(machine, HOME), testing::ElementsAre("dkpfagent", "velcorfeed", "velcor"));
     EXPECT_THAT(stops(machine, SOURCE), testing::ElementsAre("dkpfagent", "velcorfeed"));  // another home: no new file
+    machine = Older(true);
+    EXPECT_THAT(stops(machine, HOME, false), testing::ElementsAre("dkpfagent")) << "the feeder is left alone, as told";
 }
 
 TEST_F(Setup, WhatWasStartedStopsBeforeItsFilesGoBack)
@@ -215,6 +265,36 @@ TEST_F(Setup, WhatWasStartedStopsBeforeItsFilesGoBack)
     EXPECT_FALSE(Run(machine));
     EXPECT_EQ(machine.calls[machine.failAt], "stop velcorfeed");
     EXPECT_EQ(machine.calls[machine.failAt + 1], "stop velcor");
+}
+
+TEST_F(Setup, AStartThatTakesTooLongIsStoppedBeforeItsFilesGoBack)
+{
+    FakeMachine              machine = Older(true);
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    machine.startHangs = { FEEDER_SERVICE };
+    EXPECT_FALSE(Run(machine, true, &lines));
+    const auto start = std::find(machine.calls.begin(), machine.calls.end(), "start velcorfeed");
+    ASSERT_LT(start + 1, machine.calls.end());
+    EXPECT_EQ(*(start + 1), "stop velcorfeed");
+    EXPECT_THAT(lines, Contains(HasSubstr("services: FAILED: the service velcorfeed does not start: it could not be "
+                                          "started: error 1053")));
+    // The old one takes as long; the others are as they were.
+    EXPECT_THAT(lines, Contains(HasSubstr("NOT taken back: the service velcorfeed does not start: it could not be ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
+TEST_F(Setup, AServiceWhoseStopTakesTooLongIsStartedAgain)
+{
+    FakeMachine              machine = Older(true);
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    machine.stopHangs = { AGENT_SERVICE };
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines,
+                Contains(HasSubstr("services to stop: FAILED: the service dkpfagent does not stop: error 1053")));
+    EXPECT_THAT(machine.calls, testing::ElementsAre("stop dkpfagent", "start dkpfagent"));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
 }
 
 TEST_F(Setup, ANewLibraryThatAHostLoadedMeanwhileGivesWayToTheOldOne)
@@ -230,7 +310,7 @@ TEST_F(Setup, ANewLibraryThatAHostLoadedMeanwhileGivesWayToTheOldOne)
     EXPECT_FALSE(Run(machine, true, &lines));
     EXPECT_EQ(machine.state.files[library], "one of bin\\tnwdiskperf.dll");
     EXPECT_THAT(machine.state.atRestart, testing::ElementsAre(library + L".old-2"));
-    EXPECT_THAT(lines, testing::Not(Contains(HasSubstr("NOT taken back"))));
+    EXPECT_THAT(lines, Not(Contains(HasSubstr("NOT taken back"))));
 }
 
 TEST_F(Setup, AFileWhereAFolderHasToBeEndsIt)
@@ -251,6 +331,29 @@ TEST_F(Setup, NoAdministratorNoChange)
     EXPECT_FALSE(Run(machine));
     EXPECT_FALSE(Remove(machine));
     EXPECT_THAT(machine.calls, IsEmpty());
+}
+
+TEST_F(Setup, BesideAnotherSetupNoChange)
+{
+    FakeMachine machine = Clean(true);
+    const char* words = "another install or uninstall runs on this machine: start it again when that has ended";
+    std::vector<std::string> lines;
+    machine.otherSetup = true;
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(std::string("other set-up: FAILED: ") + words));
+    lines.clear();
+    EXPECT_FALSE(Remove(machine, true, &lines));
+    EXPECT_EQ(lines.back(), words);
+    EXPECT_THAT(machine.calls, IsEmpty());
+
+    machine.otherSetup = false;
+    machine.failAt = 20;
+    EXPECT_FALSE(Run(machine));
+    machine.failAt = 0;
+    EXPECT_TRUE(Run(machine));
+    EXPECT_TRUE(Remove(machine, true));
+    EXPECT_FALSE(machine.lockTaken);
+    EXPECT_FALSE(machine.changedUnlocked) << "held to the last change, the undo's too";
 }
 
 TEST_F(Setup, ASecondRunChangesNothing)
@@ -337,8 +440,13 @@ TEST_F(Setup, KilledBehindEachChangeAndRunAgainItEndsTheSame)
             machine.killAt = n;
             EXPECT_THROW(Run(machine), Killed);
             machine.killAt = 0;
-            EXPECT_TRUE(Run(machine));
+            std::vector<std::string> lines;
+            EXPECT_TRUE(Run(machine, true, &lines));
             // Who ran before is not known to the second run.
+            if (whole.calls[n - 1] == "stop velcorfeed") {
+                EXPECT_THAT(lines, Contains("services: what ran before runs again; not started: net start velcorfeed, "
+                                            "net start dkpfagent, or restart the machine"));
+            }
             EXPECT_THAT(Describe(machine.state, false), ElementsAreArray(Describe(whole.state, false)))
                 << whole.calls[n - 1];
         }
@@ -435,6 +543,24 @@ TEST_F(Setup, UninstallOfARunningProgramEndsAtTheRestart)
     EXPECT_EQ(machine.Kind(HOME + L"\\bin"), PathKind::Nothing);
 }
 
+TEST_F(Setup, PurgeBesideAReaderEndsAtTheRestart)
+{
+    FakeMachine        machine = Clean(true);
+    const auto         before = Describe(machine.state);
+    const std::wstring trace = HOME + L"\\log\\diskperf_trace.log";
+    const std::wstring scenario = HOME + L"\\etc\\scenarios\\three-disks.scn";
+    ASSERT_TRUE(Run(machine));
+    machine.state.files[trace] = "lines";
+    machine.lingering = { trace, scenario };
+    std::vector<std::string> lines;
+    EXPECT_TRUE(Remove(machine, true, &lines));
+    EXPECT_THAT(lines, Contains("folder C:\\Program Files\\TARNWELL\\log: goes at the next restart"));
+    EXPECT_THAT(machine.state.atRestart,
+                testing::ElementsAre(HOME, HOME + L"\\etc", HOME + L"\\etc\\scenarios", HOME + L"\\log"));
+    machine.Restart();
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
 TEST_F(Setup, ForeignFilesStayAndAreNamed)
 {
     FakeMachine machine = Clean(true);
@@ -462,7 +588,7 @@ TEST_F(Setup, ARealDriverIsLeftAlone)
     EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
 
     ASSERT_TRUE(Run(machine, false));
-    EXPECT_THAT(machine.calls, testing::Not(Contains("stop velcor")));
+    EXPECT_THAT(machine.calls, Not(Contains("stop velcor")));
     EXPECT_EQ(machine.state.services.count(FEEDER_SERVICE), 0u);
     EXPECT_EQ(machine.state.files[L"C:\\Windows\\drivers\\velcor.sys"], "the real one");
     ASSERT_TRUE(Remove(machine, true));
@@ -487,7 +613,9 @@ TEST_F(Setup, ADebugSwitchThatWasLeftOnGoes)
         ASSERT_TRUE(Run(machine));
         EXPECT_THAT(machine.state.keys[DEBUG_KEY], IsEmpty());
         machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = value;
-        ASSERT_TRUE(Remove(machine));
+        std::vector<std::string> lines;
+        ASSERT_TRUE(Remove(machine, false, &lines));
+        EXPECT_THAT(lines, Contains("value dkpf_debug of Software\\OSK\\TARNWELL\\work: removed"));
         EXPECT_EQ(machine.state.keys.count(L"Software\\OSK"), 0u);
     }
 }
@@ -601,6 +729,56 @@ TEST_F(Setup, APathThatWasNotThereIsMadeAndGoes)
     EXPECT_EQ(machine.tellings, 2);
 }
 
+TEST_F(Setup, APathThatCannotBeReadStaysAsItIs)
+{
+    FakeMachine              machine = Clean(true);
+    const std::wstring       name = std::wstring(ENVIRONMENT_KEY) + L"!Path";
+    const auto               before = Describe(machine.state);
+    std::vector<std::string> lines;
+    machine.unreadable = { name };
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("PATH: FAILED: the system's PATH cannot be read: error 5, ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+
+    machine.unreadable.clear();
+    ASSERT_TRUE(Run(machine));
+    const RegistryValue path = machine.state.keys[ENVIRONMENT_KEY][L"Path"];
+    machine.unreadable = { name };
+    lines.clear();
+    EXPECT_FALSE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("NOT removed: PATH: error 5, ")));
+    EXPECT_EQ(machine.state.keys[ENVIRONMENT_KEY][L"Path"], path);
+}
+
+TEST_F(Setup, ADebugSwitchThatCannotBeReadIsNoneThatIsMissing)
+{
+    FakeMachine              machine = Older(true);
+    std::vector<std::string> lines;
+    machine.state.keys[DEBUG_KEY][DEBUG_VALUE] = { REG_DWORD, {}, 1 };
+    machine.unreadable = { std::wstring(DEBUG_KEY) + L"!" + DEBUG_VALUE };
+    const auto before = Describe(machine.state);
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("registry key of the product: FAILED: value dkpf_debug of ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+    lines.clear();
+    EXPECT_FALSE(Remove(machine, false, &lines));
+    EXPECT_THAT(lines,
+                Contains(HasSubstr("NOT removed: value dkpf_debug of Software\\OSK\\TARNWELL\\work: error 5, ")));
+}
+
+// A value that stands there and is not the one wanted would be deleted by the undo, were it taken for a missing one.
+TEST_F(Setup, AValueThatCannotBeReadIsNotWrittenOver)
+{
+    FakeMachine              machine = Older(true);
+    std::vector<std::string> lines;
+    machine.state.keys[PERFORMANCE_KEY][VALUE_OPEN] = { REG_SZ, L"another", 0 };
+    machine.unreadable = { std::wstring(PERFORMANCE_KEY) + L"!" + VALUE_OPEN };
+    const auto before = Describe(machine.state);
+    EXPECT_FALSE(Run(machine, true, &lines));
+    EXPECT_THAT(lines, Contains(HasSubstr("performance provider: FAILED: value Open of ")));
+    EXPECT_THAT(Describe(machine.state), ElementsAreArray(before));
+}
+
 TEST_F(Setup, AnotherHomeTakesThePlaceOfTheRegisteredOneOnThePath)
 {
     FakeMachine        machine = Clean(true);
@@ -631,6 +809,18 @@ TEST_F(Setup, AHomeThatPathCannotHoldIsRefused)
     EXPECT_FALSE(
         Install(machine, { SOURCE, L"C:\\a;b", true }, [&lines](std::string_view line) { lines.emplace_back(line); }));
     EXPECT_THAT(lines, Contains(HasSubstr("to: FAILED: the path of C:\\a;b holds a ';'")));
+    EXPECT_THAT(machine.calls, IsEmpty());
+}
+
+TEST_F(Setup, AHomeThatIsNoPathIsRefused)
+{
+    FakeMachine              machine = Clean(true);
+    std::vector<std::string> lines;
+    const auto               say = [&lines](std::string_view line) { lines.emplace_back(line); };
+    EXPECT_FALSE(Install(machine, { SOURCE, L"", true }, say));
+    EXPECT_THAT(lines, Contains("to: FAILED: the folder to install into is no path: name another one with --home"));
+    EXPECT_FALSE(Uninstall(machine, { L"", true }, say));
+    EXPECT_EQ(lines.back(), "the folder to remove from is no path: name another one with --home");
     EXPECT_THAT(machine.calls, IsEmpty());
 }
 

@@ -1,7 +1,5 @@
 #include "changes.h"
 
-#include <fmt/format.h>
-
 #include "registration.h"
 #include "product_files.h"
 #include "text.h"
@@ -12,6 +10,26 @@ void Must(DWORD error, const std::string& what)
 {
     if (error != ERROR_SUCCESS)
         throw SetupError(what + ": " + SystemErrorText(error));
+}
+
+SetupLock::SetupLock(Machine& machine) : m_machine(machine)
+{
+}
+
+SetupLock::~SetupLock()
+{
+    if (m_held)
+        m_machine.UnlockSetup();
+}
+
+std::string SetupLock::Take()
+{
+    const DWORD error = m_machine.LockSetup();
+    m_held = error == ERROR_SUCCESS;
+    if (error == ERROR_BUSY)
+        return "another install or uninstall runs on this machine: start it again when that has ended";
+    return m_held ? std::string()
+                  : "whether another install or uninstall runs cannot be told: " + SystemErrorText(error);
 }
 
 std::wstring FreeAside(Machine& machine, const std::wstring& path)
@@ -32,12 +50,6 @@ bool IsAsideOf(const std::wstring& name, const std::wstring& own)
            name.find_first_not_of(L"0123456789", start.size()) == std::wstring::npos;
 }
 
-static std::wstring Parent(const std::wstring& path)
-{
-    const size_t cut = path.find_last_of(L'\\');
-    return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut);
-}
-
 Changes::Changes(Machine& machine) : m_machine(machine)
 {
 }
@@ -51,7 +63,7 @@ bool Changes::MakeKey(const std::wstring& key)
 {
     if (key.empty() || m_machine.KeyExists(key))
         return false;
-    MakeKey(Parent(key));
+    MakeKey(ParentPath(key));
     Must(m_machine.MakeKey(key), "the key " + Narrow(key) + " cannot be made");
     Remember("key " + Narrow(key), [this, key] { return m_machine.RemoveEmptyKey(key); });
     return true;
@@ -77,10 +89,12 @@ bool Changes::SetValue(const std::wstring& key, const std::wstring& name, const 
 
 bool Changes::RemoveValue(const std::wstring& key, const std::wstring& name)
 {
-    RegistryValue before;
-    if (m_machine.ReadValue(key, name, &before) != ERROR_SUCCESS)
-        return false;
     const std::string words = "value " + Narrow(name) + " of " + Narrow(key);
+    RegistryValue     before;
+    const DWORD       error = m_machine.ReadValue(key, name, &before);
+    if (error == ERROR_FILE_NOT_FOUND)
+        return false;
+    Must(error, words + " cannot be read");
     Must(m_machine.RemoveValue(key, name), words + " cannot be removed");
     Remember(words, [this, key, name, before] { return m_machine.WriteValue(key, name, before); });
     return true;
@@ -93,7 +107,7 @@ bool Changes::MakeFolder(const std::wstring& path)
         return false;
     if (kind == PathKind::File)
         throw SetupError("a file stands where the folder " + Narrow(path) + " has to be");
-    const std::wstring parent = Parent(path);
+    const std::wstring parent = ParentPath(path);
     if (parent.size() > 2)  // behind "C:" nothing can be made
         MakeFolder(parent);
     Must(m_machine.MakeFolder(path), "the folder " + Narrow(path) + " cannot be made");
@@ -178,8 +192,12 @@ bool Changes::StopIfRunning(const std::wstring& name)
 {
     if (!m_machine.Runs(name))
         return false;
+    // Before the stop: one that takes too long still happens later.
+    Remember("stop of " + Narrow(name), [this, name]() -> DWORD {
+        Start(name);
+        return ERROR_SUCCESS;
+    });
     Must(m_machine.StopAndWait(name), "the service " + Narrow(name) + " does not stop");
-    Remember("start of " + Narrow(name), [this, name] { return m_machine.StartAndWait(name); });
     return true;
 }
 
@@ -187,9 +205,18 @@ bool Changes::StartUnlessRunning(const std::wstring& name)
 {
     if (m_machine.Runs(name))
         return false;
-    Must(m_machine.StartAndWait(name), "the service " + Narrow(name) + " does not start");
-    Remember("stop of " + Narrow(name), [this, name] { return m_machine.StopAndWait(name); });
+    // Before the start: one that takes too long may still come up, over files that go back by then.
+    Remember("start of " + Narrow(name),
+             [this, name] { return m_machine.Runs(name) ? m_machine.StopAndWait(name) : ERROR_SUCCESS; });
+    Start(name);
     return true;
+}
+
+void Changes::Start(const std::wstring& name)
+{
+    const ServiceStart start = m_machine.StartAndWait(name);
+    if (!start.running)
+        throw SetupError("the service " + Narrow(name) + " does not start: it " + start.words);
 }
 
 void Changes::Keep(const SayFn& say)
@@ -210,11 +237,12 @@ void Changes::Undo(const SayFn& say)
 {
     for (; !m_steps.empty(); m_steps.pop_back()) {
         const Step& step = m_steps.back();
-        const DWORD error = step.undo();
-        if (error == ERROR_SUCCESS)
+        try {
+            Must(step.undo(), step.words);
             say("  taken back: " + step.words);
-        else
-            say("  NOT taken back: " + step.words + ": " + SystemErrorText(error));
+        } catch (const SetupError& error) {
+            say(std::string("  NOT taken back: ") + error.what());
+        }
     }
     m_aside.clear();
 }

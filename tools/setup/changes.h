@@ -26,6 +26,22 @@ public:
 /* Throws "WHAT: error 5, Access is denied" unless error is 0. */
 void Must(DWORD error, const std::string& what);
 
+/* Keeps other set-ups of the machine out for the life of the object. */
+class SetupLock {
+public:
+    explicit SetupLock(Machine& machine);
+    ~SetupLock();
+    SetupLock(const SetupLock&) = delete;
+    SetupLock& operator=(const SetupLock&) = delete;
+
+    /* Why it cannot be had, in words. Empty: it is held. */
+    std::string Take();
+
+private:
+    Machine& m_machine;
+    bool     m_held = false;
+};
+
 /* "NAME.old-1" for NAME: the first that is not there. */
 std::wstring FreeAside(Machine& machine, const std::wstring& path);
 
@@ -48,7 +64,8 @@ public:
     bool StopIfRunning(const std::wstring& name);
     bool StartUnlessRunning(const std::wstring& name);
 
-    /* How to take back what the caller did itself. words: "names of the counters" */
+    /* How to take back what the caller did itself. words: "names of the counters". undo answers the system's number, or
+     * throws SetupError. */
     void Remember(std::string words, std::function<DWORD()> undo);
 
     /* All is done: what was moved aside goes, at the next restart where it is still held. Says which. */
@@ -61,6 +78,8 @@ private:
         std::string            words;
         std::function<DWORD()> undo;
     };
+
+    void Start(const std::wstring& name);
 
     Machine&                  m_machine;
     std::vector<Step>         m_steps;

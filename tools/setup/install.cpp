@@ -5,8 +5,6 @@
 #include "install.h"
 
 #include <fmt/format.h>
-#include <algorithm>
-#include <iterator>
 
 #include "names.h"
 #include "product_files.h"
@@ -36,7 +34,7 @@ static std::string DoneOrThere(bool changed)
 class Installation {
 public:
     Installation(Machine& machine, const InstallOptions& options, const SayFn& say)
-        : m_machine(machine), m_options(options), m_say(say), m_changes(machine)
+        : m_machine(machine), m_options(options), m_say(say), m_lock(machine), m_changes(machine)
     {
     }
 
@@ -50,6 +48,7 @@ private:
     static const Step STEPS[];
 
     std::string CheckRights();
+    std::string KeepOthersOut();
     std::string CheckSource();
     std::string CheckHome();
     std::string CheckDriver();
@@ -99,6 +98,7 @@ private:
     Machine&                    m_machine;
     const InstallOptions&       m_options;
     const SayFn&                m_say;
+    SetupLock                   m_lock;
     Changes                     m_changes;
     std::vector<const wchar_t*> m_stopped;  // in the order of stopping
 };
@@ -117,6 +117,14 @@ std::string Installation::CheckRights()
     return "yes";
 }
 
+std::string Installation::KeepOthersOut()
+{
+    const std::string refused = m_lock.Take();
+    if (!refused.empty())
+        throw SetupError(refused);
+    return "none runs";
+}
+
 std::string Installation::CheckSource()
 {
     for (const ProductFile& file : PRODUCT_FILES) {
@@ -128,6 +136,8 @@ std::string Installation::CheckSource()
 
 std::string Installation::CheckHome()
 {
+    if (m_options.home.empty())  // bin, etc and log of whatever drive is the current one
+        throw SetupError("the folder to install into is no path: name another one with --home");
     // On PATH it would be two folders, neither of them ours.
     if (m_options.home.find(L';') != std::wstring::npos)
         throw SetupError("the path of " + Narrow(m_options.home) +
@@ -159,7 +169,7 @@ std::string Installation::StopRunning()
     if (programs || driver) {
         // The feeder holds the driver's device, and a driver that is held does not go.
         for (const wchar_t* name : { AGENT_SERVICE, FEEDER_SERVICE }) {
-            if (m_changes.StopIfRunning(name))
+            if ((m_options.driver || name == AGENT_SERVICE) && m_changes.StopIfRunning(name))
                 m_stopped.push_back(name);
         }
         if (driver && m_changes.StopIfRunning(DRIVER_SERVICE))
@@ -182,8 +192,10 @@ std::string Installation::ForgetOldNames()
     m_changes.Remember("old names of the counters", [this, table, first]() -> DWORD {
         const DWORD error = m_machine.LoadNames(table);
         DWORD       now = 0;
+        if (error == ERROR_SUCCESS && !ReadTitleRange(m_machine, &now))
+            return ERROR_INVALID_DATA;
         // The loader may give another range than before.
-        if (error != ERROR_SUCCESS || !ReadTitleRange(m_machine, &now) || now == first)
+        if (error != ERROR_SUCCESS || now == first)
             return error;
         return m_machine.WriteValue(PERFORMANCE_KEY, VALUE_OBJECT_LIST, Text(std::to_wstring(now)));
     });
@@ -290,20 +302,21 @@ std::string Installation::SetSetting(const wchar_t* service, ServiceSetting sett
     m_machine.ReadSetting(service, setting, &before);  // what cannot be read counts as not set
     if (before == wanted)
         return {};
-    const DWORD error = m_machine.SetSetting(service, setting, wanted);
+    DWORD error = m_machine.SetSetting(service, setting, wanted);
+    if (error == ERROR_SUCCESS)
+        m_machine.ReadSetting(service, setting, &now);
+    if (!(now == wanted) && m_machine.IsWine())
+        return std::string("; this system does not keep the ") + words;
     if (error == ERROR_SUCCESS) {
         const std::wstring name = service;
         m_changes.Remember(std::string(words) + " of " + Narrow(name),
                            [this, name, setting, before] { return m_machine.SetSetting(name, setting, before); });
-        m_machine.ReadSetting(service, setting, &now);
-        if (now == wanted) {
-            *changed = true;
-            return {};
-        }
+        if (!(now == wanted))
+            error = ERROR_INVALID_DATA;
     }
-    if (!m_machine.IsWine())
-        Must(error != ERROR_SUCCESS ? error : ERROR_INVALID_DATA, std::string(words) + " cannot be set");
-    return std::string("; this system does not keep the ") + words;
+    Must(error, std::string(words) + " cannot be set");
+    *changed = true;
+    return {};
 }
 
 std::string Installation::SetRestart(const wchar_t* service, bool* changed)
@@ -369,8 +382,8 @@ std::string Installation::LoadNames()
     DWORD first = 0;
     if (ReadTitleRange(m_machine, &first))
         return fmt::format("title indexes {} to {} are there already", first, first + 2 * TITLE_NUM - 1);
-    RegistryValue damaged;
-    if (m_machine.ReadValue(PERFORMANCE_KEY, VALUE_FIRST_COUNTER, &damaged) == ERROR_SUCCESS) {
+    RegistryValue part;
+    if (m_machine.ReadValue(PERFORMANCE_KEY, VALUE_FIRST_COUNTER, &part) == ERROR_SUCCESS) {
         // The loader would take the names for loaded. What it finds of them goes, whatever it answers.
         m_machine.UnloadNames(L"tnwdiskperf");
         for (const wchar_t* name : { VALUE_FIRST_COUNTER, VALUE_LAST_COUNTER, VALUE_FIRST_HELP, VALUE_LAST_HELP })
@@ -378,10 +391,11 @@ std::string Installation::LoadNames()
     }
     const std::wstring table = At(ETC_FOLDER) + L"\\" + NAME_TABLE;
     const DWORD        error = m_machine.LoadNames(table);
-    if (ReadTitleRange(m_machine, &first)) {
+    // A range that does not fit is taken out as well.
+    if (m_machine.ReadValue(PERFORMANCE_KEY, VALUE_FIRST_COUNTER, &part) == ERROR_SUCCESS)
         m_changes.Remember("names of the counters", [this] { return m_machine.UnloadNames(L"tnwdiskperf"); });
+    if (ReadTitleRange(m_machine, &first))
         return fmt::format("title indexes {} to {} from the system", first, first + 2 * TITLE_NUM - 1);
-    }
     if (!m_machine.IsWine()) {
         Must(error, "the system's loader refused " + Narrow(table));
         throw SetupError("the system's loader gave no range of title indexes for " + Narrow(table));
@@ -408,9 +422,16 @@ std::string Installation::StartAgain()
 {
     for (auto name = m_stopped.rbegin(); name != m_stopped.rend(); ++name)
         m_changes.StartUnlessRunning(*name);
-    if (!m_stopped.empty())
-        return "what ran before runs again";
-    return m_machine.Runs(AGENT_SERVICE) ? "runs" : "not started: net start dkpfagent, or restart the machine";
+    std::string words = m_stopped.empty() ? "" : "what ran before runs again";
+    // A run that was killed stopped others, perhaps, and nobody knows which.
+    std::string asleep;
+    for (const wchar_t* name : { DRIVER_SERVICE, FEEDER_SERVICE, AGENT_SERVICE }) {
+        if ((m_options.driver || name == AGENT_SERVICE) && !m_machine.Runs(name))
+            asleep += (asleep.empty() ? "net start " : ", net start ") + Narrow(name);
+    }
+    if (!asleep.empty())
+        words += (words.empty() ? "" : "; ") + ("not started: " + asleep + ", or restart the machine");
+    return words.empty() ? "all run" : words;
 }
 
 /* ---- The steps ---- */
@@ -420,6 +441,7 @@ std::string Installation::StartAgain()
 // key. The object list at last: it is the number that came.
 const Installation::Step Installation::STEPS[] = {
     { "administrator", &Installation::CheckRights },
+    { "other set-up", &Installation::KeepOthersOut },
     { "from", &Installation::CheckSource },
     { "to", &Installation::CheckHome },
     { "driver", &Installation::CheckDriver },

@@ -18,7 +18,7 @@ struct InstallOptions {
  * Goes through all steps and says each with its result. What is there already stays untouched, so that a run after a
  * killed one completes it and a second run changes nothing. Where a step fails, all steps before are taken back.
  * @return TRUE: installed. FALSE: the reason was said, and what could not be taken back
- * May block for 370 s, where an agent takes its time to stop.
+ * May block for 370 s, where an agent takes its time to stop, and as long again where that is taken back.
  */
 bool Install(Machine& machine, const InstallOptions& options, const SayFn& say);
 

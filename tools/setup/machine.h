@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "service_control.h"
+
 namespace dkpf {
 
 struct RegistryValue {
@@ -69,6 +71,9 @@ public:
     virtual bool         IsWine() = 0;  // a system without a real loader of counter names
     virtual std::wstring ProgramFiles() = 0;
     virtual std::wstring DriverFolder() = 0;
+    /* One set-up at a time: held until it is given back, or this program ends. ERROR_BUSY: another one holds it. */
+    virtual DWORD LockSetup() = 0;
+    virtual void  UnlockSetup() = 0;
     /* Tells running programs that the environment changed. Waits 5 s for them at most. */
     virtual void EnvironmentChanged() = 0;
 
@@ -104,9 +109,10 @@ public:
     virtual DWORD ReadSetting(const std::wstring& name, ServiceSetting setting, ServiceSettingValue* value) = 0;
     virtual DWORD SetSetting(const std::wstring& name, ServiceSetting setting, const ServiceSettingValue& value) = 0;
     virtual bool  Runs(const std::wstring& name) = 0;  // or is about to
-    /* Both wait for the state: 60 s for a start, 310 s for a stop, which an agent may take. */
-    virtual DWORD StartAndWait(const std::wstring& name) = 0;
-    virtual DWORD StopAndWait(const std::wstring& name) = 0;
+    /* Both wait for the state: 60 s for a start, 310 s for a stop, which an agent may take. What the limit cuts off may
+     * still happen later. A start waits for the end of a stop that is under way first, 310 s more. */
+    virtual ServiceStart StartAndWait(const std::wstring& name) = 0;
+    virtual DWORD        StopAndWait(const std::wstring& name) = 0;
 
     /* ---- Loader of counter names ---- */
     virtual DWORD LoadNames(const std::wstring& iniFile) = 0;

@@ -18,7 +18,8 @@ namespace dkpf {
 class Removal {
 public:
     Removal(Machine& machine, const UninstallOptions& options, const SayFn& say)
-        : m_machine(machine), m_home(options.home), m_purge(options.purge), m_everything(options.purge), m_say(say)
+        : m_machine(machine), m_home(options.home), m_purge(options.purge), m_everything(options.purge), m_say(say),
+          m_lock(machine)
     {
     }
 
@@ -39,6 +40,7 @@ private:
     void RemoveEverything(const std::wstring& folder);
     void RemoveFolderIfEmpty(const std::wstring& folder);
     void RemoveService(const wchar_t* name);
+    bool IsGoing(const std::wstring& path) const;
     bool OwnDriver();
     bool HoldsProduct();
 
@@ -61,8 +63,9 @@ private:
     const bool                m_purge;
     bool                      m_everything;  // foreign files in the product's folders too
     const SayFn&              m_say;
+    SetupLock                 m_lock;
     std::vector<std::string>  m_left;
-    std::vector<std::wstring> m_atRestart;  // whole paths
+    std::vector<std::wstring> m_going;  // whole paths: removed, or marked for the restart
     bool                      m_namesLeft = false;
 };
 
@@ -136,11 +139,14 @@ void Removal::RemovePathEntry()
 {
     RegistryValue      path;
     const std::wstring bin = At(BIN_FOLDER);
-    if (m_machine.ReadValue(ENVIRONMENT_KEY, L"Path", &path) != ERROR_SUCCESS || !HoldsFolder(path.text, bin))
+    DWORD              error = m_machine.ReadValue(ENVIRONMENT_KEY, L"Path", &path);
+    if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND)
+        return Left("PATH", error);
+    if (!HoldsFolder(path.text, bin))
         return;
     path.text = WithoutFolder(path.text, bin);
-    const DWORD error = path.text.empty() ? m_machine.RemoveValue(ENVIRONMENT_KEY, L"Path")
-                                          : m_machine.WriteValue(ENVIRONMENT_KEY, L"Path", path);
+    error = path.text.empty() ? m_machine.RemoveValue(ENVIRONMENT_KEY, L"Path")
+                              : m_machine.WriteValue(ENVIRONMENT_KEY, L"Path", path);
     if (error != ERROR_SUCCESS)
         return Left("PATH", error);
     Say("PATH: taken out");
@@ -175,26 +181,38 @@ void Removal::RemoveEmptyKeys(std::wstring key, const std::wstring& end)
 
 void Removal::RemoveKeys()
 {
-    RegistryValue value;
     // The names can be taken out only as long as their range stands in the key.
     if (!m_namesLeft)
         RemoveTree(PROVIDER_KEY);
     RemoveTree(EVENT_SOURCE_KEY);
-    if (m_machine.ReadValue(DEBUG_KEY, DEBUG_VALUE, &value) == ERROR_SUCCESS) {
-        const DWORD error = m_machine.RemoveValue(DEBUG_KEY, DEBUG_VALUE);
-        if (error != ERROR_SUCCESS)
-            Left("value " + Narrow(DEBUG_VALUE), error);
-    }
+    RegistryValue     value;
+    const std::string words = "value " + Narrow(DEBUG_VALUE) + " of " + Narrow(DEBUG_KEY);
+    DWORD             error = m_machine.ReadValue(DEBUG_KEY, DEBUG_VALUE, &value);
+    if (error == ERROR_SUCCESS)
+        error = m_machine.RemoveValue(DEBUG_KEY, DEBUG_VALUE);
+    if (error == ERROR_SUCCESS)
+        Say(words + ": removed");
+    else if (error != ERROR_FILE_NOT_FOUND)
+        Left(words, error);
     RemoveEmptyKeys(DEBUG_KEY, L"Software");
 }
 
 /* ---- Files ---- */
 
+/* Its name may still be listed: a file that was removed while a program had it open is, until the program closes it,
+ * and the system calls it neither a file nor a folder meanwhile. */
+bool Removal::IsGoing(const std::wstring& path) const
+{
+    return std::find(m_going.begin(), m_going.end(), path) != m_going.end();
+}
+
 void Removal::RemoveOneFile(const std::wstring& path)
 {
+    if (IsGoing(path))
+        return;
     DWORD error = m_machine.RemoveFile(path);
     if (error == ERROR_SUCCESS)
-        return;
+        return m_going.push_back(path);
     // A program that runs or a library that is loaded can be renamed, and does not stand in the way of a new one then.
     // One that cannot be renamed is not marked: by the restart a new one might stand there.
     std::wstring held = path;
@@ -205,7 +223,7 @@ void Removal::RemoveOneFile(const std::wstring& path)
     }
     if (m_machine.RemoveAtRestart(held) != ERROR_SUCCESS)
         return Left("file " + Narrow(held), error);
-    m_atRestart.push_back(held);
+    m_going.push_back(held);
     Say("file " + Narrow(held) + ": in use, goes at the next restart");
 }
 
@@ -234,12 +252,12 @@ void Removal::RemoveEverything(const std::wstring& folder)
 
 void Removal::RemoveFolderIfEmpty(const std::wstring& folder)
 {
-    if (m_machine.Kind(folder) != PathKind::Folder)
+    if (m_machine.Kind(folder) != PathKind::Folder || IsGoing(folder))
         return;
     bool pending = false;
     for (const std::wstring& name : m_machine.Names(folder)) {
         const std::wstring path = folder + L"\\" + name;
-        if (std::find(m_atRestart.begin(), m_atRestart.end(), path) == m_atRestart.end())
+        if (!IsGoing(path))
             return Say("folder " + Narrow(folder) + ": stays, it holds " + Narrow(name));
         pending = true;
     }
@@ -247,8 +265,7 @@ void Removal::RemoveFolderIfEmpty(const std::wstring& folder)
     const DWORD error = pending ? m_machine.RemoveAtRestart(folder) : m_machine.RemoveFolder(folder);
     if (error != ERROR_SUCCESS)
         return Left("folder " + Narrow(folder), error);
-    if (pending)
-        m_atRestart.push_back(folder);
+    m_going.push_back(folder);
     Say("folder " + Narrow(folder) + (pending ? ": goes at the next restart" : ": removed"));
 }
 
@@ -304,6 +321,15 @@ bool Removal::Run()
     Say("removing the product from " + Narrow(m_home));
     if (!m_machine.IsAdministrator()) {
         Say("this account is no administrator: start it from an administrator's prompt");
+        return false;
+    }
+    const std::string refused = m_lock.Take();
+    if (!refused.empty()) {
+        Say(refused);
+        return false;
+    }
+    if (m_home.empty()) {  // bin, etc and log of whatever drive is the current one
+        Say("the folder to remove from is no path: name another one with --home");
         return false;
     }
     if (m_purge && !HoldsProduct()) {

@@ -2,7 +2,6 @@
 
 #include <aclapi.h>
 #include <sddl.h>
-#include <iterator>
 
 #include "file_io.h"
 #include "process_info.h"
@@ -11,6 +10,7 @@
 #include "service_control.h"
 #include "service_handle.h"
 #include "system_info.h"
+#include "text.h"
 
 namespace dkpf {
 
@@ -74,6 +74,27 @@ public:
     std::wstring DriverFolder() override
     {
         return DriverFolderOfSystem();
+    }
+
+    DWORD LockSetup() override
+    {
+        // Nobody owns it: that the name is there says it all, and it goes with the program that made it.
+        const HANDLE lock = CreateMutexW(nullptr, FALSE, SETUP_LOCK);
+        const DWORD  error = GetLastError();
+        if (lock == nullptr)
+            return error;
+        if (error == ERROR_ALREADY_EXISTS) {
+            CloseHandle(lock);
+            return ERROR_BUSY;
+        }
+        m_lock = lock;
+        return ERROR_SUCCESS;
+    }
+
+    void UnlockSetup() override
+    {
+        CloseHandle(m_lock);
+        m_lock = nullptr;
     }
 
     void EnvironmentChanged() override
@@ -438,10 +459,14 @@ public:
         return info.pid == 0 || LookAtProcess(info.pid, 0) == ProcessLife::Alive;
     }
 
-    DWORD StartAndWait(const std::wstring& name) override
+    ServiceStart StartAndWait(const std::wstring& name) override
     {
-        const ServiceStart start = dkpf::StartAndWait(SystemServices(), name.c_str(), START_LIMIT_MS, SleepStep);
-        return start.running ? ERROR_SUCCESS : ERROR_SERVICE_REQUEST_TIMEOUT;
+        const auto stopping = [&name, this] {
+            return SystemServices().Query(name.c_str()).state == SERVICE_STOP_PENDING && Runs(name);
+        };
+        for (DWORD waitedMs = 0; waitedMs < STOP_LIMIT_MS && stopping(); waitedMs += START_STEP_MS)
+            SleepStep(START_STEP_MS);
+        return dkpf::StartAndWait(SystemServices(), name.c_str(), START_LIMIT_MS, SleepStep);
     }
 
     DWORD StopAndWait(const std::wstring& name) override
@@ -466,7 +491,7 @@ public:
     {
         // The loader looks for the symbols in the current folder.
         wchar_t            before[MAX_PATH] = {};
-        const std::wstring folder = iniFile.substr(0, iniFile.find_last_of(L'\\'));
+        const std::wstring folder = ParentPath(iniFile);
         GetCurrentDirectoryW(ARRAYSIZE(before), before);
         SetCurrentDirectoryW(folder.c_str());
         const DWORD error = CallLoader("LoadPerfCounterTextStringsW", L"lodctr \"" + iniFile + L"\"");
@@ -480,8 +505,9 @@ public:
     }
 
 private:
-    static constexpr DWORD START_LIMIT_MS = 60000;
-    static constexpr DWORD STOP_LIMIT_MS = 310000;  // so long an agent may take
+    static constexpr wchar_t SETUP_LOCK[] = L"Global\\dkpfctl_setup";
+    static constexpr DWORD   START_LIMIT_MS = 60000;
+    static constexpr DWORD   STOP_LIMIT_MS = 310000;  // so long an agent may take
 
     static bool SleepStep(DWORD ms)
     {
@@ -531,6 +557,8 @@ private:
         FreeLibrary(library);
         return error;
     }
+
+    HANDLE m_lock = nullptr;
 };
 
 }  // namespace

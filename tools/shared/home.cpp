@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "names.h"
+#include "text.h"
 
 namespace dkpf {
 
@@ -46,15 +47,9 @@ std::wstring Home::ModuleLog() const
     return Log() + L"\\diskperf.log";
 }
 
-static std::wstring Parent(const std::wstring& path)
-{
-    const size_t cut = path.find_last_of(L"\\/");
-    return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut);
-}
-
 Home HomeOfModulePath(const std::wstring& modulePath)
 {
-    return Home{ Parent(Parent(modulePath)) };
+    return Home{ ParentPath(ParentPath(modulePath)) };
 }
 
 Home HomeOfThisProgram()

@@ -44,6 +44,12 @@ std::string FromAnsi(std::string_view ansi)
     return Narrow(FromCodePage(CP_ACP, ansi));
 }
 
+std::wstring ParentPath(const std::wstring& path)
+{
+    const size_t cut = path.find_last_of(L"\\/");
+    return cut == std::wstring::npos ? std::wstring() : path.substr(0, cut);
+}
+
 std::string SystemErrorText(DWORD error)
 {
     wchar_t     words[512] = {};

@@ -19,6 +19,9 @@ std::string ToAnsi(std::string_view utf8);
 /* The way back, of what the logging library wrote. */
 std::string FromAnsi(std::string_view ansi);
 
+/* What stands before the last \ or /, of a file, a folder or a registry key. Empty: there is none. */
+std::wstring ParentPath(const std::wstring& path);
+
 /* Words in lines that fit into 80 columns, each behind so many blanks and with LF. */
 std::string Wrapped(std::string_view words, size_t indent);
 
