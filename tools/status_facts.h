@@ -87,8 +87,8 @@ const SettingValues* InForce(const StatusFacts& facts);
 /* Whether samples are due: collection is on, as far as it is known. */
 bool Collecting(const StatusFacts& facts);
 
-/* How old a sample may become before something is wrong, ms: two intervals, and room for a busy machine. */
-ULONGLONG SampleAgeLimitMs(const StatusFacts& facts);
+/* How old a sample may become before something is wrong, ms; by the interval in force, else by the published one. */
+DWORD SampleAgeLimitMs(const StatusFacts& facts);
 
 }  // namespace dkpf
 

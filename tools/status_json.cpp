@@ -84,7 +84,7 @@ static Json SampleJson(const StatusFacts& facts)
     if (facts.region != RegionStatus::Copied || !facts.view.hasSample)
         return Json();
     return { { "age_s", facts.view.ageMs / 1000.0 },
-             { "limit_s", static_cast<double>(SampleAgeLimitMs(facts)) / 1000.0 },
+             { "limit_s", SampleAgeLimitMs(facts) / 1000.0 },
              { "local_time", LocalTimeText(facts.view.localTime) } };
 }
 
