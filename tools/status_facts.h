@@ -49,6 +49,7 @@ struct DeviceFact {
 struct DoctorSummary {
     size_t checks = 0;
     size_t findings = 0;  // warnings, and what is wrong
+    size_t wrong = 0;
 };
 
 struct StatusFacts {

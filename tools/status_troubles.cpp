@@ -183,4 +183,9 @@ Troubles FindTroubles(const StatusFacts& facts)
     return troubles;
 }
 
+bool AllIsWell(const StatusFacts& facts, const Troubles& troubles)
+{
+    return troubles.empty() && (!facts.doctor || facts.doctor->wrong == 0);
+}
+
 }  // namespace dkpf
