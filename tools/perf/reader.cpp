@@ -234,25 +234,29 @@ Reading PerformanceReader::NoNewSample(const LookResult& look)
 
 /* ---- Values ------------------------------------------------------------------------------------------------------ */
 
-/* Our object of the answer; otherwise the words that say why not. */
+static constexpr char CURE[] = ": dkpfctl doctor says what to do";
+
+/* Our object of the answer; otherwise the words that say why not, and what to do. */
 std::string PerformanceReader::FindObject(const PerfQueryResult& answer, PerfObject* object) const
 {
     if (answer.error != ERROR_SUCCESS)
-        return "the Performance Library answers " + SystemErrorText(answer.error);
+        return "the Performance Library answers " + SystemErrorText(answer.error) + CURE;
     PerfBlock  block = WalkPerfBlock(answer.data.data(), answer.data.size());
     const auto found = std::find_if(block.objects.begin(), block.objects.end(), [this](const PerfObject& each) {
         return each.nameIndex == m_ports.values().firstCounter;
     });
     if (found == block.objects.end() && !block.damage.empty())
-        return "the Performance Library answers a damaged block: " + block.damage;
+        return fmt::format("the Performance Library answers a damaged block ({}){}", block.damage, CURE);
     if (found == block.objects.end())
-        return "the Performance Library has no values of our object: the provider refused, or the system has switched "
-               "it off";
+        return fmt::format("the Performance Library has no values of our object, since the provider refused or the "
+                           "system has switched it off{}",
+                           CURE);
     *object = std::move(*found);
     if (object->instances.size() != DKPF_ROW_NUM || object->counters.size() != DKPF_COUNTER_NUM)
-        return fmt::format("our object has {} instances and {} counters instead of {} and {}: provider and tool are of "
-                           "different versions",
-                           object->instances.size(), object->counters.size(), DKPF_ROW_NUM, DKPF_COUNTER_NUM);
+        return fmt::format(
+            "our object has {} instances and {} counters instead of {} and {}, since provider and tool are of "
+            "different versions{}",
+            object->instances.size(), object->counters.size(), DKPF_ROW_NUM, DKPF_COUNTER_NUM, CURE);
     return std::string();
 }
 
