@@ -280,6 +280,14 @@ TEST(QueryText, ALineMayBeExactlyAsWideAsTheTable)
     EXPECT_THAT(text, HasSubstr("\n\n                  NMP22\nTransfer Ratio %"));
 }
 
+TEST(QueryText, WhereTheNamesComeFrom)
+{
+    QueryFacts facts = Facts();
+    EXPECT_EQ(NameSourceText(facts), "names from C:\\home\\etc\\tnwdiskperf.ini, since the system has none");
+    facts.names.fromSystem = true;
+    EXPECT_EQ(NameSourceText(facts), "names from the system's tables");
+}
+
 TEST(QueryText, Csv)
 {
     EXPECT_EQ(QueryCsv(Facts()),
