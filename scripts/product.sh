@@ -62,13 +62,15 @@ product_start() {
     [ "$state" = RUNNING ] || { printf 'the service %s is %s after its start\n' "$1" "${state:-not to be asked}" >&2; return 1; }
 }
 
-# product_stop: stops what runs, in the reverse order of starting. A prefix that is shut down does not tell its services.
+# product_stop: stops what runs, in the reverse order of starting; one that does not stop keeps none of the others running,
+# and is a failure. A prefix that is shut down does not tell its services.
 product_stop() {
-    local name
+    local name status=0
     for name in dkpfagent velcorfeed velcor; do
         # One that is on its way up takes no stop.
         while [ "$(product_state "$name")" = START_PENDING ]; do sleep 0.1; done
         [ "$(product_state "$name")" = RUNNING ] || continue
-        "$common_wine" net stop "$name"
+        "$common_wine" net stop "$name" || status=$?
     done
+    return $status
 }

@@ -43,5 +43,6 @@ dkpf_system_test(stop_full_disk)
 dkpf_system_test(performance_library)
 dkpf_system_test(install_cycle)
 dkpf_system_test(install_broken_off)
+dkpf_system_test(run_script)
 dkpf_system_test(doctor)
 set_tests_properties(system.doctor PROPERTIES TIMEOUT 900 COST 900)  # 50 findings: started first
