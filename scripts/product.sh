@@ -63,14 +63,15 @@ product_start() {
 }
 
 # product_stop: stops what runs, in the reverse order of starting; one that does not stop keeps none of the others running,
-# and is a failure. A prefix that is shut down does not tell its services.
+# and is a failure that the last line names. A prefix that is shut down does not tell its services.
 product_stop() {
-    local name status=0
+    local name words failed=
     for name in dkpfagent velcorfeed velcor; do
         # One that is on its way up takes no stop.
         while [ "$(product_state "$name")" = START_PENDING ]; do sleep 0.1; done
         [ "$(product_state "$name")" = RUNNING ] || continue
-        "$common_wine" net stop "$name" || status=$?
+        words=$("$common_wine" net stop "$name" 2>&1 | tr -d '\r') || failed="$failed${failed:+; }$name: ${words//$'\n'/ }"
+        printf '%s\n' "$words"
     done
-    return $status
+    [ -z "$failed" ] || { printf 'not stopped: %s\n' "$failed" >&2; return 1; }
 }

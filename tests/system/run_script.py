@@ -53,10 +53,13 @@ def check(product):
     expect("(equal)" in text or "there is nothing to compare" in text, f"nothing was compared:\n{text}")
 
     # The service manager believes in a feeder whose process is gone, and cannot stop it.
-    code, text = run(product, "--plain", "--seconds", "8", at=" _Total ",
-                     then=lambda script: product.kill("velcorfeed.exe"))
+    def kill_and_interrupt(script):
+        product.kill("velcorfeed.exe")
+        os.killpg(script.pid, signal.SIGINT)
+
+    code, text = run(product, at=" _Total ", then=kill_and_interrupt)
     expect(re.search(r"^  first line: \d+\.\d s$", text, re.M), f"no time of the first line:\n{text}")
-    found = re.search(r"^error: a service could not be stopped\n  cause: (.*)\n  to do: see \S+/log/diskperf\.log; ", text, re.M)
+    found = re.search(r"^error: a service could not be stopped\n  cause: not stopped: velcorfeed: (.*)\n  to do: see \S+/log/diskperf\.log; ", text, re.M)
     expect(code == 1 and found and found[1].strip(), f"./run with a service that does not stop: exit code {code}\n{text}")
 
 
