@@ -8,11 +8,16 @@ common_wineserver=/usr/lib/wine/wineserver
 
 say() { printf '%s\n' "$*"; }
 
-# fail "what failed" "why" "what to do"
-fail() {
+# complain "what failed" "why" "what to do"
+complain() {
     printf 'error: %s\n' "$1" >&2
     [ -z "${2:-}" ] || printf '  cause: %s\n' "$2" >&2
     [ -z "${3:-}" ] || printf '  to do: %s\n' "$3" >&2
+}
+
+# fail "what failed" "why" "what to do"
+fail() {
+    complain "$@"
     exit 1
 }
 

@@ -62,13 +62,16 @@ product_start() {
     [ "$state" = RUNNING ] || { printf 'the service %s is %s after its start\n' "$1" "${state:-not to be asked}" >&2; return 1; }
 }
 
-# product_stop: stops what runs, in the reverse order of starting. A prefix that is shut down does not tell its services.
+# product_stop: stops what runs, in the reverse order of starting; one that does not stop keeps none of the others running,
+# and is a failure that the last line names. A prefix that is shut down does not tell its services.
 product_stop() {
-    local name
+    local name words failed=
     for name in dkpfagent velcorfeed velcor; do
         # One that is on its way up takes no stop.
         while [ "$(product_state "$name")" = START_PENDING ]; do sleep 0.1; done
         [ "$(product_state "$name")" = RUNNING ] || continue
-        "$common_wine" net stop "$name"
+        words=$("$common_wine" net stop "$name" 2>&1 | tr -d '\r') || failed="$failed${failed:+; }$name: ${words//$'\n'/ }"
+        printf '%s\n' "$words"
     done
+    [ -z "$failed" ] || { printf 'not stopped: %s\n' "$failed" >&2; return 1; }
 }

@@ -72,6 +72,8 @@ ToolExit RunQuery(const QueryOptions& options)
     facts.computer = ComputerName();
     facts.utcOffsetMinutes = LocalUtcOffsetMinutes();
     facts.nameTable = Narrow(home.Etc() + L"\\" + NAME_TABLE);
+    if (options.format == "csv" && !facts.names.fromSystem)
+        PrintError("dkpfctl: " + NameSourceText(facts) + "\n");
     Print(Formatted(facts, options.format));
     return TOOL_OK;
 }

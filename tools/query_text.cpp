@@ -95,6 +95,12 @@ static std::string CellText(const Cell& cell)
     return "-";
 }
 
+std::string NameSourceText(const QueryFacts& facts)
+{
+    return facts.names.fromSystem ? "names from the system's tables"
+                                  : fmt::format("names from {}, since the system has none", facts.nameTable);
+}
+
 static std::string HeadText(const QueryFacts& facts)
 {
     const Reading& reading = facts.reading;
@@ -102,8 +108,7 @@ static std::string HeadText(const QueryFacts& facts)
                                    facts.names.object.empty() ? "performance object" : facts.names.object,
                                       facts.computer, LocalTimeText(reading.sampleTime), AgeText(reading.ageMs),
                                       AgeText(reading.coveredMs), AgeText(reading.peakMs));
-    text += facts.names.fromSystem ? "names from the system's tables\n"
-                                   : fmt::format("names from {}, since the system has none\n", facts.nameTable);
+    text += NameSourceText(facts) + "\n";
     if (reading.attachedAgain)
         text += "the disk agent was started again: first interval after it\n";
     return text;

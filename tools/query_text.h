@@ -20,10 +20,13 @@ struct QueryFacts {
     std::vector<size_t> counters;   // to print, in their order
 };
 
+/* Where the names come from; without a period. */
+std::string NameSourceText(const QueryFacts& facts);
+
 /* Counters below each other, as many disks side by side as fit 100 columns. */
 std::string QueryTable(const QueryFacts& facts);
 
-/* A header, and a line for each disk. A field without a value is empty. */
+/* A header, and a line for each disk. A field without a value is empty. Has no room for where the names come from. */
 std::string QueryCsv(const QueryFacts& facts);
 
 /* One object; "format" rises when a field changes its meaning or goes. */

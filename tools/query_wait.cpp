@@ -43,7 +43,7 @@ Reading ReadInterval(IntervalSource& source, DWORD intervalS, const WaitPorts& p
         if (reading.state == ReadingState::Unavailable && !source.Waiting())
             return reading;
         if (reading.ageMs > reading.ageLimitMs)
-            return Refused(reading, reading.words);
+            break;
         if (ports.tick() - since > reading.ageLimitMs)
             return Refused(reading, fmt::format("no new sample came in {}", AgeText(reading.ageLimitMs)));
         SayOnce(ports, since,
@@ -51,6 +51,9 @@ Reading ReadInterval(IntervalSource& source, DWORD intervalS, const WaitPorts& p
         ports.wait(QUERY_STEP_MS);
         reading = source.Next();
     }
+    // A Fresh one too: new to this reader may be what the agent left behind long ago.
+    if (reading.ageMs > reading.ageLimitMs)
+        return Refused(reading, DeadSampleWords(reading));
     return reading;
 }
 

@@ -3,7 +3,7 @@
  */
 #include "commands.h"
 #include "console_out.h"
-#include "doctor_checks.h"
+#include "doctor_text.h"
 #include "status_text.h"
 #include "status_troubles.h"
 
@@ -12,11 +12,11 @@ namespace dkpf {
 ToolExit RunStatus(const StatusOptions& options)
 {
     DoctorFacts doctor = GatherDoctor();
-    doctor.status.doctor = Summarize(RunChecks(doctor));
+    doctor.status.doctor = SummaryForStatus(RunChecks(doctor));
     const StatusFacts& facts = doctor.status;
     const Troubles     troubles = FindTroubles(facts);
     Print((options.json ? StatusJson : StatusText)(facts, troubles));
-    return troubles.empty() ? TOOL_OK : TOOL_WRONG;
+    return AllIsWell(facts, troubles) ? TOOL_OK : TOOL_WRONG;
 }
 
 }  // namespace dkpf

@@ -13,12 +13,10 @@ bool Collecting(const StatusFacts& facts)
     return inForce == nullptr || (*inForce)[PERF_ENABLE] != 0;
 }
 
-ULONGLONG SampleAgeLimitMs(const StatusFacts& facts)
+DWORD SampleAgeLimitMs(const StatusFacts& facts)
 {
-    static constexpr ULONGLONG busyMs = 5000;
-    const SettingValues*       inForce = InForce(facts);
-    const DWORD interval = inForce != nullptr ? (*inForce)[COLLECT_INTERVAL] : facts.view.published[COLLECT_INTERVAL];
-    return 2000ull * interval + busyMs;
+    const SettingValues* inForce = InForce(facts);
+    return SampleAgeLimitMs(inForce != nullptr ? (*inForce)[COLLECT_INTERVAL] : facts.view.published[COLLECT_INTERVAL]);
 }
 
 }  // namespace dkpf

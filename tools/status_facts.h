@@ -49,6 +49,7 @@ struct DeviceFact {
 struct DoctorSummary {
     size_t checks = 0;
     size_t findings = 0;  // warnings, and what is wrong
+    size_t wrong = 0;
 };
 
 struct StatusFacts {
@@ -87,8 +88,8 @@ const SettingValues* InForce(const StatusFacts& facts);
 /* Whether samples are due: collection is on, as far as it is known. */
 bool Collecting(const StatusFacts& facts);
 
-/* How old a sample may become before something is wrong, ms: two intervals, and room for a busy machine. */
-ULONGLONG SampleAgeLimitMs(const StatusFacts& facts);
+/* How old a sample may become before something is wrong, ms; by the interval in force, else by the published one. */
+DWORD SampleAgeLimitMs(const StatusFacts& facts);
 
 }  // namespace dkpf
 

@@ -84,7 +84,7 @@ static Json SampleJson(const StatusFacts& facts)
     if (facts.region != RegionStatus::Copied || !facts.view.hasSample)
         return Json();
     return { { "age_s", facts.view.ageMs / 1000.0 },
-             { "limit_s", static_cast<double>(SampleAgeLimitMs(facts)) / 1000.0 },
+             { "limit_s", SampleAgeLimitMs(facts) / 1000.0 },
              { "local_time", LocalTimeText(facts.view.localTime) } };
 }
 
@@ -125,10 +125,12 @@ std::string StatusJson(const StatusFacts& facts, const std::vector<Trouble>& tro
     const bool known = facts.region == RegionStatus::Copied;
     Json       json;
     json["format"] = STATUS_FORMAT;
-    json["well"] = troubles.empty();
+    json["well"] = AllIsWell(facts, troubles);
     json["troubles"] = TroublesJson(troubles);
-    json["doctor"] =
-        facts.doctor ? Json{ { "checks", facts.doctor->checks }, { "findings", facts.doctor->findings } } : Json();
+    json["doctor"] = facts.doctor ? Json{ { "checks", facts.doctor->checks },
+                                          { "findings", facts.doctor->findings },
+                                          { "wrong", facts.doctor->wrong } }
+                                  : Json();
     json["services"] = { ServiceJson(facts.driver), ServiceJson(facts.feeder), ServiceJson(facts.agentService) };
     json["agent"] = AgentJson(facts);
     json["configuration"] = ConfigurationJson(facts);

@@ -26,11 +26,14 @@ static const char* NoteText(SettingNote note)
     return "";
 }
 
-static std::string TroublesText(const std::vector<Trouble>& troubles)
+static std::string TroublesText(const StatusFacts& facts, const std::vector<Trouble>& troubles)
 {
-    if (troubles.empty())
+    if (AllIsWell(facts, troubles))
         return "all is well\n";
     std::string text;
+    if (troubles.empty())
+        text = "WRONG: the doctor found what status does not look at\n"
+               "       dkpfctl doctor names it, and what to do\n";
     for (const Trouble& trouble : troubles)
         text += "WRONG: " + trouble.text + "\n       " + trouble.cure + "\n";
     return text;
@@ -143,7 +146,7 @@ static std::string EventsText(const StatusFacts& facts)
 
 std::string StatusText(const StatusFacts& facts, const std::vector<Trouble>& troubles)
 {
-    std::string text = TroublesText(troubles) + DoctorText(facts.doctor);
+    std::string text = TroublesText(facts, troubles) + DoctorText(facts.doctor);
     text += "\nservices\n" + ServiceText(facts.driver) + ServiceText(facts.feeder) + ServiceText(facts.agentService);
     text += "\nagent\n" + AgentText(facts);
     text += "\n" + ConfigurationText(facts);

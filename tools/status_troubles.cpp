@@ -137,15 +137,15 @@ void AboutSamples(const StatusFacts& facts, Troubles* troubles)
     const std::string look = fmt::format("dkpfctl config reload; if that does not help, taskkill /f /pid {}, then {}; "
                                          "the module log may hold the cause",
                                          facts.agent.state.pid, StartCommand(facts));
-    const ULONGLONG   limit = SampleAgeLimitMs(facts);
+    const DWORD       limit = SampleAgeLimitMs(facts);
     // The first sample only primes the counters: none is there before the second interval is over.
     if (!facts.view.hasSample && facts.agentAgeMs > limit)
         troubles->push_back({ "no_sample", "there is no sample yet", look });
     if (facts.view.hasSample && facts.view.ageMs > limit)
-        troubles->push_back({ "sample_old",
-                              fmt::format("the last sample is {} old, at most {} is usual", AgeText(facts.view.ageMs),
-                                          AgeText(static_cast<DWORD>(limit))),
-                              look });
+        troubles->push_back(
+            { "sample_old",
+              fmt::format("the last sample is {} old, at most {} is usual", AgeText(facts.view.ageMs), AgeText(limit)),
+              look });
 }
 
 void AboutEvents(const StatusFacts& facts, Troubles* troubles)
@@ -192,6 +192,11 @@ Troubles FindTroubles(const StatusFacts& facts)
     AboutSamples(facts, &troubles);
     AboutEvents(facts, &troubles);
     return troubles;
+}
+
+bool AllIsWell(const StatusFacts& facts, const Troubles& troubles)
+{
+    return troubles.empty() && (!facts.doctor || facts.doctor->wrong == 0);
 }
 
 }  // namespace dkpf

@@ -37,8 +37,11 @@ void AboutLock(const StatusFacts& facts, Troubles* troubles);
 void AboutSamples(const StatusFacts& facts, Troubles* troubles);
 void AboutEvents(const StatusFacts& facts, Troubles* troubles);
 
-/* Causes stand before their effects. Empty: all is well. */
+/* Causes stand before their effects. */
 Troubles FindTroubles(const StatusFacts& facts);
+
+/* No trouble, and nothing that the doctor calls wrong. Its warnings do not count. */
+bool AllIsWell(const StatusFacts& facts, const Troubles& troubles);
 
 }  // namespace dkpf
 

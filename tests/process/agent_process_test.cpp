@@ -134,7 +134,8 @@ TEST_F(AgentWithDriver, StartsTheDriversServiceItself)
     EXPECT_TRUE(service->Stop());
 }
 
-TEST_F(AgentWithDriver, WhenAllIsWellStatusSaysSo)
+// What runs is well. That set-up was never here the doctor alone finds, and it makes the whole wrong.
+TEST_F(AgentWithDriver, WhatRunsWellHasNoTroubleInTheStatus)
 {
     EXPECT_EQ(1u, Ctl("status").code);
     EXPECT_EQ(1u, Ctl("dump").code);
@@ -142,14 +143,17 @@ TEST_F(AgentWithDriver, WhenAllIsWellStatusSaysSo)
     FeedOneDisk();
     ASSERT_TRUE(Eventually([this] { return Status()["disks"] == Json::array({ 1 }); }));
     const Ran ran = Ctl("status --json");
-    EXPECT_EQ(0u, ran.code) << ran.output;
+    EXPECT_EQ(1u, ran.code) << ran.output;
     Json status = Json::parse(ran.output);
-    EXPECT_EQ(true, status["well"]);
+    EXPECT_EQ(false, status["well"]);
     EXPECT_EQ(Json::array(), status["troubles"]);
+    EXPECT_LT(0, status["doctor"]["wrong"]);
     EXPECT_EQ("service", status["agent"]["mode"]);
     EXPECT_EQ(Json::array(), status["consumers"]);
     EXPECT_EQ(1u, Setting(status, "parameters/writeinterval")["in_force"]);
-    EXPECT_EQ(0u, Ctl("status").code);
+    const Ran words = Ctl("status");
+    EXPECT_EQ(1u, words.code);
+    EXPECT_EQ(0u, words.output.find("WRONG: the doctor found what status does not look at")) << words.output;
     const Ran dump = Ctl("dump --disk 1 --rows");
     EXPECT_EQ(0u, dump.code) << dump.output;
     EXPECT_EQ(2u, Ctl("dump --disk 65").code);

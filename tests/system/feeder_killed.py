@@ -1,9 +1,10 @@
 """The feeder is killed: the driver's values stand still while samples and lines go on, and dkpfctl status says for how long."""
+import json
 import re
 import time
 
 import model
-from product import expect, fields_of, main, wait_for
+from product import WINE, expect, fields_of, main, wait_for
 
 
 def fed_seconds(product):
@@ -12,6 +13,11 @@ def fed_seconds(product):
     found = re.search(r"^  driver fed +([0-9.]+) s ago$", text, re.M)
     expect(found, f"no age of what was fed: exit code {code}\n{text}")
     return float(found[1]), code, text
+
+
+def status(product):
+    """dkpfctl status as programs have it."""
+    return json.loads(product.ctl("status", "--json")[1])
 
 
 def written(product):
@@ -43,6 +49,16 @@ def check(product):
     product.start("velcorfeed")
     wait_for("values that move again", lambda: written(product)[-1] != frozen[0])
     wait_for("all well again", lambda: fed_seconds(product)[1] == 0)
+
+    # Without a feeder's service the driver counts as a real one, and gets no request.
+    expect(status(product)["fed"]["feeds"] > 0, "the simulated driver was not asked")
+    code, text = product.run([WINE, "net", "stop", "velcorfeed"])
+    expect(code == 0, text)
+    code, text = product.run([WINE, "sc", "delete", "velcorfeed"])
+    expect(code == 0, text)
+    answer = status(product)
+    expect(answer["fed"] is None, f"the driver was asked: {answer['fed']}")
+    expect(not answer["services"][1]["installed"] and answer["services"][0]["state"] == "running", str(answer["services"]))
     product.stop()
 
 

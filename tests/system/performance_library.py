@@ -25,7 +25,6 @@ step 1000
 """
 DISKS = (1, 2, 5)
 SERVICE = r"HKLM\SYSTEM\CurrentControlSet\Services\tnwdiskperf"
-FIRST = 6000  # title index where set-up has not chosen one
 
 # By counter, 0 to 16: the power of ten by which viewers draw it. Bytes -5, what was written -6, us of transfers 2.
 SCALES = [0, -5, -5, -5, -5, 2, 2, -5, -5, -5, -5, -6, -6, -5, -5, 0, 0]
@@ -42,29 +41,20 @@ def reg(product, *arguments):
     return code, text
 
 
-def register(product):
-    """The provider's values, where set-up has not written them. Returns the first title index."""
-    key = SERVICE + r"\Performance"
-    code, text = reg(product, "query", key, "/v", "First Counter")
-    if code != 0:
-        library = product.must('windows_path "$1"', product.home / "bin/tnwdiskperf.dll").strip()
-        for name, kind, value in (("Library", "REG_SZ", library), ("Open", "REG_SZ", "DkpfOpenForPerfmon"),
-                                  ("Collect", "REG_SZ", "DkpfCollectForPerfmon"),
-                                  ("Close", "REG_SZ", "DkpfCloseForPerfmon"),
-                                  ("First Counter", "REG_DWORD", FIRST), ("Last Counter", "REG_DWORD", FIRST + 34),
-                                  ("First Help", "REG_DWORD", FIRST + 1), ("Last Help", "REG_DWORD", FIRST + 35)):
-            code, text = reg(product, "add", key, "/v", name, "/t", kind, "/d", str(value), "/f")
-            expect(code == 0, text)
-        code, text = reg(product, "query", key, "/v", "First Counter")
-        expect(code == 0, text)
-    if not (product.home / "etc/tnwdiskperf.ini").exists():
-        symbols = [f"TITLE_{i}" for i in range(18)]
-        names = [model.OBJECT] + TITLES
-        (product.home / "etc/tnwdiskperf_counters.h").write_text(
-            "".join(f"#define {symbol} {2 * i}\n" for i, symbol in enumerate(symbols)))
-        (product.home / "etc/tnwdiskperf.ini").write_text("[text]\n" + "".join(
-            f"{symbol}_009_NAME={name}\n{symbol}_009_HELP=Help.\n" for symbol, name in zip(symbols, names)))
-    return int(re.search(r"First Counter\s+REG_DWORD\s+(0x[0-9a-fA-F]+)", text)[1], 16)
+def first_title(product):
+    """What set-up wrote: the provider's values, and the table of names. Returns the first title index."""
+    code, text = reg(product, "query", SERVICE + r"\Performance")
+    expect(code == 0, f"the provider is not registered: {text}")
+    library = product.must('windows_path "$1"', product.home / "bin/tnwdiskperf.dll").strip()
+    found = dict(re.findall(r"^ +(\S.*?) +REG_(?:SZ|DWORD) +(.*?) *$", text, re.M))
+    first = int(found.get("First Counter", "0"), 16)
+    expect(first > 0, text)
+    for name, value in (("Library", library), ("Open", "DkpfOpenForPerfmon"), ("Collect", "DkpfCollectForPerfmon"),
+                        ("Close", "DkpfCloseForPerfmon"), ("Last Counter", f"{first + 34:#x}"),
+                        ("First Help", f"{first + 1:#x}"), ("Last Help", f"{first + 35:#x}")):
+        expect(found.get(name, "").lower() == value.lower(), f"{name} is not {value}:\n{text}")
+    expect((product.home / "etc/tnwdiskperf.ini").exists(), "set-up installed no table of names")
+    return first
 
 
 def check_object(product, query, first):
@@ -298,6 +288,43 @@ def check_terminal(product):
     expect(code == 0, f"behind a killed reader: {code}\n{text}")
 
 
+def check_lines(text, names):
+    """A heading, then a line for the total and each disk, sample by sample, and no escape sequence."""
+    expect("\x1b" not in text and re.search(r"^\S.*: %s, collected every 1 s$" % model.OBJECT, text, re.M) and
+           re.search(r"^time +disk +per s ", text, re.M), f"no heading, or more than lines:\n{text!r}")
+    rows = re.findall(r"^\d\d:\d\d:\d\d (_Total|NMP\d+) ", text, re.M)
+    expect(rows and rows == names * (len(rows) // len(names)), f"lines of {rows} instead of {names}:\n{text}")
+
+
+def check_plain(product, names):
+    """Lines instead of a screen: where there is no terminal, and on one with --plain."""
+    code, text = product.ctl("top", "--seconds", "3")
+    expect(code == 0, f"top without a terminal: {code}\n{text}")
+    check_lines(text, names)
+    with Top(product, "--plain", "--seconds", "3") as top:
+        code = top.ended()
+        expect(code == 0, f"{top.name}: {code}\n{top.text!r}")
+        # Wine's console takes the cursor away while anything is written.
+        check_lines(re.sub(r"\r|\x1b\[\?25[hl]", "", top.text.decode()), names)
+
+
+def check_disabled(product):
+    """What the doctor alone calls wrong makes the status wrong too; that bin holds the example, a warning, does not."""
+    value = ("/v", "Disable Performance Counters")
+    code, text = product.ctl("status")
+    expect(code == 0 and text.startswith("all is well\ndoctor: 1 finding, "), f"status: {code}\n{text}")
+    code, text = reg(product, "add", SERVICE + r"\Performance", *value, "/t", "REG_DWORD", "/d", "1", "/f")
+    expect(code == 0, text)
+    code, text = product.ctl("status")
+    expect(code == 1 and text.startswith("WRONG: the doctor found ") and "\ndoctor: 2 findings, " in text,
+           f"status of a provider that is switched off: {code}\n{text}")
+    code, text = product.ctl("status", "--json")
+    answer = json.loads(text)
+    expect(code == 1 and not answer["well"] and answer["doctor"]["wrong"] == 1, f"{code}\n{text}")
+    code, text = reg(product, "delete", SERVICE + r"\Performance", *value, "/f")
+    expect(code == 0, text)
+
+
 def readers(product):
     """Process numbers in the consumer rows; nothing where there is no table at this moment."""
     code, text = product.ctl("dump", "--rows")
@@ -339,11 +366,37 @@ def check_restart(product, names):
         top.check_restored()
 
 
+def check_killed(product):
+    """The agent dies under a query: its last sample is new to the reader, and too old to be shown."""
+    output = product.folder / "killed.txt"
+    with open(output, "wb") as out:
+        # A sample is dead after 7 s, so what is killed in the first half is.
+        query = subprocess.Popen([WINE, str(product.home / "bin/dkpfctl.exe"), "query", "--interval", "15"],
+                                 stdin=subprocess.DEVNULL, stdout=out, stderr=out, env=product.environment,
+                                 cwd=product.folder)
+    try:
+        wait_for("the row of query", lambda: readers(product))
+        product.wait_lines("nmp_total_raw", product.count("nmp_total_raw") + 2)
+        product.kill("dkpfagent.exe")
+        code = query.wait(60)
+    finally:
+        query.kill()
+        query.wait()
+    text = output.read_text().replace("\r", "")
+    expect(code == 1 and re.search(r"^dkpfctl: the last sample is \d+\.\d s old, over the limit of 7\.0 s: ", text, re.M) and
+           "_Total" not in text, f"query without its agent: {code}\n{text}")
+    product.start("dkpfagent")
+    product.wait_lines("nmp_total_raw", product.count("nmp_total_raw") + 2)
+
+
 def check(product):
     product.install(SCENARIO)
-    first = register(product)
+    first = first_title(product)
     code, text = product.ctl("query")
     expect(code == 1 and "is the disk agent running? (net start dkpfagent)" in text, f"without an agent: {code}\n{text}")
+    code, text = product.ctl("top", "--seconds", "1")
+    expect(code == 1 and re.search(r"^\S.* NO VALUES", text, re.M) and "(net start dkpfagent)" in text,
+           f"top without an agent: {code}\n{text}")
     product.start()
     product.wait_lines("nmp_total_raw", 3)
     for query in ("Global", str(first), f"2 {first}"):
@@ -353,7 +406,10 @@ def check(product):
              lambda: check_values(product, names, *product.ctl("query", "--format", "json")))
 
     code, text = product.ctl("query", "--disk", "2", "--counter", "unsynchronized bytes", "--format", "csv")
-    expect(code == 0 and text.split("\n")[0].endswith('"disk","name","Unsynchronized Bytes"'), f"csv: {code}\n{text}")
+    # The note on standard error comes first; on a system with a loader of names there would be none.
+    note, head = text.split("\n")[:2]
+    expect(code == 0 and head.endswith('"disk","name","Unsynchronized Bytes"'), f"csv: {code}\n{text}")
+    expect(re.fullmatch(r"dkpfctl: names from .*\\etc\\tnwdiskperf\.ini, since the system has none", note), text)
     expect(re.search(r'^"[^"]*","[^"]*",\d+,\d+,\d+,2,"NMP2",\d+$', text, re.M), text)
     code, text = product.ctl("query", "--disk", "total", "--interval", "3")
     expect(code == 0 and "Write Bytes/sec" in text and "reading over 3 s" in text, f"table: {code}\n{text}")
@@ -365,8 +421,11 @@ def check(product):
     expect(code == 2, f"{code}\n{text}")
 
     check_example(product)
+    check_plain(product, names)
     check_terminal(product)
+    check_disabled(product)
     check_restart(product, names)
+    check_killed(product)
 
     # Nothing of a reader stays in the table behind it.
     code, text = product.ctl("dump", "--rows")

@@ -43,6 +43,7 @@ dkpf_system_test(stop_full_disk)
 dkpf_system_test(performance_library)
 dkpf_system_test(install_cycle)
 dkpf_system_test(install_broken_off)
+dkpf_system_test(run_script)
 dkpf_system_test(doctor_agent)
 dkpf_system_test(doctor_host)
 # The longest are started first.

@@ -258,6 +258,16 @@ TEST_F(StatusTest, SettingsThatAreNotKnownHideNoOldSample)
     EXPECT_THAT(Codes(), ElementsAre("sample_old"));
 }
 
+// Any process can write the published one: none of 0 makes every sample old, none of ages hides a dead one.
+TEST_F(StatusTest, AnIntervalThatNobodyMayPublishIsBounded)
+{
+    facts.agent.state.inForce.reset();
+    facts.view.published = SettingValues{ 1, 1, 1024, 3, 0, 60, 0x1ffff, 7, 2048 };
+    EXPECT_EQ(SampleAgeLimitMs(facts), 7000u);  // as with 1 s
+    facts.view.published[COLLECT_INTERVAL] = 0xFFFFFFFF;
+    EXPECT_EQ(SampleAgeLimitMs(facts), 7205000u);  // as with 3600 s
+}
+
 TEST_F(StatusTest, TheIntervalInForceCountsNotTheOneInTheFile)
 {
     facts.file.values[COLLECT_INTERVAL] = 3600;

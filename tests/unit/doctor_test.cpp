@@ -960,17 +960,40 @@ TEST_F(DoctorTest, TheWholeJson)
 TEST_F(DoctorTest, StatusShowsTheShortOfIt)
 {
     const std::string checks = std::to_string(CheckCount());
-    facts.status.doctor = Summarize(RunChecks(facts));
+    const auto        summarize = [this] { facts.status.doctor = SummaryForStatus(RunChecks(facts)); };
+    const auto        json = [&](int findings, int wrong) {
+        return "\"doctor\": {\n    \"checks\": " + checks + ",\n    \"findings\": " + std::to_string(findings) +
+               ",\n    \"wrong\": " + std::to_string(wrong) + "\n  },\n";
+    };
+    summarize();
     EXPECT_EQ(StatusText(facts.status, {}).find("all is well\ndoctor: all " + checks + " checks are well\n"), 0u);
-    EXPECT_THAT(StatusJson(facts.status, {}),
-                HasSubstr("\"doctor\": {\n    \"checks\": " + checks + ",\n    \"findings\": 0\n  },\n"));
-    facts.debug.value = 1;
-    facts.status.doctor = Summarize(RunChecks(facts));
-    EXPECT_THAT(StatusText(facts.status, {}), HasSubstr("doctor: 1 finding, see dkpfctl doctor\n"));
+    EXPECT_THAT(StatusJson(facts.status, {}), HasSubstr(json(0, 0)));
+
+    // Warnings do not make it wrong, and a note is no finding.
     facts.status.file.unknown = { "line 5" };
-    facts.status.consumers.push_back({ 4, 501, ProcessLife::Gone });  // a note is no finding
-    facts.status.doctor = Summarize(RunChecks(facts));
-    EXPECT_THAT(StatusText(facts.status, {}), HasSubstr("doctor: 2 findings, see dkpfctl doctor\n"));
+    facts.status.consumers.push_back({ 4, 501, ProcessLife::Gone });
+    summarize();
+    EXPECT_TRUE(AllIsWell(facts.status, {}));
+    EXPECT_EQ(StatusText(facts.status, {}).find("all is well\ndoctor: 1 finding, see dkpfctl doctor\n"), 0u);
+
+    // What the doctor alone calls wrong does: text, "well" and the exit code say so.
+    facts.debug.value = 1;
+    summarize();
+    EXPECT_FALSE(AllIsWell(facts.status, {}));
+    EXPECT_EQ(StatusText(facts.status, {})
+                  .find("WRONG: the doctor found what status does not look at\n"
+                        "       dkpfctl doctor names it, and what to do\n"
+                        "doctor: 2 findings, see dkpfctl doctor\n"),
+              0u);
+    EXPECT_THAT(StatusJson(facts.status, {}), testing::AllOf(HasSubstr("\"well\": false,"), HasSubstr(json(2, 1))));
+
+    // A trouble of its own needs no such line.
+    const Troubles troubles = { { "code", "text", "cure" } };
+    EXPECT_FALSE(AllIsWell(facts.status, troubles));
+    EXPECT_EQ(StatusText(facts.status, troubles).find("WRONG: text\n       cure\ndoctor: "), 0u);
+    facts.status.doctor.reset();
+    EXPECT_FALSE(AllIsWell(facts.status, troubles));
+    EXPECT_TRUE(AllIsWell(facts.status, {}));
 }
 
 /* ---- Mending ---- */

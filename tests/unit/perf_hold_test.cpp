@@ -6,7 +6,9 @@
 #include "provider_hold.h"
 
 using namespace dkpf;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 namespace {
@@ -126,7 +128,8 @@ TEST_F(ProviderHoldTest, WhatIsNotRegisteredNotLoadedOrNotExportedIsSaid)
     values.error = 0;
     loads = false;
     EXPECT_THAT(ProviderHold(Ports()).Open().words,
-                HasSubstr("C:\\home\\bin\\tnwdiskperf.dll could not be loaded: error 126"));
+                AllOf(HasSubstr("C:\\home\\bin\\tnwdiskperf.dll could not be loaded (error 126"),
+                      EndsWith("): dkpfctl doctor says what to do")));
     loads = true;
     closeName = "Other";
     EXPECT_THAT(ProviderHold(Ports()).Open().words, HasSubstr("does not export CloseIt"));

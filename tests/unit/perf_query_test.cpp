@@ -154,11 +154,34 @@ TEST_F(QueryWaitTest, AReasonThatNoWaitingCuresEndsItAtOnce)
 
 TEST_F(QueryWaitTest, ADeadSampleIsNotWaitedFor)
 {
-    source.At(0, ReadingState::Unavailable, true, "the last sample is 7.1 s old", 7001);
+    source.At(0, ReadingState::Unavailable, true, "the last sample is old", 7100);
     const Reading reading = Read(0);
     EXPECT_EQ(reading.state, ReadingState::Unavailable);
-    EXPECT_EQ(reading.words, "the last sample is 7.1 s old");
+    EXPECT_EQ(
+        reading.words,
+        "the last sample is 7.1 s old, over the limit of 7.0 s: the disk agent does not collect (dkpfctl status)");
     EXPECT_EQ(source.nexts, 1);
+}
+
+// The agent ended in the interval that was waited for: its last sample is new to the reader, and dead all the same.
+TEST_F(QueryWaitTest, ADeadSampleDoesNotComeOutThoughItIsNew)
+{
+    clock = 0;
+    source.At(0, ReadingState::Unavailable, true, "waiting for the first interval");
+    source.At(3000, ReadingState::Fresh, false, "", 7001);
+    const Reading reading = Read(3);
+    EXPECT_EQ(reading.state, ReadingState::Unavailable);
+    EXPECT_THAT(reading.words, HasSubstr("the last sample is 7.0 s old, over the limit of 7.0 s"));
+    EXPECT_THAT(reading.rows, IsEmpty());
+    EXPECT_EQ(clock, 3000u);
+}
+
+TEST_F(QueryWaitTest, ASampleAsOldAsItMayBeIsShown)
+{
+    clock = 0;
+    source.At(0, ReadingState::Unavailable, true, "waiting for the first interval");
+    source.At(3000, ReadingState::Fresh, false, "", 7000);
+    EXPECT_EQ(Read(3).state, ReadingState::Fresh);
 }
 
 TEST_F(QueryWaitTest, OldRowsNeverComeOutAndTheWaitHasABound)
@@ -255,6 +278,14 @@ TEST(QueryText, ALineMayBeExactlyAsWideAsTheTable)
     const std::string text = QueryTable(facts);
     EXPECT_THAT(text, HasSubstr("  NMP21\nTransfer Ratio %"));
     EXPECT_THAT(text, HasSubstr("\n\n                  NMP22\nTransfer Ratio %"));
+}
+
+TEST(QueryText, WhereTheNamesComeFrom)
+{
+    QueryFacts facts = Facts();
+    EXPECT_EQ(NameSourceText(facts), "names from C:\\home\\etc\\tnwdiskperf.ini, since the system has none");
+    facts.names.fromSystem = true;
+    EXPECT_EQ(NameSourceText(facts), "names from the system's tables");
 }
 
 TEST(QueryText, Csv)

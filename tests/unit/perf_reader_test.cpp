@@ -10,7 +10,9 @@
 #include "support/perf_block_builder.h"
 
 using namespace dkpf;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 namespace build = perf_block_builder;
@@ -20,6 +22,7 @@ namespace {
 constexpr DWORD     OWN = 4711;
 constexpr DWORD     FIRST = 2000;
 constexpr ULONGLONG PEAK = 77;  // each peak of each disk
+constexpr char      CURE[] = ": dkpfctl doctor says what to do";
 
 class PerfReaderTest : public testing::Test {
 protected:
@@ -117,9 +120,11 @@ protected:
             counters.push_back({ FIRST + 2 + 2 * i, FIRST + 3 + 2 * i, i == 1 ? -4 : 0, 0, 8 });
         for (size_t slot = 0; slot < instanceNum - 1; slot++)
             instances.push_back({ L"NMP" + std::to_wstring(slot + 1), Display(slot) });
-        result.data =
-            build::Block(noObject ? std::vector<build::Bytes>()
-                                  : std::vector<build::Bytes>{ build::Object(FIRST, FIRST + 1, counters, &instances) });
+        std::vector<build::Bytes> objects = foreign;
+        if (!noObject)
+            objects.insert(oursFirst ? objects.begin() : objects.end(),
+                           build::Object(FIRST, FIRST + 1, counters, &instances));
+        result.data = build::Block(objects);
         *baseline = *region;
         return result;
     }
@@ -159,6 +164,8 @@ protected:
     DWORD                              deadPid = 0;
     size_t                             instanceNum = 65;
     bool                               noObject = false;
+    std::vector<build::Bytes>          foreign;  // objects of others in the answer
+    bool                               oursFirst = true;
     int                                opens = 0;
     int                                queries = 0;
 };
@@ -521,18 +528,48 @@ TEST_F(PerfReaderTest, AnAnswerWithoutOurObjectIsSaidAndTheBaselineTakenAnew)
     auto reader = Waiting();
     Sample(20000);
     noObject = true;
-    EXPECT_THAT(reader->Next().words, HasSubstr("has no values of our object"));
+    EXPECT_THAT(reader->Next().words, AllOf(HasSubstr("has no values of our object"), EndsWith(CURE)));
     noObject = false;
     EXPECT_EQ(reader->Next().words, "waiting for the first interval");
     EXPECT_EQ(opens, 2);
     Sample(30000);
     queryError = ERROR_ACCESS_DENIED;
-    EXPECT_THAT(reader->Next().words, HasSubstr("the Performance Library answers error 5"));
+    EXPECT_THAT(reader->Next().words, AllOf(HasSubstr("the Performance Library answers error 5"), EndsWith(CURE)));
     queryError = 0;
     reader->Next();
     Sample(40000);
     instanceNum = 64;
-    EXPECT_THAT(reader->Next().words, HasSubstr("our object has 64 instances and 17 counters instead of 65 and 17"));
+    EXPECT_THAT(reader->Next().words,
+                AllOf(HasSubstr("our object has 64 instances and 17 counters instead of 65 and 17"), EndsWith(CURE)));
+}
+
+// An object of another provider ends too early: what lies behind it cannot be found.
+TEST_F(PerfReaderTest, ADamageInFrontOfOurObjectIsSaidAndTheBaselineTakenAnew)
+{
+    auto reader = Waiting();
+    Load(3);
+    Sample(20000);
+    foreign = { build::Bytes(16) };
+    oursFirst = false;
+    const Reading reading = reader->Next();
+    EXPECT_EQ(reading.state, ReadingState::Unavailable);
+    EXPECT_THAT(reading.words,
+                AllOf(HasSubstr("the Performance Library answers a damaged block (object 0 of 2: "), EndsWith(CURE)));
+    foreign.clear();
+    EXPECT_EQ(reader->Next().words, "waiting for the first interval");
+    EXPECT_EQ(opens, 2);
+}
+
+TEST_F(PerfReaderTest, OurObjectInFrontOfADamageCounts)
+{
+    auto reader = Waiting();
+    Load(3);
+    Sample(20000);
+    foreign = { build::Bytes(16) };
+    const Reading reading = reader->Next();
+    EXPECT_EQ(reading.state, ReadingState::Fresh);
+    EXPECT_EQ(Cells(reading.rows[1])[11], "200");
+    EXPECT_EQ(opens, 1);
 }
 
 TEST_F(PerfReaderTest, ASampleThatComesWhileTheProviderOpensMakesItOpenOnceMore)

@@ -95,8 +95,8 @@ bool ProviderHold::Load(ProviderOpen* result)
     }
     const HMODULE module = m_ports.load(m_values.library);
     if (module == nullptr) {
-        result->words =
-            fmt::format("{} could not be loaded: {}", Narrow(m_values.library), SystemErrorText(GetLastError()));
+        result->words = fmt::format("{} could not be loaded ({}): dkpfctl doctor says what to do",
+                                    Narrow(m_values.library), SystemErrorText(GetLastError()));
         return false;
     }
     m_open = m_ports.find(module, Narrow(m_values.open));

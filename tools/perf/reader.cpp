@@ -12,12 +12,17 @@ namespace dkpf {
 
 /* Samples are this much late on a busy machine before one counts as missed, ms. */
 static constexpr DWORD MISSED_TOLERANCE_MS = 1000;
-static constexpr DWORD AGE_TOLERANCE_MS = 5000;
-static constexpr DWORD INTERVAL_MAX_S = 3600;
 /* A sample that comes while the provider opens leaves it open which of two the baseline is. */
 static constexpr int ATTACH_TRIES = 3;
 
 static constexpr char WAITING_WORDS[] = "waiting for the first interval";
+
+std::string DeadSampleWords(const Reading& reading)
+{
+    return fmt::format("the last sample is {} old, over the limit of {}: the disk agent does not collect (dkpfctl "
+                       "status)",
+                       AgeText(reading.ageMs), AgeText(reading.ageLimitMs));
+}
 
 ReaderPorts SystemReader(const Home& home)
 {
@@ -132,8 +137,8 @@ Reading PerformanceReader::NewReading(const LookResult& look)
 {
     Reading reading;
     if (look.copy.status == RegionStatus::Copied) {
-        reading.collectIntervalS = std::clamp<DWORD>(look.view.published[COLLECT_INTERVAL], 1, INTERVAL_MAX_S);
-        reading.ageLimitMs = 2 * reading.collectIntervalS * 1000 + AGE_TOLERANCE_MS;
+        reading.collectIntervalS = BoundedIntervalS(look.view.published[COLLECT_INTERVAL]);
+        reading.ageLimitMs = SampleAgeLimitMs(reading.collectIntervalS);
     }
     if (look.view.hasSample) {
         reading.sampleTime = look.sample.time;
@@ -218,9 +223,7 @@ Reading PerformanceReader::NoNewSample(const LookResult& look)
     m_waiting = m_last.rows.empty();
     reading.state = m_waiting ? ReadingState::Unavailable : ReadingState::Stale;
     if (now.ageMs > now.ageLimitMs) {
-        reading.words = fmt::format("the last sample is {} old, over the limit of {}: the disk agent does not collect "
-                                    "(dkpfctl status)",
-                                    AgeText(now.ageMs), AgeText(now.ageLimitMs));
+        reading.words = DeadSampleWords(now);
     } else if (m_waiting) {
         reading.words = m_again ? fmt::format("the disk agent was started again: {}", WAITING_WORDS) : WAITING_WORDS;
     } else {
@@ -231,25 +234,29 @@ Reading PerformanceReader::NoNewSample(const LookResult& look)
 
 /* ---- Values ------------------------------------------------------------------------------------------------------ */
 
-/* Our object of the answer; otherwise the words that say why not. */
+static constexpr char CURE[] = ": dkpfctl doctor says what to do";
+
+/* Our object of the answer; otherwise the words that say why not, and what to do. */
 std::string PerformanceReader::FindObject(const PerfQueryResult& answer, PerfObject* object) const
 {
     if (answer.error != ERROR_SUCCESS)
-        return "the Performance Library answers " + SystemErrorText(answer.error);
+        return "the Performance Library answers " + SystemErrorText(answer.error) + CURE;
     PerfBlock  block = WalkPerfBlock(answer.data.data(), answer.data.size());
     const auto found = std::find_if(block.objects.begin(), block.objects.end(), [this](const PerfObject& each) {
         return each.nameIndex == m_ports.values().firstCounter;
     });
     if (found == block.objects.end() && !block.damage.empty())
-        return "the Performance Library answers a damaged block: " + block.damage;
+        return fmt::format("the Performance Library answers a damaged block ({}){}", block.damage, CURE);
     if (found == block.objects.end())
-        return "the Performance Library has no values of our object: the provider refused, or the system has switched "
-               "it off";
+        return fmt::format("the Performance Library has no values of our object, since the provider refused or the "
+                           "system has switched it off{}",
+                           CURE);
     *object = std::move(*found);
     if (object->instances.size() != DKPF_ROW_NUM || object->counters.size() != DKPF_COUNTER_NUM)
-        return fmt::format("our object has {} instances and {} counters instead of {} and {}: provider and tool are of "
-                           "different versions",
-                           object->instances.size(), object->counters.size(), DKPF_ROW_NUM, DKPF_COUNTER_NUM);
+        return fmt::format(
+            "our object has {} instances and {} counters instead of {} and {}, since provider and tool are of "
+            "different versions{}",
+            object->instances.size(), object->counters.size(), DKPF_ROW_NUM, DKPF_COUNTER_NUM, CURE);
     return std::string();
 }
 

@@ -33,6 +33,9 @@ struct ReaderPorts {
 /* The machine's own; holds the provider open for as long as the ports live. */
 ReaderPorts SystemReader(const Home& home);
 
+/* Of a reading whose sample is older than its limit. */
+std::string DeadSampleWords(const Reading& reading);
+
 /* What a command that waits for an interval needs beside the readings. */
 class IntervalSource : public ReadingSource {
 public:

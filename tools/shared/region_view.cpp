@@ -5,6 +5,9 @@
 
 namespace dkpf {
 
+static constexpr DWORD AGE_TOLERANCE_MS = 5000;
+static constexpr DWORD INTERVAL_MAX_S = 3600;
+
 static bool IsDate(const SYSTEMTIME& time)
 {
     return time.wMonth >= 1 && time.wMonth <= 12 && time.wDay >= 1 && time.wDay <= 31 && time.wHour <= 23 &&
@@ -76,6 +79,16 @@ std::string DiskListText(const std::vector<int>& disks)
         i = last + 1;
     }
     return text.empty() ? "none" : text;
+}
+
+DWORD BoundedIntervalS(DWORD intervalS)
+{
+    return std::clamp<DWORD>(intervalS, 1, INTERVAL_MAX_S);
+}
+
+DWORD SampleAgeLimitMs(DWORD collectIntervalS)
+{
+    return 2 * BoundedIntervalS(collectIntervalS) * 1000 + AGE_TOLERANCE_MS;
 }
 
 std::string AgeText(DWORD ageMs)

@@ -31,6 +31,12 @@ RegionView ViewRegion(const DKPF_SHM_INFO& info, DWORD tick);
 /* "1 to 3, 7"; "none". */
 std::string DiskListText(const std::vector<int>& disks);
 
+/* A collect interval as the region or a file states it, in the range that a configuration may have, s. */
+DWORD BoundedIntervalS(DWORD intervalS);
+
+/* How old a sample may become before it is dead, ms: two collect intervals, and room for a busy machine. */
+DWORD SampleAgeLimitMs(DWORD collectIntervalS);
+
 /* "12.3 s" */
 std::string AgeText(DWORD ageMs);
 
