@@ -12,15 +12,16 @@ windows_path() {
 
 # product_install HOME: binaries and policy of the stage replace those of the home; a configuration that is there stays.
 # What runs is stopped first and started again, when it has to be replaced. The services are registered to start with the
-# machine; here the scripts start them, so the next start of the prefix must not.
+# machine; here the scripts start them, so the next start of the prefix must not. Each step says itself that it failed: set -e
+# is off in what a caller tests.
 product_install() {
     local name
-    mkdir -p "$1"
+    mkdir -p "$1" || return
     # A prefix of an earlier build has the driver without the name by which set-up knows its own.
     [ -e "$1/driver/velcor.sys" ] || "$common_wine" sc delete velcor >/dev/null 2>&1 || true
-    "$common_wine" "$root/build/stage/bin/dkpfctl.exe" install --home "$(windows_path "$1")"
+    "$common_wine" "$root/build/stage/bin/dkpfctl.exe" install --home "$(windows_path "$1")" || return
     for name in $product_services; do
-        "$common_wine" reg add "HKLM\\System\\CurrentControlSet\\Services\\$name" /v Start /t REG_DWORD /d 3 /f
+        "$common_wine" reg add "HKLM\\System\\CurrentControlSet\\Services\\$name" /v Start /t REG_DWORD /d 3 /f || return
     done
 }
 

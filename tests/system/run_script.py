@@ -1,4 +1,5 @@
-"""./run, as a user starts it: its end by itself, by Ctrl+C in front of the first line, and with a service that does not stop."""
+"""./run, as a user starts it: its end by itself, by Ctrl+C in front of the first line, with a service that does not stop, and
+with an installation that fails."""
 import os
 import re
 import signal
@@ -28,11 +29,14 @@ def run(product, *options, at=None, then=None):
             script.wait()
     text = output.read_text(errors="replace").replace("\r", "")
     expect(re.search(r"^  build: \d+\.\d s$", text, re.M), text)
-    for name, path in (("CSV files", "perf"), ("trace logs", "log"), ("settings", "etc/cluster.xml")):
-        expect(f"\n{name:<12}{product.home / path}\n" in text, f"{name} are not said, exit code {code}:\n{text}")
     for program in ("dkpfctl.exe", "dkpfagent.exe", "velcorfeed.exe"):
         expect(not product.processes(program), f"{program} goes on behind\n{text}")
     return code, text
+
+
+def expect_places(product, text):
+    for name, path in (("CSV files", "perf"), ("trace logs", "log"), ("settings", "etc/cluster.xml")):
+        expect(f"\n{name:<12}{product.home / path}\n" in text, f"{name} are not said:\n{text}")
 
 
 def check(product):
@@ -45,10 +49,12 @@ def check(product):
     waiting = "waiting for the first line"
     code, text = run(product, at=waiting, then=lambda script: os.killpg(script.pid, signal.SIGINT))
     expect(code == 0 and "error" not in text, f"./run and Ctrl+C: exit code {code}\n{text}")
+    expect_places(product, text)
     expect(" _Total " not in text and "stopping the services: " in text, text)
 
     code, text = run(product, "--seconds", "3", "--plain")
     expect(code == 0 and "error" not in text, f"./run: exit code {code}\n{text}")
+    expect_places(product, text)
     expect(re.search(r"^\d\d:\d\d:\d\d _Total +\d", text, re.M), f"no counters:\n{text}")
     expect("(equal)" in text or "there is nothing to compare" in text, f"nothing was compared:\n{text}")
 
@@ -58,9 +64,17 @@ def check(product):
         os.killpg(script.pid, signal.SIGINT)
 
     code, text = run(product, at=" _Total ", then=kill_and_interrupt)
+    expect_places(product, text)
     expect(re.search(r"^  first line: \d+\.\d s$", text, re.M), f"no time of the first line:\n{text}")
     found = re.search(r"^error: a service could not be stopped\n  cause: not stopped: velcorfeed: (.*)\n  to do: see \S+/log/diskperf\.log; ", text, re.M)
     expect(code == 1 and found and found[1].strip(), f"./run with a service that does not stop: exit code {code}\n{text}")
+
+    (product.home / "bin").rename(product.folder / "bin")
+    (product.home / "bin").touch()
+    code, text = run(product, "--seconds", "3", "--plain")
+    expect(code == 1 and "error: the installation failed\n  cause: " in text and "starting velcor" not in text,
+           f"./run with a file where a folder has to be: exit code {code}\n{text}")
+    expect("a file stands where the folder" in (product.folder / "logs/install.log").read_text(errors="replace"), text)
 
 
 main(check)
