@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <windows.h>
+#include <aclapi.h>
 #include <algorithm>
 #include <memory>
 #include <stdlib.h>
@@ -313,6 +314,7 @@ TEST_F(Driver, TellsWhenItWasFedAndResetsNothingByThat)
     EXPECT_EQ(0xFFFFFFF0u, fed.tick);
     CloseHandle(reader);
     EXPECT_EQ(feed.driver.entry[0].history_peak, DriversDisk(1).history_peak);
+    EXPECT_EQ(feed.filter.entry[0].send_queue_peak, FiltersDisk(1).send_queue_peak);
 }
 
 TEST_F(Driver, SumsThatWrapAt64BitsPassAsTheyAre)
@@ -402,8 +404,11 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Mode, PeaksInMode, testing::Values(VELCOR_MODE_ASYNC, VELCOR_MODE_SYNC),
-                         [](const auto& mode) { return mode.param == VELCOR_MODE_SYNC ? "Sync" : "Async"; });
+/* A mode that is none counts as asynchronous. */
+INSTANTIATE_TEST_SUITE_P(Mode, PeaksInMode, testing::Values(VELCOR_MODE_ASYNC, VELCOR_MODE_SYNC, 7u),
+                         [](const auto& mode) {
+                             return mode.param == VELCOR_MODE_SYNC ? "Sync" : mode.param == 7 ? "None" : "Async";
+                         });
 
 TEST_P(PeaksInMode, TheLargestOfAllFeedsSinceTheLastRequestStands)
 {
@@ -476,12 +481,37 @@ TEST_P(PeaksInMode, ThoseOfTheDriverAloneStayThroughAChangeOfMode)
     EXPECT_EQ(0u, fromFilter.transfer_us_max);
 }
 
-TEST_F(Peaks, ADiskThatComesBackBeginsWithoutThoseOfBefore)
+TEST_F(Peaks, EachDiskKeepsItsOwn)
+{
+    for (unsigned slot = 0; slot < VELCOR_DISK_MAX; slot++) {
+        feed.driver.entry[slot].state = feed.filter.entry[slot].state = VELCOR_STATE_INITIALIZED;
+        feed.driver.entry[slot].history_peak = 100 + slot;
+    }
+    ASSERT_EQ(0u, FeedIt(feed));
+    for (VELCOR_ENTRY& entry : feed.driver.entry) {
+        entry.history_peak = 1;
+    }
+    ASSERT_EQ(0u, FeedIt(feed));
+    const VELCOR_EXCHANGE reply = Get();
+    for (unsigned slot = 0; slot < VELCOR_DISK_MAX; slot++) {
+        EXPECT_EQ(100 + slot, reply.record.entry[slot].history_peak);
+    }
+}
+
+TEST_F(Peaks, ADiskThatGoesKeepsNone)
 {
     driver.history_peak = 99;
     ASSERT_EQ(0u, FeedIt(feed));
     driver.state = filter.state = 0;
     driver.history_peak = 1;
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_EQ(1u, DriversDisk(4).history_peak);
+}
+
+TEST_F(Peaks, ADiskThatComesBackBeginsWithoutThoseOfBefore)
+{
+    driver.state = filter.state = 0;
+    driver.history_peak = 99;
     ASSERT_EQ(0u, FeedIt(feed));
     driver.state = filter.state = VELCOR_STATE_INITIALIZED;
     driver.history_peak = 2;
@@ -807,6 +837,38 @@ TEST_F(Driver, TheFeederPassesTheHostsNumbersAndItsJournalSaysSo)
     EXPECT_THAT(feeder.File("etc\\disks.map"), EndsWith("\r\n1 vda\r\n"));
 }
 
+TEST_F(Driver, TheFeederTakesFilesAndModeWhereItIsToldTo)
+{
+    Feeder            feeder;
+    const std::string stats =
+        feeder.Put("stats", "254 0 vda 1 2 3 4 5 6 70 8 0 0 0\n254 16 vdb 1 2 3 4 9 6 7 8 0 0 0\n");
+    const std::string map = feeder.Put("own.map", "5 vdb\n");
+    EXPECT_EQ(0u, feeder.Run("--host --once --mode sync --sysblock nowhere --diskstats " + stats + " --map " + map +
+                             " --journal \"" + feeder.home + "\\own.journal\""))
+        << feeder.File("out");
+    EXPECT_EQ(35840u, DriversDisk(1).write_bytes);  // the driver's record counts what a synchronous disk writes
+    EXPECT_EQ(9u, DriversDisk(5).writes);
+    EXPECT_EQ(0u, FiltersDisk(1).write_bytes);
+    EXPECT_THAT(feeder.File("own.map"), EndsWith("\r\n1 vda\r\n5 vdb\r\n"));
+    EXPECT_EQ(3u, Lines(feeder.File("own.journal")).size());
+    EXPECT_EQ("", feeder.File("etc\\disks.map"));
+    EXPECT_EQ("", feeder.File("log\\velcorfeed.journal"));
+}
+
+TEST_F(Driver, TheSeedDecidesOnTheNumbersOfAScript)
+{
+    Feeder                   feeder;
+    const std::string        script = feeder.Put("s.scn", "disk 1 on writes 1~1000000 bytes 1\nstep\n");
+    std::vector<std::string> lines;
+    for (const char* seed : { "--seed 1", "", "--seed 2" }) {
+        EXPECT_EQ(0u, feeder.Run("--once " + std::string(seed) + " --scenario " + script)) << feeder.File("out");
+        const auto all = Lines(feeder.File("log\\velcorfeed.journal"));
+        lines.push_back(all.back().substr(all.back().find(',')));
+    }
+    EXPECT_EQ(lines[0], lines[1]);  // 1 where none is given
+    EXPECT_NE(lines[0], lines[2]);
+}
+
 TEST_F(Driver, TheFeederReadsThisHostsOwnStatistics)
 {
     Feeder feeder;
@@ -860,10 +922,14 @@ TEST_F(Driver, AfterAKilledFeederTheNextOneMayFeed)
     const std::string script = feeder.Put("s.scn", ENDLESS);
     feeder.Start("--speed 20 --scenario " + script);
     ASSERT_TRUE(Eventually([this] { return DriversDisk(7).state == 1; }));
+    // Who looks at the mutex keeps it alive: the next feeder takes it over from the one that is gone.
+    const HANDLE looked = OpenMutexA(SYNCHRONIZE, FALSE, "Global\\TNW_VELCOR_FEEDER");
+    ASSERT_NE(nullptr, looked);
     feeder.Kill();
     EXPECT_NE(0u, FiltersDisk(7).write_bytes);  // what was fed last stands
     EXPECT_EQ(0u, feeder.Run("--once --scenario " + script)) << feeder.File("out");
     EXPECT_EQ(512u, FiltersDisk(7).write_bytes);
+    CloseHandle(looked);
 }
 
 TEST_F(DriverNotStarted, TheFeederWaitsForTheDriverAndSaysSoOnce)
@@ -941,6 +1007,30 @@ TEST_F(Driver, TheFeederFindsItsHomeBelowALongPathOfAnyLetters)
     EXPECT_EQ(0u, code);
     EXPECT_EQ(1u, DriversDisk(7).state);
     EXPECT_THAT(home.Read(L"log\\velcorfeed.journal"), HasSubstr(",7,-,300,3,"));
+}
+
+TEST_F(Driver, TheFeedersMutexIsForTheSystemAndAdministratorsAlone)
+{
+    static const WELL_KNOWN_SID_TYPE ALLOWED[] = { WinLocalSystemSid, WinBuiltinAdministratorsSid };
+    Feeder                           feeder;
+    PACL                             dacl = NULL;
+    PSECURITY_DESCRIPTOR             descriptor = NULL;
+    feeder.Start("--speed 20 --scenario " + feeder.Put("s.scn", ENDLESS));
+    ASSERT_TRUE(Eventually([this] { return DriversDisk(7).state == 1; }));
+    const HANDLE mutex = OpenMutexA(READ_CONTROL, FALSE, "Global\\TNW_VELCOR_FEEDER");
+    ASSERT_NE(nullptr, mutex);
+    ASSERT_EQ(
+        0u, GetSecurityInfo(mutex, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, NULL, NULL, &dacl, NULL, &descriptor));
+    ASSERT_NE(nullptr, dacl);
+    ASSERT_EQ(std::size(ALLOWED), dacl->AceCount);
+    for (DWORD i = 0; i < std::size(ALLOWED); i++) {
+        void* entry = NULL;
+        ASSERT_TRUE(GetAce(dacl, i, &entry));
+        EXPECT_EQ(ACCESS_ALLOWED_ACE_TYPE, static_cast<ACCESS_ALLOWED_ACE*>(entry)->Header.AceType);
+        EXPECT_TRUE(IsWellKnownSid(&static_cast<ACCESS_ALLOWED_ACE*>(entry)->SidStart, ALLOWED[i]));
+    }
+    LocalFree(descriptor);
+    CloseHandle(mutex);
 }
 
 TEST_F(Driver, AnAccountThatMayNotBecomeTheFeederIsToldSo)

@@ -21,6 +21,7 @@ const HANDLE STOP = reinterpret_cast<HANDLE>(0x5678);
 struct World {
     std::vector<DWORD>         answers;  // to the feeds, one after the other; 0 behind the last
     std::vector<unsigned>      fed;      // driver_status of each feed that was taken, the steps' own mark
+    std::vector<unsigned>      ticks;    // of the same feeds
     unsigned                   opened = 0;
     unsigned                   closed = 0;
     size_t                     asked = 0;
@@ -57,6 +58,7 @@ BOOL WINAPI FeedIt(HANDLE device, DWORD code, void* in, DWORD inSize, void*, DWO
         return FALSE;
     }
     g_world->fed.push_back(static_cast<VELCOR_FEED*>(in)->driver_status);
+    g_world->ticks.push_back(static_cast<VELCOR_FEED*>(in)->tick);
     return TRUE;
 }
 
@@ -82,6 +84,11 @@ DWORD WINAPI WaitForIt(HANDLE handle, DWORD ms)
 ULONGLONG WINAPI Now()
 {
     return g_world->now;
+}
+
+DWORD WINAPI Tick()
+{
+    return static_cast<DWORD>(g_world->now + 0xFFFFFFFF);
 }
 
 /* So many steps, each with its number in the feed and one disk for the journal. */
@@ -114,7 +121,8 @@ protected:
     FeederLoop()
         : log(Plain(L"said.log")), journalFile(Plain(L"feeder.journal")), open(Self(), KERNEL, "CreateFileA", OpenIt),
           feed(Self(), KERNEL, "DeviceIoControl", FeedIt), close(Self(), KERNEL, "CloseHandle", CloseIt),
-          wait(Self(), KERNEL, "WaitForSingleObject", WaitForIt), clock(Self(), KERNEL, "GetTickCount64", Now)
+          wait(Self(), KERNEL, "WaitForSingleObject", WaitForIt), clock(Self(), KERNEL, "GetTickCount64", Now),
+          tick(Self(), KERNEL, "GetTickCount", Tick)
     {
         g_world = &world;
     }
@@ -172,6 +180,7 @@ private:
     ImportHook close;
     ImportHook wait;
     ImportHook clock;
+    ImportHook tick;
 };
 
 }  // namespace
@@ -183,6 +192,7 @@ TEST_F(FeederLoop, FeedsEachStepWritesItDownAndTellsTheLastWords)
     EXPECT_THAT(world.fed, ElementsAre(1, 2, 3));
     EXPECT_THAT(Journal(), ElementsAre("7,-,512,1,0", "7,-,1024,2,0", "7,-,1536,3,0"));
     EXPECT_THAT(Said(), ElementsAre("that was all."));
+    EXPECT_THAT(world.ticks, ElementsAre(999, 1999, 2999));  // that of each feed, for who asks how old it is
     EXPECT_EQ(1u, world.opened);
     EXPECT_EQ(1u, world.closed);
 }
