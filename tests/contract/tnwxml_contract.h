@@ -1,5 +1,5 @@
 /*
- * What a contract case needs of tnwxml: its eight routines and a hand on what the files give. One side is the library
+ * What a contract case needs of tnwxml: its seven routines and a hand on what the files give. One side is the library
  * of a home of its own, with the policy and configuration that are installed, the other the double.
  */
 #ifndef TESTS_CONTRACT_TNWXML_CONTRACT_H
@@ -24,7 +24,6 @@ public:
     decltype(&::xmllib_load_config)   xmllib_load_config = nullptr;    // 6
     decltype(&::xmllib_unload_config) xmllib_unload_config = nullptr;  // 7
     decltype(&::xmllib_get_value)     xmllib_get_value = nullptr;      // 13
-    decltype(&::xmllib_check)         xmllib_check = nullptr;          // 14
 
     /* The configuration is to hold a number, something else, or nothing for one of the policy's keys. Before it is
      * loaded. */

@@ -1,6 +1,6 @@
 /*
- * The contract of tnwxml, ordinal by ordinal. Each case runs twice, unchanged: on the library with the files that are
- * installed, and on its double. What only files can show (places, encodings, bounds, unknown keys) stands in
+ * The contract of tnwxml's sequence, ordinal by ordinal. Each case runs twice, unchanged: on the library with the files
+ * that are installed, and on its double. What only files can show (places, encodings, bounds, unknown keys) stands in
  * tests/unit/tnwxml_*_test.cpp.
  */
 #include "contract/tnwxml_contract.h"
@@ -22,7 +22,6 @@ const Documented DOCUMENTED = {
     { "xmllib_load_config", { 0, 1, 2, 3, 4, 5, 10 } },
     { "xmllib_unload_config", { 0, 2 } },
     { "xmllib_get_value", { 0, 1, 2, 7, 8, 9 } },
-    { "xmllib_check", { 0, 1, 3, 4, 5, 6, 8, 9, 10 } },
 };
 
 const char* const LEVEL = "/root/diskperf/log/level";
@@ -56,10 +55,6 @@ protected:
     XMLLIB_STATUS GetValue(const char* key, DWORD type, void* value, DWORD* size)
     {
         return Answered(DOCUMENTED, "xmllib_get_value", side->xmllib_get_value(key, type, value, size));
-    }
-    XMLLIB_STATUS Check(const char* component, XMLLIB_REPORT* report)
-    {
-        return Answered(DOCUMENTED, "xmllib_check", side->xmllib_check(component, nullptr, report));
     }
 
     /* The sequence up to the values. */
@@ -364,48 +359,6 @@ TEST_P(TnwxmlContract, ARefusedConfigurationIsNotLoadedAndLeavesThePolicy)
         EXPECT_EQ(7u, Value(LEVEL));
         EXPECT_EQ(XMLLIB_OK, UnloadConfig());
     }
-    EXPECT_EQ(XMLLIB_OK, UnloadPolicy());
-    EXPECT_EQ(XMLLIB_OK, Term());
-}
-
-/* ---- 14 xmllib_check ---- */
-
-TEST_P(TnwxmlContract, CheckRefusesToHaveNoReport)
-{
-    EXPECT_EQ(XMLLIB_INVALID_ARGUMENT, Check("diskperf", nullptr));
-}
-
-TEST_P(TnwxmlContract, CheckReportsWhateverTheResult)
-{
-    auto report = std::make_unique<XMLLIB_REPORT>();
-    for (const char* component : NO_COMPONENT) {
-        memset(report.get(), 0xDD, sizeof *report);
-        EXPECT_EQ(XMLLIB_INVALID_ARGUMENT, Check(component, report.get()));
-        EXPECT_EQ(XMLLIB_INVALID_ARGUMENT, report->finding.dwStatus);
-        EXPECT_STRNE("", report->finding.szReason);
-        EXPECT_EQ(0u, report->dwSettings);
-        EXPECT_EQ(0u, report->dwUnknown);
-    }
-    memset(report.get(), 0xDD, sizeof *report);
-    EXPECT_EQ(XMLLIB_NO_FILE, Check("other", report.get()));
-    EXPECT_EQ(XMLLIB_NO_FILE, report->finding.dwStatus);
-    EXPECT_STRNE("", report->finding.szReason);
-    EXPECT_EQ(0u, report->dwSettings);
-    memset(report.get(), 0xDD, sizeof *report);
-    EXPECT_EQ(XMLLIB_OK, Check("diskperf", report.get()));
-    EXPECT_EQ(XMLLIB_OK, report->finding.dwStatus);
-    EXPECT_EQ(0u, report->dwUnknown);
-}
-
-TEST_P(TnwxmlContract, CheckNeedsNoSequenceAndDisturbsNone)
-{
-    auto report = std::make_unique<XMLLIB_REPORT>();
-    EXPECT_EQ(XMLLIB_OK, Check("diskperf", report.get()));
-    EXPECT_EQ(XMLLIB_WRONG_ORDER, Term()) << "none was begun";
-    Load();
-    EXPECT_EQ(XMLLIB_OK, Check("diskperf", report.get()));
-    EXPECT_EQ(7u, Value(LEVEL));
-    EXPECT_EQ(XMLLIB_OK, UnloadConfig());
     EXPECT_EQ(XMLLIB_OK, UnloadPolicy());
     EXPECT_EQ(XMLLIB_OK, Term());
 }

@@ -35,7 +35,6 @@ public:
         Bind(xmllib_load_config, 6);
         Bind(xmllib_unload_config, 7);
         Bind(xmllib_get_value, 13);
-        Bind(xmllib_check, 14);
     }
     ~RealSide() override
     {
@@ -138,7 +137,6 @@ public:
         xmllib_load_config = ::xmllib_load_config;
         xmllib_unload_config = ::xmllib_unload_config;
         xmllib_get_value = ::xmllib_get_value;
-        xmllib_check = ::xmllib_check;
     }
 
     void Give(const std::string& key, DWORD value) override

@@ -107,7 +107,7 @@ TEST_P(VelcorContract, AnotherHeaderWordIsAStatusWordAndHandsNothingOver)
 TEST_P(VelcorContract, AnotherLengthWordIsAStatusWordAndHandsNothingOver)
 {
     side->Give(FIRST, LATER);
-    for (unsigned length : { 0u, 0x4007u, 0x4010u, 0xFFFFFFFFu }) {
+    for (unsigned length : { 0u, 0x4007u, 0x4009u, 0x4010u, 0xFFFFFFFFu }) {
         Prepare(length);
         ExpectStatusAlone(VELCOR_STATUS_BAD_LENGTH);
     }

@@ -106,25 +106,6 @@ XMLLIB_STATUS XmlDouble::GetValue(const char* key, DWORD type, void* value, DWOR
     return Answer("xmllib_get_value", args, XMLLIB_OK);
 }
 
-XMLLIB_STATUS XmlDouble::Check(const char* component, const WCHAR* file, XMLLIB_REPORT* result)
-{
-    std::string args = std::string(component == nullptr ? "NULL" : component) + (file == nullptr ? ", NULL" : ", file");
-    if (auto planned = m_journal.Count("xmllib_check")) {
-        return Answer("xmllib_check", args, planned->value);
-    }
-    if (result == nullptr) {
-        return Answer("xmllib_check", args, XMLLIB_INVALID_ARGUMENT);
-    }
-    *result = report;
-    if (BadComponent(component) || strcmp(component, COMPONENT) != 0) {
-        *result = {};
-        result->finding.dwStatus = BadComponent(component) ? XMLLIB_INVALID_ARGUMENT : XMLLIB_NO_FILE;
-        strcpy(result->finding.szReason, "There is no such policy.");
-        return Answer("xmllib_check", args, result->finding.dwStatus);
-    }
-    return Answer("xmllib_check", args, report.finding.dwStatus);
-}
-
 /* ---- The routines as callers see them ---- */
 
 static std::string Text(const char* text)
@@ -177,9 +158,4 @@ XMLLIB_STATUS xmllib_unload_config(void)
 XMLLIB_STATUS xmllib_get_value(const char* lpKey, DWORD dwType, void* lpValue, DWORD* lpdwSize)
 {
     return XmlDouble::current->GetValue(lpKey, dwType, lpValue, lpdwSize);
-}
-
-XMLLIB_STATUS xmllib_check(const char* lpComponent, const WCHAR* lpwcFile, XMLLIB_REPORT* lpReport)
-{
-    return XmlDouble::current->Check(lpComponent, lpwcFile, lpReport);
 }

@@ -1,8 +1,8 @@
 /*
- * Double of tnwxml: the eight routines under their own names, over a map of values. It judges arguments and order of
- * calls as the library does: tests/contract runs the same cases on both. There is one policy, that of the component
- * diskperf. Files and ranges are left out: what a file would give stands in values, what it would be refused for is
- * scripted by failKey and Fail.
+ * Double of tnwxml: the seven routines that the product calls, under their own names, over a map of values. It judges
+ * arguments and order of calls as the library does: tests/contract runs the same cases on both. There is one policy,
+ * that of the component diskperf. Files and ranges are left out: what a file would give stands in values, what it would
+ * be refused for is scripted by failKey and Fail. So are xmllib_check and xmllib_edit, which the tool alone calls.
  */
 #ifndef TESTS_DOUBLES_TNWXML_DOUBLE_H
 #define TESTS_DOUBLES_TNWXML_DOUBLE_H
@@ -37,9 +37,6 @@ public:
     /* The n-th call of a routine answers the status, all 64 bits of it. */
     void Fail(const std::string& routine, unsigned nth, XMLLIB_STATUS status);
 
-    /* What xmllib_check answers for the component diskperf. */
-    XMLLIB_REPORT report = {};
-
     /* What still stands, "init", "policy", "config", or was left for xmllib_term to release. Empty when all was taken
      * back by its own routine. */
     std::string Open() const;
@@ -48,7 +45,6 @@ public:
     XMLLIB_STATUS Enter(const char* routine, const std::string& args, XMLLIB_STATUS refused, bool* flag, bool set);
     XMLLIB_STATUS Term();
     XMLLIB_STATUS GetValue(const char* key, DWORD type, void* value, DWORD* size);
-    XMLLIB_STATUS Check(const char* component, const WCHAR* file, XMLLIB_REPORT* result);
     bool          init = false, policy = false, config = false;
     std::string   leftToTerm;
 

@@ -1,10 +1,12 @@
 /*
  * The real driver, loaded through the service manager, and those who talk to it: the filter library and the feeder.
- * Each case brings its own driver up and takes it down, and bears what a case that was killed left behind.
+ * What their contracts say as well stands in tests/contract alone. Each case brings its own driver up and takes it
+ * down, and bears what a case that was killed left behind.
  */
 #include <gmock/gmock.h>
 
 #include <windows.h>
+#include <aclapi.h>
 #include <algorithm>
 #include <memory>
 #include <stdlib.h>
@@ -16,6 +18,7 @@
 #include "files.h"
 #include "support/driver.h"
 #include "support/patience.h"
+#include "support/test_home.h"
 #include "tnwdiskfltr.h"
 #include "velcor.h"
 
@@ -149,12 +152,6 @@ static void FillTelling(VELCOR_FEED& feed)
     }
 }
 
-TEST_F(DriverNotStarted, TheDeviceIsNotThere)
-{
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenDevice());
-    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError());
-}
-
 TEST_F(Driver, StartsWithoutDisks)
 {
     const VELCOR_EXCHANGE reply = Get();
@@ -173,48 +170,6 @@ TEST_F(Driver, HandsOverBothRecordsAsTheyWereFed)
     EXPECT_EQ(0, memcmp(&feed.driver, &driver.record, sizeof(driver.record)));
     EXPECT_EQ(0u, filter.status);
     EXPECT_EQ(0, memcmp(&feed.filter, &filter.record, sizeof(filter.record)));
-}
-
-TEST_F(Driver, ReturnsTheExchangeAloneToALargerBuffer)
-{
-    std::vector<unsigned char> buffer(0x5000, 0xEE);
-    const VELCOR_EXCHANGE      request = Request();
-    DWORD                      returned = 0;
-    memcpy(buffer.data(), &request, sizeof(request));
-    EXPECT_EQ(0u, Control(device, VELCOR_GET_PERFORMANCE, buffer.data(), 0x5000, buffer.data(), 0x5000, &returned));
-    EXPECT_EQ(0x4010u, returned);
-    EXPECT_EQ(0xEE, buffer[0x4010]);
-}
-
-TEST_F(Driver, RefusesAnotherHeaderWithAStatusWordAndHandsNothingOver)
-{
-    FillTelling(feed);
-    ASSERT_EQ(0u, FeedIt(feed));
-    for (unsigned long long header : { 0ull, 0x310ull, 0x100000311ull, ~0ull }) {
-        VELCOR_EXCHANGE exchange = Request();
-        VELCOR_EXCHANGE expected = {};
-        exchange.record.header = header;
-        exchange.record.entry[0].writes = 77;
-        expected = exchange;
-        expected.status = VELCOR_STATUS_BAD_HEADER;
-        EXPECT_EQ(0u, Exchange(VELCOR_GET_PERFORMANCE, exchange));
-        EXPECT_EQ(0, memcmp(&expected, &exchange, sizeof(exchange))) << header;
-    }
-}
-
-TEST_F(Driver, RefusesAnotherLengthWithAStatusWordAndHandsNothingOver)
-{
-    FillTelling(feed);
-    ASSERT_EQ(0u, FeedIt(feed));
-    for (unsigned length : { 0u, 0x4007u, 0x4009u, 0x4010u, 0xFFFFFFFFu }) {
-        VELCOR_EXCHANGE exchange = Request();
-        VELCOR_EXCHANGE expected = {};
-        exchange.length = length;
-        expected = exchange;
-        expected.status = VELCOR_STATUS_BAD_LENGTH;
-        EXPECT_EQ(0u, Exchange(VELCOR_GET_PERFORMANCE, exchange));
-        EXPECT_EQ(0, memcmp(&expected, &exchange, sizeof(exchange))) << length;
-    }
 }
 
 TEST_F(Driver, TheFiltersRequestIsRefusedWithAWin32Number)
@@ -359,6 +314,7 @@ TEST_F(Driver, TellsWhenItWasFedAndResetsNothingByThat)
     EXPECT_EQ(0xFFFFFFF0u, fed.tick);
     CloseHandle(reader);
     EXPECT_EQ(feed.driver.entry[0].history_peak, DriversDisk(1).history_peak);
+    EXPECT_EQ(feed.filter.entry[0].send_queue_peak, FiltersDisk(1).send_queue_peak);
 }
 
 TEST_F(Driver, SumsThatWrapAt64BitsPassAsTheyAre)
@@ -433,48 +389,129 @@ TEST_F(Peaks, EachRequestResetsItsOwnRecordAlone)
     EXPECT_EQ(5u, DriversDisk(4).history_peak);
 }
 
-TEST_F(Peaks, TheLargestOfAllFeedsSinceTheLastRequestStands)
+/* In either mode: which of the two records holds the queues. */
+class PeaksInMode : public Peaks, public testing::WithParamInterface<unsigned> {
+protected:
+    /* The record's entry that holds the queues from the next feed on. */
+    VELCOR_ENTRY& HeldBy(unsigned mode)
+    {
+        driver.mode = filter.mode = mode;
+        return mode == VELCOR_MODE_SYNC ? driver : filter;
+    }
+    VELCOR_ENTRY Held(unsigned mode)
+    {
+        return mode == VELCOR_MODE_SYNC ? DriversDisk(4) : FiltersDisk(4);
+    }
+};
+
+/* A mode that is none counts as asynchronous. */
+INSTANTIATE_TEST_SUITE_P(Mode, PeaksInMode, testing::Values(VELCOR_MODE_ASYNC, VELCOR_MODE_SYNC, 7u),
+                         [](const auto& mode) {
+                             return mode.param == VELCOR_MODE_SYNC ? "Sync" : mode.param == 7 ? "None" : "Async";
+                         });
+
+TEST_P(PeaksInMode, TheLargestOfAllFeedsSinceTheLastRequestStands)
 {
+    VELCOR_ENTRY& holder = HeldBy(GetParam());
     for (unsigned long long value : { 3ull, 9ull, 4ull }) {
-        driver.memory_peak = value;
+        driver.history_peak = value;
+        driver.memory_peak = 2 * value;
+        driver.unsynced_peak = 3 * value;
         driver.transfer_us_max = 10 * value;
-        filter.write_us_max = 100 * value;
-        filter.request_queue_peak = 1000 * value;
-        filter.request_queue = value;
+        holder.write_us_max = 100 * value;
+        holder.send_queue_peak = 200 * value;
+        holder.request_queue_peak = 1000 * value;
+        holder.request_queue = value;
         ASSERT_EQ(0u, FeedIt(feed));
     }
     const VELCOR_ENTRY fromDriver = DriversDisk(4);
-    const VELCOR_ENTRY fromFilter = FiltersDisk(4);
-    EXPECT_EQ(9u, fromDriver.memory_peak);
+    const VELCOR_ENTRY fromHolder = GetParam() == VELCOR_MODE_SYNC ? fromDriver : FiltersDisk(4);
+    EXPECT_EQ(9u, fromDriver.history_peak);
+    EXPECT_EQ(18u, fromDriver.memory_peak);
+    EXPECT_EQ(27u, fromDriver.unsynced_peak);
     EXPECT_EQ(90u, fromDriver.transfer_us_max);
-    EXPECT_EQ(900u, fromFilter.write_us_max);
-    EXPECT_EQ(9000u, fromFilter.request_queue_peak);
-    EXPECT_EQ(4u, fromFilter.request_queue);  // a gauge shows the last
+    EXPECT_EQ(900u, fromHolder.write_us_max);
+    EXPECT_EQ(1800u, fromHolder.send_queue_peak);
+    EXPECT_EQ(9000u, fromHolder.request_queue_peak);
+    EXPECT_EQ(4u, fromHolder.request_queue);  // a gauge shows the last
 }
 
-TEST_F(Peaks, FollowTheQueuesThroughAChangeOfMode)
+TEST_P(PeaksInMode, FollowTheQueuesThroughAChangeOfMode)
 {
-    filter.write_us_max = 500;
-    filter.send_queue_peak = 70;
+    const unsigned later = GetParam() == VELCOR_MODE_SYNC ? VELCOR_MODE_ASYNC : VELCOR_MODE_SYNC;
+    VELCOR_ENTRY&  before = HeldBy(GetParam());
+    before.write_us_max = 500;
+    before.send_queue_peak = 70;
+    before.request_queue_peak = 8;
     ASSERT_EQ(0u, FeedIt(feed));
-    driver.mode = filter.mode = VELCOR_MODE_SYNC;
-    filter.write_us_max = 0;  // the one that does not count stands still, with 40 at 0
-    filter.send_queue_peak = 70;
-    driver.write_us_max = 300;
-    driver.send_queue_peak = 90;
+    VELCOR_ENTRY& now = HeldBy(later);
+    before.write_us_max = before.send_queue_peak = before.request_queue_peak = 0;  // it stands still, and counts none
+    now.write_us_max = 300;
+    now.send_queue_peak = 60;
+    now.request_queue_peak = 9;
+    ASSERT_EQ(0u, FeedIt(feed));
+    const VELCOR_ENTRY moved = Held(later);
+    const VELCOR_ENTRY left = Held(GetParam());
+    EXPECT_EQ(500u, moved.write_us_max);
+    EXPECT_EQ(70u, moved.send_queue_peak);
+    EXPECT_EQ(9u, moved.request_queue_peak);
+    EXPECT_EQ(0u, left.write_us_max);  // readers add both: 500 shows once
+    EXPECT_EQ(0u, left.send_queue_peak);
+    EXPECT_EQ(0u, left.request_queue_peak);
+}
+
+TEST_P(PeaksInMode, ThoseOfTheDriverAloneStayThroughAChangeOfMode)
+{
+    HeldBy(GetParam());
+    driver.history_peak = 5;
+    driver.memory_peak = 6;
+    driver.unsynced_peak = 7;
+    driver.transfer_us_max = 8;
+    ASSERT_EQ(0u, FeedIt(feed));
+    HeldBy(GetParam() == VELCOR_MODE_SYNC ? VELCOR_MODE_ASYNC : VELCOR_MODE_SYNC);
+    driver.history_peak = driver.memory_peak = driver.unsynced_peak = driver.transfer_us_max = 1;
     ASSERT_EQ(0u, FeedIt(feed));
     const VELCOR_ENTRY fromDriver = DriversDisk(4);
-    EXPECT_EQ(500u, fromDriver.write_us_max);  // readers add both: 500 shows once
-    EXPECT_EQ(90u, fromDriver.send_queue_peak);
-    EXPECT_EQ(0u, FiltersDisk(4).write_us_max);
+    const VELCOR_ENTRY fromFilter = FiltersDisk(4);
+    EXPECT_EQ(5u, fromDriver.history_peak);
+    EXPECT_EQ(6u, fromDriver.memory_peak);
+    EXPECT_EQ(7u, fromDriver.unsynced_peak);
+    EXPECT_EQ(8u, fromDriver.transfer_us_max);
+    EXPECT_EQ(0u, fromFilter.history_peak);
+    EXPECT_EQ(0u, fromFilter.transfer_us_max);
 }
 
-TEST_F(Peaks, ADiskThatComesBackBeginsWithoutThoseOfBefore)
+TEST_F(Peaks, EachDiskKeepsItsOwn)
+{
+    for (unsigned slot = 0; slot < VELCOR_DISK_MAX; slot++) {
+        feed.driver.entry[slot].state = feed.filter.entry[slot].state = VELCOR_STATE_INITIALIZED;
+        feed.driver.entry[slot].history_peak = 100 + slot;
+    }
+    ASSERT_EQ(0u, FeedIt(feed));
+    for (VELCOR_ENTRY& entry : feed.driver.entry) {
+        entry.history_peak = 1;
+    }
+    ASSERT_EQ(0u, FeedIt(feed));
+    const VELCOR_EXCHANGE reply = Get();
+    for (unsigned slot = 0; slot < VELCOR_DISK_MAX; slot++) {
+        EXPECT_EQ(100 + slot, reply.record.entry[slot].history_peak);
+    }
+}
+
+TEST_F(Peaks, ADiskThatGoesKeepsNone)
 {
     driver.history_peak = 99;
     ASSERT_EQ(0u, FeedIt(feed));
     driver.state = filter.state = 0;
     driver.history_peak = 1;
+    ASSERT_EQ(0u, FeedIt(feed));
+    EXPECT_EQ(1u, DriversDisk(4).history_peak);
+}
+
+TEST_F(Peaks, ADiskThatComesBackBeginsWithoutThoseOfBefore)
+{
+    driver.state = filter.state = 0;
+    driver.history_peak = 99;
     ASSERT_EQ(0u, FeedIt(feed));
     driver.state = filter.state = VELCOR_STATE_INITIALIZED;
     driver.history_peak = 2;
@@ -501,16 +538,18 @@ TEST_F(Driver, AScriptedStatusWordHandsNothingOverAndLosesNoPeak)
     EXPECT_EQ(peak, DriversDisk(1).history_peak);
 }
 
-TEST_F(Driver, ARefusedRequestIsNotReady)
+TEST_F(Driver, EachRequestHasItsOwnScriptedFailures)
 {
+    VELCOR_EXCHANGE exchange = Request();
     feed.refuse = 1;
     ASSERT_EQ(0u, FeedIt(feed));
-    VELCOR_EXCHANGE exchange = Request();
     EXPECT_EQ(static_cast<DWORD>(ERROR_NOT_READY), Exchange(VELCOR_GET_PERFORMANCE, exchange));
     EXPECT_EQ(0u, Get(VELCOR_PRIVATE_GET_FILTER).status);
     feed.refuse = 0;
+    feed.filter_error = 1117;
     ASSERT_EQ(0u, FeedIt(feed));
     EXPECT_EQ(0u, Get().status);
+    EXPECT_EQ(1117u, Get(VELCOR_PRIVATE_GET_FILTER).status);
 }
 
 /* ---- Load and life ---- */
@@ -543,21 +582,6 @@ TEST_F(Driver, CallersAtOnceNeverSeeHalfAFeed)
     }
     EXPECT_EQ(std::vector<int>(3, 0), torn);
     EXPECT_EQ(50u, DriversDisk(64).writes);
-}
-
-TEST_F(Driver, AfterAStopOldHandlesAreDeadAndTheRecordsAreEmpty)
-{
-    FillTelling(feed);
-    ASSERT_EQ(0u, FeedIt(feed));
-    ASSERT_TRUE(service->Stop());
-    VELCOR_EXCHANGE exchange = Request();
-    EXPECT_NE(0u, Exchange(VELCOR_GET_PERFORMANCE, exchange));
-    ASSERT_TRUE(service->Start());
-    EXPECT_NE(0u, Exchange(VELCOR_GET_PERFORMANCE, exchange));  // dead for good
-    Reopen();
-    const VELCOR_EXCHANGE empty = Request();
-    const VELCOR_EXCHANGE reply = Get();
-    EXPECT_EQ(0, memcmp(&empty, &reply, sizeof(reply)));
 }
 
 TEST_F(Driver, StartsAndStopsAgainAndAgain)
@@ -648,19 +672,6 @@ struct MirrorBuffer {
 };
 static_assert(sizeof(MirrorBuffer) == 0x4010, "what callers hand over");
 
-TEST_F(DriverNotStarted, TheFilterLibraryRefusesWhatIsNoRequestWithoutADevice)
-{
-    Library      library;
-    MirrorBuffer buffer;
-    ASSERT_NE(nullptr, library.get);
-    EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_PARAMETER), library.get(NULL));
-    for (unsigned long long header : { 0ull, 0x312ull, 0x100000311ull }) {
-        buffer.header = header;
-        EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_PARAMETER), library.get(&buffer));
-        EXPECT_EQ(header, buffer.header);
-    }
-}
-
 TEST_F(DriverNotStarted, TheFilterLibraryExportsOneOrdinalAndNoName)
 {
     Library library;
@@ -675,51 +686,6 @@ TEST_F(DriverNotStarted, TheFilterLibraryFindsADriverThatComesLater)
     MirrorBuffer       buffer;
     const MirrorBuffer before;
     EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), library.get(&buffer));
-    EXPECT_EQ(0, memcmp(&before, &buffer, sizeof(buffer)));
-    ASSERT_TRUE(service->Start());
-    EXPECT_EQ(0u, library.get(&buffer));
-}
-
-TEST_F(Driver, TheFilterLibraryHandsOverTheFiltersRecordAndNoByteMore)
-{
-    Library      library;
-    MirrorBuffer buffer;
-    FillTelling(feed);
-    ASSERT_EQ(0u, FeedIt(feed));
-    EXPECT_EQ(0u, library.get(&buffer));
-    EXPECT_EQ(0, memcmp(&feed.filter, &buffer, sizeof(feed.filter)));
-    for (size_t i = 0x4000; i < sizeof(buffer.rest); i++) {
-        EXPECT_EQ(0xA5, buffer.rest[i]);
-    }
-    EXPECT_EQ(0u, FiltersDisk(1).write_us_max);  // the call was the request that resets the peaks
-}
-
-TEST_F(Driver, TheFilterLibraryAnswersTheScriptedErrorAndLeavesTheBuffer)
-{
-    Library            library;
-    MirrorBuffer       buffer;
-    const MirrorBuffer before;
-    FillTelling(feed);
-    feed.filter_error = 1117;
-    ASSERT_EQ(0u, FeedIt(feed));
-    EXPECT_EQ(1117u, library.get(&buffer));
-    EXPECT_EQ(0, memcmp(&before, &buffer, sizeof(buffer)));
-    EXPECT_EQ(0u, Get().status);  // the driver has its own
-    feed.filter_error = 0;
-    ASSERT_EQ(0u, FeedIt(feed));
-    EXPECT_EQ(0u, library.get(&buffer));
-}
-
-TEST_F(Driver, TheFilterLibraryOpensTheDeviceAnewAfterARestart)
-{
-    Library      library;
-    MirrorBuffer buffer;
-    EXPECT_EQ(0u, library.get(&buffer));
-    Close();
-    ASSERT_TRUE(service->Stop());
-    const MirrorBuffer before;
-    buffer = before;
-    EXPECT_EQ(DWORD{ ERROR_FILE_NOT_FOUND }, library.get(&buffer));
     EXPECT_EQ(0, memcmp(&before, &buffer, sizeof(buffer)));
     ASSERT_TRUE(service->Start());
     EXPECT_EQ(0u, library.get(&buffer));
@@ -871,6 +837,38 @@ TEST_F(Driver, TheFeederPassesTheHostsNumbersAndItsJournalSaysSo)
     EXPECT_THAT(feeder.File("etc\\disks.map"), EndsWith("\r\n1 vda\r\n"));
 }
 
+TEST_F(Driver, TheFeederTakesFilesAndModeWhereItIsToldTo)
+{
+    Feeder            feeder;
+    const std::string stats =
+        feeder.Put("stats", "254 0 vda 1 2 3 4 5 6 70 8 0 0 0\n254 16 vdb 1 2 3 4 9 6 7 8 0 0 0\n");
+    const std::string map = feeder.Put("own.map", "5 vdb\n");
+    EXPECT_EQ(0u, feeder.Run("--host --once --mode sync --sysblock nowhere --diskstats " + stats + " --map " + map +
+                             " --journal \"" + feeder.home + "\\own.journal\""))
+        << feeder.File("out");
+    EXPECT_EQ(35840u, DriversDisk(1).write_bytes);  // the driver's record counts what a synchronous disk writes
+    EXPECT_EQ(9u, DriversDisk(5).writes);
+    EXPECT_EQ(0u, FiltersDisk(1).write_bytes);
+    EXPECT_THAT(feeder.File("own.map"), EndsWith("\r\n1 vda\r\n5 vdb\r\n"));
+    EXPECT_EQ(3u, Lines(feeder.File("own.journal")).size());
+    EXPECT_EQ("", feeder.File("etc\\disks.map"));
+    EXPECT_EQ("", feeder.File("log\\velcorfeed.journal"));
+}
+
+TEST_F(Driver, TheSeedDecidesOnTheNumbersOfAScript)
+{
+    Feeder                   feeder;
+    const std::string        script = feeder.Put("s.scn", "disk 1 on writes 1~1000000 bytes 1\nstep\n");
+    std::vector<std::string> lines;
+    for (const char* seed : { "--seed 1", "", "--seed 2" }) {
+        EXPECT_EQ(0u, feeder.Run("--once " + std::string(seed) + " --scenario " + script)) << feeder.File("out");
+        const auto all = Lines(feeder.File("log\\velcorfeed.journal"));
+        lines.push_back(all.back().substr(all.back().find(',')));
+    }
+    EXPECT_EQ(lines[0], lines[1]);  // 1 where none is given
+    EXPECT_NE(lines[0], lines[2]);
+}
+
 TEST_F(Driver, TheFeederReadsThisHostsOwnStatistics)
 {
     Feeder feeder;
@@ -918,17 +916,20 @@ TEST_F(Driver, ASecondFeederIsRefusedInWords)
     EXPECT_EQ(1u, DriversDisk(7).state);  // the first one's
 }
 
-TEST_F(Driver, AfterAKilledFeederTheValuesFreezeAndTheNextOneMayFeed)
+TEST_F(Driver, AfterAKilledFeederTheNextOneMayFeed)
 {
     Feeder            feeder;
     const std::string script = feeder.Put("s.scn", ENDLESS);
     feeder.Start("--speed 20 --scenario " + script);
     ASSERT_TRUE(Eventually([this] { return DriversDisk(7).state == 1; }));
+    // Who looks at the mutex keeps it alive: the next feeder takes it over from the one that is gone.
+    const HANDLE looked = OpenMutexA(SYNCHRONIZE, FALSE, "Global\\TNW_VELCOR_FEEDER");
+    ASSERT_NE(nullptr, looked);
     feeder.Kill();
-    const unsigned long long frozen = FiltersDisk(7).write_bytes;
-    EXPECT_EQ(frozen, FiltersDisk(7).write_bytes);
+    EXPECT_NE(0u, FiltersDisk(7).write_bytes);  // what was fed last stands
     EXPECT_EQ(0u, feeder.Run("--once --scenario " + script)) << feeder.File("out");
     EXPECT_EQ(512u, FiltersDisk(7).write_bytes);
+    CloseHandle(looked);
 }
 
 TEST_F(DriverNotStarted, TheFeederWaitsForTheDriverAndSaysSoOnce)
@@ -978,6 +979,76 @@ TEST_F(DriverNotStarted, WrongUsageAndRefusedFilesHaveTheirOwnExitCodes)
     EXPECT_EQ(3u, feeder.Run("--host --diskstats " + stats));
     EXPECT_THAT(feeder.File("out"), HasSubstr("disks.map:2: mirror disk 1 is already vda"));
     EXPECT_THAT(feeder.File("etc\\disks.map"), StartsWith("1 vda\n1 vdb\n"));  // a refused map is not overwritten
+}
+
+/* The longest path that a program is started from; the journal's is longer, and outside of the code page. */
+TEST_F(Driver, TheFeederFindsItsHomeBelowALongPathOfAnyLetters)
+{
+    const size_t        shortest = TestHome(L"x").PlainPath(L"bin\\velcorfeed.exe").size();
+    const std::wstring  leaf = L"\x65E5\x672C\x8A9E" + std::wstring(MAX_PATH - 1 - 2 - shortest, L'x');
+    const TestHome      home(leaf.c_str());
+    STARTUPINFOW        startup = {};
+    PROCESS_INFORMATION process = {};
+    DWORD               code = 999;
+    home.CopyIn(L"" FEEDER, L"bin\\velcorfeed.exe");
+    home.Write(L"s.scn", "disk 7 on writes 3 bytes 100\nstep\n");
+    const std::wstring program = home.Path(L"bin\\velcorfeed.exe");
+    std::wstring       command = L"velcorfeed --once --scenario \"" + home.Path(L"s.scn") + L"\"";
+    ASSERT_GT(home.Path(L"log\\velcorfeed.journal").size() - strlen("\\\\?\\"), size_t{ MAX_PATH });
+    startup.cb = sizeof(startup);
+    ASSERT_TRUE(Created([&] {
+        return CreateProcessW(program.c_str() + strlen("\\\\?\\"), &command[0], NULL, NULL, FALSE, 0, NULL, NULL,
+                              &startup, &process);
+    })) << GetLastError();
+    EXPECT_EQ(DWORD{ WAIT_OBJECT_0 }, WaitForSingleObject(process.hProcess, PATIENCE_MS));
+    GetExitCodeProcess(process.hProcess, &code);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    EXPECT_EQ(0u, code);
+    EXPECT_EQ(1u, DriversDisk(7).state);
+    EXPECT_THAT(home.Read(L"log\\velcorfeed.journal"), HasSubstr(",7,-,300,3,"));
+}
+
+TEST_F(Driver, TheFeedersMutexIsForTheSystemAndAdministratorsAlone)
+{
+    static const WELL_KNOWN_SID_TYPE ALLOWED[] = { WinLocalSystemSid, WinBuiltinAdministratorsSid };
+    Feeder                           feeder;
+    PACL                             dacl = NULL;
+    PSECURITY_DESCRIPTOR             descriptor = NULL;
+    feeder.Start("--speed 20 --scenario " + feeder.Put("s.scn", ENDLESS));
+    ASSERT_TRUE(Eventually([this] { return DriversDisk(7).state == 1; }));
+    const HANDLE mutex = OpenMutexA(READ_CONTROL, FALSE, "Global\\TNW_VELCOR_FEEDER");
+    ASSERT_NE(nullptr, mutex);
+    ASSERT_EQ(
+        0u, GetSecurityInfo(mutex, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, NULL, NULL, &dacl, NULL, &descriptor));
+    ASSERT_NE(nullptr, dacl);
+    ASSERT_EQ(std::size(ALLOWED), dacl->AceCount);
+    for (DWORD i = 0; i < std::size(ALLOWED); i++) {
+        void* entry = NULL;
+        ASSERT_TRUE(GetAce(dacl, i, &entry));
+        EXPECT_EQ(ACCESS_ALLOWED_ACE_TYPE, static_cast<ACCESS_ALLOWED_ACE*>(entry)->Header.AceType);
+        EXPECT_TRUE(IsWellKnownSid(&static_cast<ACCESS_ALLOWED_ACE*>(entry)->SidStart, ALLOWED[i]));
+    }
+    LocalFree(descriptor);
+    CloseHandle(mutex);
+}
+
+TEST_F(Driver, AnAccountThatMayNotBecomeTheFeederIsToldSo)
+{
+    Feeder              feeder;
+    const std::string   script = feeder.Put("s.scn", ENDLESS);
+    ACL                 nobody = {};
+    SECURITY_DESCRIPTOR descriptor = {};
+    SECURITY_ATTRIBUTES attributes = { sizeof(attributes), &descriptor, FALSE };
+    InitializeAcl(&nobody, sizeof(nobody), ACL_REVISION);
+    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+    SetSecurityDescriptorDacl(&descriptor, TRUE, &nobody, FALSE);
+    const HANDLE theirs = CreateMutexA(&attributes, FALSE, "Global\\TNW_VELCOR_FEEDER");
+    ASSERT_NE(nullptr, theirs);
+    EXPECT_EQ(5u, feeder.Run("--once --scenario " + script));
+    EXPECT_EQ("velcorfeed: only administrators may feed the driver.\r\n", feeder.File("out"));
+    EXPECT_EQ(0u, DriversDisk(7).state);
+    CloseHandle(theirs);
 }
 
 TEST_F(DriverNotStarted, AsAServiceTheFeederComesUpBeforeTheDriverAndStops)

@@ -1,6 +1,7 @@
 /*
  * What a hostile file costs: bytes read and memory taken, counted at the library's own calls of ReadFile and of the
- * allocator. Reading is bounded by size and number of reads, memory by a multiple of the largest file.
+ * allocator. Reading is bounded by size and number of reads, memory by a multiple of the largest file. And what a call
+ * leaves behind that gets no memory.
  */
 #include "unit/tnwxml_fixture.h"
 #include <algorithm>
@@ -18,8 +19,11 @@ struct Memory {
     size_t blocks = 0;
     size_t calls = 0;
 };
-Memory g_memory;
-size_t g_bytesRead;
+Memory             g_memory;
+size_t             g_starveAt;  // the n-th allocation from here on gets nothing; 0: none
+size_t             g_bytesRead;
+bool               g_grows;  // a file of GROWING_BYTES fills every read, as one that is written to all the time
+constexpr LONGLONG GROWING_BYTES = 7;
 
 void Taken(void* block)
 {
@@ -33,7 +37,7 @@ void Taken(void* block)
 
 void* __cdecl CountedMalloc(size_t size)
 {
-    void* block = malloc(size);
+    void* block = g_starveAt != 0 && --g_starveAt == 0 ? nullptr : malloc(size);
     Taken(block);
     return block;
 }
@@ -49,7 +53,13 @@ void __cdecl CountedFree(void* block)
 
 BOOL WINAPI CountedReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLAPPED* overlapped)
 {
-    const BOOL done = ReadFile(file, buffer, size, read, overlapped);
+    LARGE_INTEGER bytes = {};
+    BOOL          done = ReadFile(file, buffer, size, read, overlapped);
+    if (g_grows && GetFileSizeEx(file, &bytes) && bytes.QuadPart == GROWING_BYTES && g_bytesRead < 16 * MIB) {
+        memset(buffer, ' ', size);
+        *read = size;
+        done = TRUE;
+    }
     g_bytesRead += done ? *read : 0;
     return done;
 }
@@ -128,6 +138,7 @@ static std::vector<Bomb> Bombs()
              { "references_without_end", "<root>" + Repeat("&lol;", 200000) + "</root>", "no entities" },
              { "ten_thousand_levels", "<root>" + Repeat("<a>", 10000) + Repeat("</a>", 10000) + "</root>",
                "64 levels" },
+             { "tags_that_are_never_closed", Repeat("<a>", 300000), "64 levels" },
              { "sixty_four_thousand_attributes", "<root" + attributes + "/>", "64 attributes" },
              { "nul_bytes", "<root>" + std::string(MIB - 20, '\0') + "</root>", "NUL" },
              { "overlong_utf8", "<root><!--" + Repeat("\xC0\xBC", 500000) + "--></root>", "not in UTF-8" },
@@ -164,6 +175,20 @@ TEST_F(Hostile, AHundredMebibytesAreNotRead)
     EXPECT_STREQ(Cost().szReason, "The file is larger than 1048576 bytes.");
     EXPECT_EQ(FileBytesRead(), 0u);
     EXPECT_LE(g_memory.peak, BESIDES);
+}
+
+TEST_F(Hostile, AFileThatGrowsWhileItIsReadIsReadToTheBoundAlone)
+{
+    const std::string small = "<root/>";
+    ASSERT_EQ(small.size(), static_cast<size_t>(GROWING_BYTES));
+    g_grows = true;
+    const XMLLIB_FINDING& finding = Cost(small);
+    g_grows = false;
+    EXPECT_EQ(finding.dwStatus, XMLLIB_NOT_WELL_FORMED);
+    EXPECT_STREQ(finding.szReason, "The file is larger than 1048576 bytes.");
+    EXPECT_GT(FileBytesRead(), 3 * MIB);
+    EXPECT_LE(FileBytesRead(), 3 * (MIB + 4096 + 8));  // three reads, each with the piece that passes the bound
+    EXPECT_LE(g_memory.peak, 4 * MIB + BESIDES);       // a text that doubles, and its copy
 }
 
 // The largest trees that a file may make: the parser takes 96 bytes for an element and 64 for an attribute. A mebibyte
@@ -206,4 +231,93 @@ TEST_F(Hostile, AnEditIsHeldToTheSameBounds)
     EXPECT_LE(g_memory.peak, 44 * MIB);  // tree, its text, the old text and the new one
     const std::string end = "<a/><diskperf><log><level>1</level><size>64</size></log></diskperf></root>";
     EXPECT_EQ(text.substr(text.size() - end.size()), end);
+}
+
+/* ---- No memory ---- */
+
+class Starved : public Hostile {
+protected:
+    Starved()
+    {
+        g_starveAt = 1;
+        Check();  // what the run-time sets up at the first exception
+    }
+
+    // The call, once for each of its allocations, with nothing for that one: the status that says so, nothing left
+    // behind, and the same call succeeds then. undo takes back what a call that succeeds leaves.
+    void ExpectWhole(
+        const std::function<DWORD()>& call, const std::function<void()>& undo = [] {})
+    {
+        for (size_t n = 1;; n++) {
+            ASSERT_LT(n, 1000u);
+            const size_t blocks = g_memory.blocks;
+            g_starveAt = n;
+            const DWORD status = call();
+            const bool  starved = g_starveAt == 0;
+            g_starveAt = 0;
+            if (!starved) {
+                EXPECT_EQ(status, XMLLIB_OK);
+                EXPECT_GT(n, 3u) << "hardly anything was taken";
+                undo();
+                return;
+            }
+            ASSERT_EQ(status, XMLLIB_NO_MEMORY) << n;
+            ASSERT_EQ(g_memory.blocks, blocks) << n;
+            ASSERT_EQ(call(), XMLLIB_OK) << n;
+            undo();
+        }
+    }
+};
+
+static const char NO_MEMORY[] = "There is not enough memory to read the files.";
+
+TEST_F(Starved, APolicyIsLoadedWholeOrNotAtAll)
+{
+    ASSERT_EQ(init("diskperf"), XMLLIB_OK);
+    ExpectWhole(
+        [this] {
+            const XMLLIB_STATUS status = load_policy("diskperf");
+            EXPECT_TRUE(status == XMLLIB_OK || unload_policy("diskperf") == XMLLIB_WRONG_ORDER);
+            return static_cast<DWORD>(status);
+        },
+        [this] { EXPECT_EQ(unload_policy("diskperf"), XMLLIB_OK); });
+}
+
+TEST_F(Starved, AConfigurationIsLoadedWholeOrNotAtAll)
+{
+    ASSERT_EQ(init("diskperf"), XMLLIB_OK);
+    ASSERT_EQ(load_policy("diskperf"), XMLLIB_OK);
+    ExpectWhole(
+        [this] {
+            const XMLLIB_STATUS status = load_config(XMLLIB_CONFIG_CLUSTER);
+            EXPECT_TRUE(status == XMLLIB_OK || unload_config() == XMLLIB_WRONG_ORDER);
+            return static_cast<DWORD>(status);
+        },
+        [this] { EXPECT_EQ(unload_config(), XMLLIB_OK); });
+}
+
+TEST_F(Starved, ACheckSaysSoAndReportsNothingElse)
+{
+    ExpectWhole([this] {
+        const XMLLIB_REPORT& report = Check();
+        if (report.finding.dwStatus != XMLLIB_OK) {
+            XMLLIB_REPORT expected = {};
+            expected.finding.dwStatus = XMLLIB_NO_MEMORY;
+            strcpy(expected.finding.szReason, NO_MEMORY);
+            EXPECT_EQ(memcmp(&report, &expected, sizeof(expected)), 0) << report.finding.szReason;
+        }
+        return report.finding.dwStatus;
+    });
+}
+
+TEST_F(Starved, AnEditSaysSoAndWritesNothing)
+{
+    Config("<root><diskperf><log><level>7</level></log></diskperf></root>");
+    ExpectWhole([this] {
+        std::string text;
+        const DWORD status = Edit({ { "/root/diskperf/log/level", "1" }, { "/root/diskperf/log/size", "64" } }, &text);
+        EXPECT_STREQ(edit_finding.szReason, status == XMLLIB_OK ? "" : NO_MEMORY);
+        EXPECT_STREQ(edit_finding.szKey, "");
+        return status;
+    });
 }

@@ -366,6 +366,19 @@ TEST_F(Host, ADiskThatWasAwayAndComesBackWithSmallerCountersHasNotWrapped)
     EXPECT_EQ(4096u, feed.filter.entry[0].send_queue_peak);
 }
 
+TEST_F(Host, ADiskThatComesBackWithSmallerCountersForgetsTheWrapsOfBefore)
+{
+    SetDisk("sda", 1, 8, 4294967295ull);
+    HostSource source = Make();
+    Next(source);
+    SetDisk("sda", 1, 8, 9);
+    EXPECT_EQ(4294967305000ull, Next(source).feed.filter.entry[0].write_us);  // (2^32 + 9) ms
+    disks.clear();
+    Next(source);
+    SetDisk("sda", 1, 8, 3);
+    EXPECT_EQ(3000u, Next(source).feed.filter.entry[0].write_us);
+}
+
 // What a disk wrote while it was away from our sight is its load when it comes back: its sums stay the host's.
 TEST_F(Host, ADiskThatComesBackWithLargerCountersGoesOnWithThem)
 {

@@ -3,6 +3,7 @@
 
 #include "files.h"
 #include "journal.h"
+#include "support/import_hooks.h"
 #include "support/temp_folder.h"
 
 TEST(Journal, ALineSaysWhenWhichDiskAndItsSums)
@@ -125,4 +126,61 @@ TEST_F(GrowingFile, ReplacingLeavesNoTraceOfTheNewFilesName)
     Put("two");
     EXPECT_EQ("two", Text(path));
     EXPECT_EQ("(none)", Text(path + ".new"));
+}
+
+/* A disk that takes half of what it is given. */
+static bool g_full;
+
+static BOOL WINAPI WriteToFullDisk(HANDLE file, const void* bytes, DWORD size, DWORD* written, OVERLAPPED* overlapped)
+{
+    // The hook stands in this program's own slot: what is passed on goes another way.
+    static const auto write = reinterpret_cast<decltype(&WriteFile)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "WriteFile")));
+    return write(file, bytes, g_full ? size / 2 : size, written, overlapped);
+}
+
+class FullDisk : public GrowingFile {
+protected:
+    FullDisk() : m_write(GetModuleHandleA(NULL), "kernel32.dll", "WriteFile", WriteToFullDisk)
+    {
+    }
+    ~FullDisk() override
+    {
+        g_full = false;
+    }
+
+private:
+    ImportHook m_write;
+};
+
+TEST_F(FullDisk, ALineThatFitsInPartIsTakenBack)
+{
+    LineFile file(path, "head", 1000);
+    EXPECT_EQ(0u, file.Write("one"));
+    g_full = true;
+    EXPECT_EQ(DWORD{ ERROR_DISK_FULL }, file.Write("a longer line"));
+    EXPECT_EQ("head\r\none\r\n", Text(path));
+    g_full = false;
+    EXPECT_EQ(0u, file.Write("two"));
+    EXPECT_EQ("head\r\none\r\ntwo\r\n", Text(path));
+}
+
+TEST_F(FullDisk, AFileThatCannotBeReplacedStandsAsItWas)
+{
+    Put("old");
+    g_full = true;
+    EXPECT_EQ(DWORD{ ERROR_DISK_FULL }, ReplaceWholeFile(path, "new"));
+    EXPECT_EQ("old", Text(path));
+    EXPECT_EQ("(none)", Text(path + ".new"));
+}
+
+TEST_F(GrowingFile, AFileBeyondFourMebibytesIsNotRead)
+{
+    std::string text;
+    Put(std::string(4u << 20, 'x'));
+    EXPECT_EQ(0u, ReadWholeFile(path, text));
+    EXPECT_EQ(4u << 20, text.size());
+    Put(std::string((4u << 20) + 1, 'x'));
+    EXPECT_EQ(DWORD{ ERROR_FILE_TOO_LARGE }, ReadWholeFile(path, text));
+    EXPECT_EQ("", text);
 }

@@ -4,6 +4,33 @@
 
 static const DWORD READ_LIMIT = 4u << 20;
 
+static std::wstring Wide(const std::string& text)
+{
+    const int    size = static_cast<int>(text.size());
+    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), size, NULL, 0)), L'\0');
+
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), size, &wide[0], static_cast<int>(wide.size()));
+    return wide;
+}
+
+std::string Narrow(const std::wstring& wide)
+{
+    const int   size = static_cast<int>(wide.size());
+    std::string text(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, NULL, 0, NULL, NULL)),
+                     '\0');
+
+    WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, &text[0], static_cast<int>(text.size()), NULL, NULL);
+    return text;
+}
+
+/* The path as the system takes it: on a drive, one of MAX_PATH characters and more needs the form without a bound. */
+static std::wstring Native(const std::string& path)
+{
+    const std::wstring wide = Wide(path);
+
+    return wide.size() >= MAX_PATH && wide[1] == L':' ? L"\\\\?\\" + wide : wide;
+}
+
 std::vector<std::string> Lines(const std::string& text)
 {
     std::vector<std::string> lines;
@@ -57,8 +84,9 @@ bool ParseNumber(const std::string& word, unsigned long long& number)
 
 DWORD ReadWholeFile(const std::string& path, std::string& text)
 {
-    HANDLE file = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, NULL,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, NULL);
+    HANDLE file =
+        CreateFileW(Native(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, NULL,
+                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, NULL);
     std::string all;
     char        piece[16384];
     DWORD       read = 0;
@@ -98,8 +126,9 @@ static DWORD WriteAll(HANDLE file, const std::string& bytes)
 DWORD ReplaceWholeFile(const std::string& path, const std::string& text)
 {
     const std::string fresh = path + ".new";
-    HANDLE file = CreateFileA(fresh.c_str(), GENERIC_WRITE, 0, NULL, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, NULL);
-    DWORD  error = ERROR_SUCCESS;
+    HANDLE            file =
+        CreateFileW(Native(fresh).c_str(), GENERIC_WRITE, 0, NULL, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, NULL);
+    DWORD error = ERROR_SUCCESS;
 
     if (file == INVALID_HANDLE_VALUE) {
         return GetLastError();
@@ -110,30 +139,30 @@ DWORD ReplaceWholeFile(const std::string& path, const std::string& text)
     }
     CloseHandle(file);
     if (error == ERROR_SUCCESS &&
-        !MoveFileExA(fresh.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        !MoveFileExW(Native(fresh).c_str(), Native(path).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
         error = GetLastError();
     }
     if (error != ERROR_SUCCESS) {
-        DeleteFileA(fresh.c_str());
+        DeleteFileW(Native(fresh).c_str());
     }
     return error;
 }
 
 DWORD ListFolder(const std::string& path, std::vector<std::string>& names)
 {
-    WIN32_FIND_DATAA entry;
-    HANDLE           find = FindFirstFileA((path + "\\*").c_str(), &entry);
+    WIN32_FIND_DATAW entry;
+    HANDLE           find = FindFirstFileW(Native(path + "\\*").c_str(), &entry);
 
     names.clear();
     if (find == INVALID_HANDLE_VALUE) {
         return GetLastError();
     }
     do {
-        const std::string name = entry.cFileName;
+        const std::string name = Narrow(entry.cFileName);
         if (name != "." && name != "..") {
             names.push_back(name);
         }
-    } while (FindNextFileA(find, &entry));
+    } while (FindNextFileW(find, &entry));
     FindClose(find);
     return ERROR_SUCCESS;
 }
@@ -209,8 +238,8 @@ DWORD LineFile::Open()
     if (m_file != INVALID_HANDLE_VALUE) {
         return ERROR_SUCCESS;
     }
-    m_file = CreateFileA(m_path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, NULL,
-                         OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, NULL);
+    m_file = CreateFileW(Native(m_path).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                         NULL, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, NULL);
     if (m_file == INVALID_HANDLE_VALUE) {
         return GetLastError();
     }
@@ -238,7 +267,7 @@ DWORD LineFile::Open()
 DWORD LineFile::Rotate()
 {
     Close();
-    MoveFileExA(m_path.c_str(), OlderGeneration(m_path).c_str(), MOVEFILE_REPLACE_EXISTING);
+    MoveFileExW(Native(m_path).c_str(), Native(OlderGeneration(m_path)).c_str(), MOVEFILE_REPLACE_EXISTING);
     return Open();
 }
 

@@ -1,5 +1,6 @@
 /*
- * Small files of the feeder: read whole, replaced in one step, or grown line by line up to a bound.
+ * Small files of the feeder: read whole, replaced in one step, or grown line by line up to a bound. Paths are UTF-8, of
+ * any length.
  */
 #ifndef VELCORFEED_FILES_H
 #define VELCORFEED_FILES_H
@@ -19,6 +20,9 @@ std::vector<std::string> Words(const std::string& line);
  * @return false for anything else, and for more than 64 bits hold; number is untouched then.
  */
 bool ParseNumber(const std::string& word, unsigned long long& number);
+
+/** The text in UTF-8, for paths above all. */
+std::string Narrow(const std::wstring& wide);
 
 /**
  * Reads a file to its end, also one whose size the system does not know before (proc files).

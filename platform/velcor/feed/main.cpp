@@ -17,7 +17,7 @@
 
 struct Options {
     bool        host = false;
-    std::string scenario;
+    std::string scenario;  // all paths are UTF-8
     std::string journal;
     std::string map;
     std::string diskstats = "Z:\\proc\\diskstats";
@@ -39,14 +39,19 @@ static SERVICE_STATUS_HANDLE g_serviceStatus;
 /* HOME: the parent of the folder that this program lies in. */
 static std::string Home()
 {
-    char        path[MAX_PATH];
-    const DWORD length = GetModuleFileNameA(NULL, path, sizeof(path));
-    std::string home(path, length < sizeof(path) ? length : 0);
+    std::wstring path(MAX_PATH, L'\0');
+    DWORD        length = 0;
 
-    for (int i = 0; i < 2; i++) {
-        home = home.substr(0, home.find_last_of("\\/"));
+    // A path that does not fit is cut off without a word; 32768 is the longest there is.
+    while ((length = GetModuleFileNameW(NULL, &path[0], static_cast<DWORD>(path.size()))) == path.size() &&
+           path.size() < 32768) {
+        path.resize(path.size() * 2);
     }
-    return home;
+    path.resize(length);
+    for (int i = 0; i < 2; i++) {
+        path = path.substr(0, path.find_last_of(L"\\/"));
+    }
+    return Narrow(path);
 }
 
 /* ---- What is fed ---- */
@@ -256,7 +261,7 @@ unreadable or refused (file, line and reason are printed); 4 another feeder runs
 statistics cannot be read
 )help";
 
-int main(int argc, char** argv)
+int wmain(int argc, wchar_t** argv)
 {
     CLI::App     app("Feeds the simulated mirror-disk driver: with the disks of this host, or from a script.",
                      "velcorfeed");
@@ -282,8 +287,12 @@ int main(int argc, char** argv)
     app.add_flag("--service", g_options.service,
                  "Run under the service manager, as service velcorfeed (without --scenario: --host)");
     app.footer(HELP_HEAD + ScenarioHelp() + HELP_TAIL);
+    std::vector<std::string> arguments;  // last first, as the parser takes them
+    for (int i = argc - 1; i > 0; i--) {
+        arguments.push_back(Narrow(argv[i]));
+    }
     try {
-        app.parse(argc, argv);
+        app.parse(arguments);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     }
