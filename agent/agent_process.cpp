@@ -9,11 +9,13 @@
 
 #include "admin_only.h"
 #include "agent_life.h"
+#include "aside.h"
 #include "driver_device.h"
 #include "home.h"
 #include "journal_log.h"
 #include "names.h"
 #include "process_info.h"
+#include "process_stop_watch.h"
 #include "producer_guard.h"
 #include "text.h"
 #include "tnwdiskperf.h"
@@ -144,37 +146,6 @@ private:
     HANDLE m_reload;
 };
 
-class ProcessStopWatch : public StopWatchPorts {
-public:
-    ProcessStopWatch(Front& front, Journal& journal, HANDLE ended) : m_front(front), m_journal(journal), m_ended(ended)
-    {
-    }
-    DWORD Tick() override
-    {
-        return GetTickCount();
-    }
-    bool WaitEnd(DWORD limitMs) override
-    {
-        return WaitForSingleObject(m_ended, limitMs) != WAIT_TIMEOUT;
-    }
-    void StillStopping(DWORD checkPoint) override
-    {
-        m_front.StillStopping(checkPoint, STOP_HINT_MS);
-    }
-    void GiveUp() override
-    {
-        LineWithin(m_journal, TNWLOG_ERROR, { "agent/agent_process", __LINE__, __func__ },
-                   fmt::format(" not down after {} s: the process ends now", STOP_LIMIT_MS / 1000), LAST_LINE_MS);
-        m_front.Stopped(AGENT_STOP_OVERDUE);
-        TerminateProcess(GetCurrentProcess(), AGENT_STOP_OVERDUE);
-    }
-
-private:
-    Front&   m_front;
-    Journal& m_journal;
-    HANDLE   m_ended;
-};
-
 }  // namespace
 
 AgentProcess::AgentProcess(Front& front) : m_front(front)
@@ -262,10 +233,9 @@ AgentExit AgentProcess::LiveAlone()
     SetEvent(m_ended);
     AllowWatch(nullptr);
     if (code == AGENT_STOP_OVERDUE) {
-        // Threads of the library still run: the producer's mutex must not be free before they are gone. An end that
-        // nobody asked for is no stop: the service manager restarts what ends without a word.
-        if (m_front.IsConsole() || supervisor.StopAsked())
-            m_front.Stopped(code);
+        // Threads of the library still run: the producer's mutex must not be free before they are gone.
+        if (CountsAsStop(m_front.IsConsole(), supervisor.StopAsked(), code))
+            Aside().Do([this, code] { m_front.Stopped(code); }, ASIDE_MS);
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
     }
     return code;
