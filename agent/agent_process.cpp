@@ -112,6 +112,10 @@ public:
     {
         return LocalUtcOffsetMinutes();
     }
+    DWORD Tick() override
+    {
+        return GetTickCount();
+    }
 };
 
 class EventSupervisor : public Supervisor {
