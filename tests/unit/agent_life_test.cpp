@@ -89,6 +89,7 @@ public:
     {
         calls.push_back("initialize");
         *code = initializeCode;
+        Next(&times, WORD{ 0 });  // it takes its time
         return Next(&initializeResults, initializes);
     }
     bool Reinitialize(DWORD* code) override
@@ -394,12 +395,12 @@ TEST_F(AgentLifeTest, AgentStateTellsWhenTheLibraryWasLastBroughtUp)
 {
     world.lives = { false, true };
     world.signals = { Signal::Nothing };
-    world.times = { 5, 6, 7, 8, 9 };
+    world.times = { 5, 6, 7, 8, 9, 10, 11 };
     Live();
     EXPECT_EQ(world.saved[0].broughtUp, "");
     EXPECT_EQ(world.saved[1].phase, AgentPhase::Running);
     EXPECT_EQ(world.saved[1].broughtUp, "2026-03-07T14:05:06.042+01:00");
-    EXPECT_EQ(Last().broughtUp, "2026-03-07T14:05:08.042+01:00");  // 7 is the time of the failure
+    EXPECT_EQ(Last().broughtUp, "2026-03-07T14:05:09.042+01:00");  // up at 7, gone at 8
 }
 
 TEST_F(AgentLifeTest, AHandleThatLivesIsLeftAlone)
@@ -539,6 +540,7 @@ TEST_F(AgentLifeTest, AReloadTakesOverFourSettingsAndLetsFiveWait)
 
     const AgentState& after = Last();
     EXPECT_EQ(after.lastReload->result, ReloadResult::Accepted);
+    EXPECT_EQ(after.lastReload->at, "2026-03-07T14:05:09.042+01:00");
     EXPECT_THAT(after.lastReload->takenOver, ElementsAre(PERF_ENABLE, PERF_LOG_SAVE, WRITE_INTERVAL, COLLECT_PARAM));
     EXPECT_THAT(after.lastReload->waiting,
                 ElementsAre(PERF_LOG_SIZE, PERF_LOG_ROTATION, COLLECT_INTERVAL, LOG_LEVEL, LOG_SIZE));

@@ -70,8 +70,9 @@ public:
     /* What a call refers to must live on until then. */
     void AwaitEnded(int count)
     {
-        while (m_ended < count)
+        for (int i = 0; m_ended < count && i < 60000; i++)
             Sleep(1);
+        EXPECT_GE(m_ended, count);
     }
 
 private:
