@@ -1,9 +1,6 @@
 #include "agent_process.h"
 
 #include <fmt/format.h>
-#include <atomic>
-#include <memory>
-#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -11,6 +8,7 @@
 #include "agent_life.h"
 #include "aside.h"
 #include "driver_device.h"
+#include "driver_start.h"
 #include "home.h"
 #include "journal_log.h"
 #include "names.h"
@@ -46,44 +44,6 @@ public:
     {
         return CheckConfiguration(nullptr);
     }
-};
-
-/* The service manager may keep a start call for as long as it likes: a thread of its own makes it, and is left alone
- * when the time is over. A driver that runs needs no thread, whose stack some systems keep behind its end. */
-class Win32DriverService : public DriverService {
-public:
-    ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) override
-    {
-        const std::optional<ServiceStart> settled = NoStartNeeded(SystemServices(), DRIVER_SERVICE);
-        if (settled)
-            return *settled;
-
-        struct Attempt {
-            std::atomic<bool> left{ false };
-            std::atomic<bool> done{ false };
-            ServiceStart      result;
-        };
-        const auto attempt = std::make_shared<Attempt>();
-        std::thread([attempt, limitMs] {
-            attempt->result = StartAndWait(SystemServices(), DRIVER_SERVICE, limitMs, [&attempt](DWORD ms) {
-                Sleep(ms);
-                return !attempt->left;
-            });
-            attempt->done = true;
-        }).detach();
-
-        const DWORD start = GetTickCount();
-        while (!attempt->done && GetTickCount() - start < limitMs && !stopAsked())
-            Sleep(POLL_MS);
-        attempt->left = true;
-        if (attempt->done)
-            return attempt->result;
-        return { false, stopAsked() ? "was not waited for: the agent is to stop"
-                                    : fmt::format("did not come up within {} s", limitMs / 1000) };
-    }
-
-private:
-    static constexpr DWORD POLL_MS = 20;
 };
 
 class StateFileStore : public StateStore {
@@ -225,7 +185,7 @@ AgentExit AgentProcess::LiveAlone()
     MutexGuard             guard;
     LinkedProduct          product;
     InstalledConfiguration configuration;
-    Win32DriverService     driver;
+    DriverStart            driver(SystemServices());
     ControlDevice          device;
     StateFileStore         store(home);
     SystemClock            clock;
