@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <windows.h>
+#include <aclapi.h>
 #include <memory>
 #include <stdexcept>
 #include <stdlib.h>
@@ -84,6 +85,20 @@ protected:
     {
         const SERVICE_STATUS status = service->Status();
         return status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR ? status.dwServiceSpecificExitCode : 0;
+    }
+
+    /* Whom an event's list of access names; -1 where it has no list: everybody may open it. */
+    static int EntriesOfAccess(const wchar_t* name)
+    {
+        PACL                 list = NULL;
+        PSECURITY_DESCRIPTOR descriptor = NULL;
+        const HANDLE         event = OpenEventW(READ_CONTROL, FALSE, name);
+        const DWORD          error =
+            GetSecurityInfo(event, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, NULL, NULL, &list, NULL, &descriptor);
+        const int entries = error == ERROR_SUCCESS && list != NULL ? list->AceCount : -1;
+        LocalFree(descriptor);
+        CloseHandle(event);
+        return entries;
     }
 
     static std::vector<std::string> Codes(const Json& status)
@@ -371,6 +386,7 @@ TEST_F(Agent, AnAgentInTheForegroundIsReloadedTooAndStopsByCtrlC)
     EXPECT_EQ(0u, asked.code) << asked.output;
     EXPECT_EQ(9u, Published().write_interval);
     EXPECT_EQ("console", Status()["agent"]["mode"]);
+    EXPECT_EQ(2, EntriesOfAccess(L"Global\\TNW_DKPF_AGENT_RELOAD"));  // administrators and the system account
     EXPECT_TRUE(agent.CtrlC()) << GetLastError();
     EXPECT_THAT(agent.Rest(), HasSubstr("dkpfagent: stopped"));
     EXPECT_EQ(0u, agent.End());
