@@ -126,23 +126,32 @@ AgentExit AgentLife::BringUp()
 
 void AgentLife::Serve()
 {
-    for (;;) {
-        switch (m_ports.supervisor.Wait(TICK_MS)) {
-        case Signal::Stop:
+    DWORD looked = m_ports.clock.Tick();
+    DWORD passed = 0;
+    while (!m_stuck) {
+        const Signal signal = m_ports.supervisor.Wait(TICK_MS - passed);
+        if (signal == Signal::Stop)
             return;
-        case Signal::Reload:
+        if (signal == Signal::Reload)
             Reload();
-            break;
-        case Signal::Nothing:
-            LookAtDevice();
-            if (m_stuck)
-                return;
-            LookAtClock();
-            if (m_unsaved)
-                Save();
-            break;
+        // Reloads that follow each other closely must not put the look off.
+        passed = m_ports.clock.Tick() - looked;
+        if (signal == Signal::Nothing || passed >= TICK_MS) {
+            LookAround();
+            looked = m_ports.clock.Tick();
+            passed = 0;
         }
     }
+}
+
+void AgentLife::LookAround()
+{
+    LookAtDevice();
+    if (m_stuck)
+        return;
+    LookAtClock();
+    if (m_unsaved)
+        Save();
 }
 
 void AgentLife::Reload()
@@ -206,7 +215,11 @@ void AgentLife::BringUpAnew()
     DWORD               code = DKPF_ERR_SUCCESS;
 
     if (!verdict.accepted) {  // the library would go down and not come up
-        AGENT_LINE(TNWLOG_ERROR, " the device is back, but the configuration is refused: " + verdict.refusal);
+        const std::string words = "the device is back, but the configuration is refused: " + verdict.refusal;
+        if (RememberHindrance(words)) {
+            AGENT_LINE(TNWLOG_ERROR, " " + words);
+            Save();
+        }
         return;
     }
     if (m_up) {
@@ -227,13 +240,14 @@ void AgentLife::BringUpAnew()
     m_up = m_ports.product.Initialize(&code);
     if (!m_up) {
         const std::string words = "DkpfInitialize failed with " + ResultText(code);
-        AGENT_LINE(TNWLOG_ERROR, " " + words + "; trying again");
-        Remember(words);
+        if (RememberHindrance(words))
+            AGENT_LINE(TNWLOG_ERROR, " " + words + "; trying again");
     } else {
         // The one all-clear where a worker thread had stopped on an error: that event has none.
         AGENT_LINE(TNWLOG_NOTICE, " the driver's device is there, the performance library was brought up anew");
         m_state.inForce = verdict.values;
         m_deviceGone = false;
+        m_hindrance.clear();
     }
     Save();
 }
@@ -266,7 +280,10 @@ AgentExit AgentLife::BringDown()
         Remember(words);
         code = result == DKPF_ERR_THREAD_EXIT ? AGENT_STOP_OVERDUE : AGENT_STOPPED;
     }
-    AGENT_LINE(TNWLOG_NOTICE, " stopped");
+    if (code == AGENT_STOPPED)
+        AGENT_LINE(TNWLOG_NOTICE, " stopped");
+    else
+        AGENT_LINE(TNWLOG_ERROR, " not down: threads of the library still run; the process ends now");
     m_state.phase = AgentPhase::Stopped;
     m_state.exitCode = static_cast<DWORD>(code);
     Save();
@@ -287,6 +304,17 @@ AgentExit AgentLife::GiveUp(AgentExit code, const std::string& failure)
 void AgentLife::Remember(const std::string& failure)
 {
     m_state.lastFailure = FailureRecord{ Now(), failure };
+}
+
+/* FALSE: told already. Each look meets the same one again until somebody mends it: a line for each would push older
+ * history out of the log. */
+bool AgentLife::RememberHindrance(const std::string& words)
+{
+    if (words == m_hindrance)
+        return false;
+    m_hindrance = words;
+    Remember(words);
+    return true;
 }
 
 void AgentLife::Save()

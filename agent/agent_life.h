@@ -34,6 +34,7 @@ private:
     AgentExit BringUp();
     void      Serve();
     void      Reload();
+    void      LookAround();
     void      LookAtDevice();
     void      BringUpAnew();
     void      LookAtClock();
@@ -41,6 +42,7 @@ private:
 
     AgentExit   GiveUp(AgentExit code, const std::string& failure);
     void        Remember(const std::string& failure);
+    bool        RememberHindrance(const std::string& words);
     void        Save();
     std::string Now();
 
@@ -52,6 +54,7 @@ private:
     bool        m_deviceGone = false;  // told; the library is brought up anew when the device is back
     bool        m_stuck = false;    // worker threads hang: only the process's end ends them, new ones would meet them
     bool        m_unsaved = false;  // the last save failed; the next tick tries again
+    std::string m_hindrance;        // told: why the library did not come up anew
 };
 
 }  // namespace dkpf

@@ -83,6 +83,7 @@ public:
     virtual ~Clock() = default;
     virtual SYSTEMTIME LocalTime() = 0;
     virtual int        UtcOffsetMinutes() = 0;
+    virtual DWORD      Tick() = 0;  // GetTickCount, ms
 };
 
 enum class Signal { Stop, Reload, Nothing };

@@ -1,19 +1,19 @@
 #include "agent_process.h"
 
 #include <fmt/format.h>
-#include <atomic>
-#include <memory>
-#include <optional>
 #include <system_error>
 #include <thread>
 
 #include "admin_only.h"
 #include "agent_life.h"
+#include "aside.h"
 #include "driver_device.h"
+#include "driver_start.h"
 #include "home.h"
 #include "journal_log.h"
 #include "names.h"
 #include "process_info.h"
+#include "process_stop_watch.h"
 #include "producer_guard.h"
 #include "text.h"
 #include "tnwdiskperf.h"
@@ -46,44 +46,6 @@ public:
     }
 };
 
-/* The service manager may keep a start call for as long as it likes: a thread of its own makes it, and is left alone
- * when the time is over. A driver that runs needs no thread, whose stack some systems keep behind its end. */
-class Win32DriverService : public DriverService {
-public:
-    ServiceStart EnsureRunning(DWORD limitMs, const std::function<bool()>& stopAsked) override
-    {
-        const std::optional<ServiceStart> settled = NoStartNeeded(SystemServices(), DRIVER_SERVICE);
-        if (settled)
-            return *settled;
-
-        struct Attempt {
-            std::atomic<bool> left{ false };
-            std::atomic<bool> done{ false };
-            ServiceStart      result;
-        };
-        const auto attempt = std::make_shared<Attempt>();
-        std::thread([attempt, limitMs] {
-            attempt->result = StartAndWait(SystemServices(), DRIVER_SERVICE, limitMs, [&attempt](DWORD ms) {
-                Sleep(ms);
-                return !attempt->left;
-            });
-            attempt->done = true;
-        }).detach();
-
-        const DWORD start = GetTickCount();
-        while (!attempt->done && GetTickCount() - start < limitMs && !stopAsked())
-            Sleep(POLL_MS);
-        attempt->left = true;
-        if (attempt->done)
-            return attempt->result;
-        return { false, stopAsked() ? "was not waited for: the agent is to stop"
-                                    : fmt::format("did not come up within {} s", limitMs / 1000) };
-    }
-
-private:
-    static constexpr DWORD POLL_MS = 20;
-};
-
 class StateFileStore : public StateStore {
 public:
     explicit StateFileStore(const Home& home) : m_path(home.StateFile())
@@ -109,6 +71,10 @@ public:
     int UtcOffsetMinutes() override
     {
         return LocalUtcOffsetMinutes();
+    }
+    DWORD Tick() override
+    {
+        return GetTickCount();
     }
 };
 
@@ -142,37 +108,6 @@ private:
     Front& m_front;
     HANDLE m_stop;
     HANDLE m_reload;
-};
-
-class ProcessStopWatch : public StopWatchPorts {
-public:
-    ProcessStopWatch(Front& front, Journal& journal, HANDLE ended) : m_front(front), m_journal(journal), m_ended(ended)
-    {
-    }
-    DWORD Tick() override
-    {
-        return GetTickCount();
-    }
-    bool WaitEnd(DWORD limitMs) override
-    {
-        return WaitForSingleObject(m_ended, limitMs) != WAIT_TIMEOUT;
-    }
-    void StillStopping(DWORD checkPoint) override
-    {
-        m_front.StillStopping(checkPoint, STOP_HINT_MS);
-    }
-    void GiveUp() override
-    {
-        LineWithin(m_journal, TNWLOG_ERROR, { "agent/agent_process", __LINE__, __func__ },
-                   fmt::format(" not down after {} s: the process ends now", STOP_LIMIT_MS / 1000), LAST_LINE_MS);
-        m_front.Stopped(AGENT_STOP_OVERDUE);
-        TerminateProcess(GetCurrentProcess(), AGENT_STOP_OVERDUE);
-    }
-
-private:
-    Front&   m_front;
-    Journal& m_journal;
-    HANDLE   m_ended;
 };
 
 }  // namespace
@@ -250,7 +185,7 @@ AgentExit AgentProcess::LiveAlone()
     MutexGuard             guard;
     LinkedProduct          product;
     InstalledConfiguration configuration;
-    Win32DriverService     driver;
+    DriverStart            driver(SystemServices());
     ControlDevice          device;
     StateFileStore         store(home);
     SystemClock            clock;
@@ -262,10 +197,9 @@ AgentExit AgentProcess::LiveAlone()
     SetEvent(m_ended);
     AllowWatch(nullptr);
     if (code == AGENT_STOP_OVERDUE) {
-        // Threads of the library still run: the producer's mutex must not be free before they are gone. An end that
-        // nobody asked for is no stop: the service manager restarts what ends without a word.
-        if (m_front.IsConsole() || supervisor.StopAsked())
-            m_front.Stopped(code);
+        // Threads of the library still run: the producer's mutex must not be free before they are gone.
+        if (CountsAsStop(m_front.IsConsole(), supervisor.StopAsked(), code))
+            Aside().Do([this, code] { m_front.Stopped(code); }, ASIDE_MS);
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
     }
     return code;

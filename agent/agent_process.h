@@ -10,19 +10,10 @@
 
 #include "console_control.h"
 #include "exit_codes.h"
+#include "front.h"
 #include "stop_watch.h"
 
 namespace dkpf {
-
-/* How a form of the agent speaks to whoever started it. Called from several threads. */
-class Front {
-public:
-    virtual ~Front() = default;
-    virtual bool IsConsole() const = 0;
-    virtual void Running() = 0;
-    virtual void StillStopping(DWORD checkPoint, DWORD hintMs) = 0;
-    virtual void Stopped(AgentExit code) = 0;
-};
 
 class AgentProcess : public Stoppable {
 public:

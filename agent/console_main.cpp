@@ -47,8 +47,8 @@ BOOL WINAPI OnConsoleControl(DWORD control)
 
 int RunInForeground()
 {
-    ConsoleFront front;
-    AgentProcess process(front);
+    static ConsoleFront front;  // a sign of life may hang in it beyond the agent's end
+    AgentProcess        process(front);
     g_process = &process;
     SetConsoleCtrlHandler(OnConsoleControl, TRUE);
     const AgentExit code = process.Live();

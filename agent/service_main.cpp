@@ -62,9 +62,6 @@ private:
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_status.dwCurrentState == SERVICE_STOPPED)
             return;
-        // A stop that comes while the start is under way must not be hidden by the report of the start's end.
-        if (m_status.dwCurrentState == SERVICE_STOP_PENDING && state == SERVICE_RUNNING)
-            return;
         m_status.dwCurrentState = state;
         m_status.dwControlsAccepted =
             state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_PARAMCHANGE : 0;

@@ -7,3 +7,4 @@ dkpf_host_test(settings ${DKPF_PYTHON} ${CMAKE_SOURCE_DIR}/tests/host/check_sett
     ${CMAKE_SOURCE_DIR}/platform/tnwxml/etc/policy/diskperf.xml ${CMAKE_SOURCE_DIR}/tools/shared/settings.cpp)
 dkpf_host_test(name_table ${DKPF_PYTHON} -B ${CMAKE_SOURCE_DIR}/tests/host/name_table.py ${DKPF_STAGE_DIR}
     ${CMAKE_SOURCE_DIR}/platform/messages/tnwmsg.mc ${CMAKE_SOURCE_DIR}/platform/messages/counter_help.txt)
+dkpf_host_test(bench_exits bash ${CMAKE_SOURCE_DIR}/tests/host/bench_exits.sh ${CMAKE_SOURCE_DIR})

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <windows.h>
+#include <aclapi.h>
 #include <memory>
 #include <stdexcept>
 #include <stdlib.h>
@@ -86,6 +87,20 @@ protected:
         return status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR ? status.dwServiceSpecificExitCode : 0;
     }
 
+    /* Whom an event's list of access names; -1 where it has no list: everybody may open it. */
+    static int EntriesOfAccess(const wchar_t* name)
+    {
+        PACL                 list = NULL;
+        PSECURITY_DESCRIPTOR descriptor = NULL;
+        const HANDLE         event = OpenEventW(READ_CONTROL, FALSE, name);
+        const DWORD          error =
+            GetSecurityInfo(event, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, NULL, NULL, &list, NULL, &descriptor);
+        const int entries = error == ERROR_SUCCESS && list != NULL ? list->AceCount : -1;
+        LocalFree(descriptor);
+        CloseHandle(event);
+        return entries;
+    }
+
     static std::vector<std::string> Codes(const Json& status)
     {
         std::vector<std::string> codes;
@@ -122,6 +137,19 @@ protected:
 
     InstalledDriver driver;
 };
+
+TEST_F(Agent, WrongUsageAndAStartByHandEndWithCode2InWords)
+{
+    const std::wstring exe = home.Path(L"bin\\dkpfagent.exe");
+    for (const char* arguments : { "--nonsense", "--console --nonsense" }) {
+        const Ran ran = RunToEnd(exe, arguments);
+        EXPECT_EQ(2u, ran.code) << arguments;
+        EXPECT_THAT(ran.output, HasSubstr("usage: dkpfagent [--console"));
+    }
+    const Ran byHand = RunToEnd(exe, "");
+    EXPECT_EQ(2u, byHand.code);
+    EXPECT_THAT(byHand.output, HasSubstr("the service manager starts the service; in the foreground use --console"));
+}
 
 TEST_F(AgentWithDriver, StartsTheDriversServiceItself)
 {
@@ -247,6 +275,8 @@ TEST_F(Agent, AStopThatHangsShowsRisingCheckPointsAndIsGivenUpAfter310Seconds)
 {
     const bool forGood = getenv("DKPF_TEST_LONG") != nullptr;
     ASSERT_TRUE(StartAndAwaitRunning());
+    const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, State()["pid"]);
+    ASSERT_NE(static_cast<HANDLE>(NULL), process);
     const HANDLE region = OpenMutexA(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, "Global\\TNW_DKPF_MUTEX_INFO");
     ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(region, PATIENCE_MS));
     ASSERT_TRUE(service->Control(SERVICE_CONTROL_STOP));
@@ -266,10 +296,12 @@ TEST_F(Agent, AStopThatHangsShowsRisingCheckPointsAndIsGivenUpAfter310Seconds)
             Eventually([this] { return service->State() == SERVICE_STOPPED; });
         }
         EXPECT_EQ(7u, SpecificExitCode());
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, PATIENCE_MS));
         EXPECT_THAT(Log(), HasSubstr(" not down after 310 s: the process ends now"));
     }
     ReleaseMutex(region);
     CloseHandle(region);
+    CloseHandle(process);
     EXPECT_TRUE(Eventually([this] { return service->State() == SERVICE_STOPPED; }));
     EXPECT_EQ(forGood ? 7u : 0u, SpecificExitCode());
     ASSERT_TRUE(service->Start());  // and again
@@ -349,21 +381,27 @@ TEST_F(AgentWithDriver, AReloadTakesOverTheWriteIntervalAtOnceAndNamesWhatWaits)
     EXPECT_EQ(Json::array({ "parameters/perflogrotation", "log/level" }), status["agent"]["last_reload"]["waiting"]);
 }
 
-TEST_F(Agent, AnAgentInTheForegroundIsReloadedToo)
+TEST_F(Agent, AnAgentInTheForegroundIsReloadedTooAndStopsByCtrlC)
 {
-    Program agent(home.Path(L"bin\\dkpfagent.exe"), "--console");
+    Program agent(home.Path(L"bin\\dkpfagent.exe"), "--console", CREATE_NO_WINDOW);
     ASSERT_TRUE(Eventually([this] { return StateText("state") == "running"; }));
     home.Configure({ { "parameters/writeinterval", "9" } });
     const Ran asked = Ctl("config reload");
     EXPECT_EQ(0u, asked.code) << asked.output;
     EXPECT_EQ(9u, Published().write_interval);
     EXPECT_EQ("console", Status()["agent"]["mode"]);
+    EXPECT_EQ(2, EntriesOfAccess(L"Global\\TNW_DKPF_AGENT_RELOAD"));  // administrators and the system account
+    EXPECT_TRUE(agent.CtrlC()) << GetLastError();
+    EXPECT_THAT(agent.Rest(), HasSubstr("dkpfagent: stopped"));
+    EXPECT_EQ(0u, agent.End());
 }
 
 TEST_F(AgentWithDriver, AStopEndsItAndItsRegion)
 {
     home.Configure({ { "parameters/collectinterval", "3600" }, { "parameters/writeinterval", "86400" } });
     ASSERT_TRUE(StartAndAwaitRunning());
+    EXPECT_EQ(DWORD{ SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_PARAMCHANGE },
+              service->Status().dwControlsAccepted);
     EXPECT_TRUE(service->Stop());  // within the patience of one case, whatever the intervals
     EXPECT_EQ("stopped", StateText("state"));
     EXPECT_EQ(0u, State()["exit_code"]);

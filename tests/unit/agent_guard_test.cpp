@@ -91,23 +91,6 @@ TEST(ProducerGuard, TheNameIsFreeAgainThoughItIsOpenElsewhere)
     CloseHandle(tool);
 }
 
-TEST(ProducerGuard, AMutexThatThisAccountMayNotOpenIsAMatterOfRights)
-{
-    SECURITY_DESCRIPTOR descriptor = {};
-    ACL                 nobody = {};
-    SECURITY_ATTRIBUTES attributes = { sizeof(attributes), &descriptor, FALSE };
-    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
-    InitializeAcl(&nobody, sizeof(nobody), ACL_REVISION);
-    SetSecurityDescriptorDacl(&descriptor, TRUE, &nobody, FALSE);
-    const HANDLE taken = CreateMutexW(&attributes, FALSE, NAME);
-    ASSERT_NE(taken, nullptr);
-    std::string words;
-    MutexGuard  guard(NAME);
-    EXPECT_EQ(guard.Take(&words), GuardResult::NoRight);
-    EXPECT_THAT(words, testing::HasSubstr("could not be created: error 5"));
-    CloseHandle(taken);
-}
-
 TEST(ProducerGuard, ANameOfAnotherKindOfObjectIsAFailureInWords)
 {
     const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, NAME);

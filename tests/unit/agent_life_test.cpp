@@ -2,6 +2,7 @@
  * The agent's life against doubles: what it does in which order, what it says and what it leaves in agent.state.
  */
 #include <gmock/gmock.h>
+#include <algorithm>
 #include <deque>
 #include <vector>
 
@@ -69,12 +70,14 @@ public:
     std::deque<Signal>        signals;  // then Stop
     std::deque<int>           offsets;  // minutes; the last one stays
     std::deque<DWORD>         saveErrors;
-    std::deque<WORD>          times;  // seconds of the clock; the last one stays
+    std::deque<WORD>          times;              // seconds of the clock; the last one stays
+    DWORD                     tick = 0xFFFFF000;  // wraps 4 s behind the start
+    DWORD                     reloadMs = 0;       // from one reload to the next
     bool                      stopDuringDriver = false;
     DWORD                     openedLevel = 0;
     DWORD                     openedSize = 0;
     DWORD                     driverLimit = 0;
-    DWORD                     waitLimit = 0;
+    std::vector<DWORD>        waits;  // ms
 
     GuardResult Take(std::string* words) override
     {
@@ -86,6 +89,7 @@ public:
     {
         calls.push_back("initialize");
         *code = initializeCode;
+        Next(&times, WORD{ 0 });  // it takes its time
         return Next(&initializeResults, initializes);
     }
     bool Reinitialize(DWORD* code) override
@@ -145,6 +149,10 @@ public:
     {
         return Next(&offsets, 60);
     }
+    DWORD Tick() override
+    {
+        return tick;
+    }
     void ReportRunning() override
     {
         calls.push_back("running");
@@ -155,11 +163,12 @@ public:
     }
     Signal Wait(DWORD limitMs) override
     {
-        waitLimit = limitMs;
+        waits.push_back(limitMs);
         if (signals.empty())
             return Signal::Stop;
         const Signal next = signals.front();
         signals.pop_front();
+        tick += next == Signal::Reload ? reloadMs : limitMs;
         return next;
     }
 
@@ -213,6 +222,9 @@ TEST_F(AgentLifeTest, AWholeLifeGoesThroughItsStepsInOrder)
 {
     EXPECT_EQ(Live(), AGENT_STOPPED);
     EXPECT_THAT(world.calls, ElementsAre("guard", "check", "running", "driver", "hold", "initialize", "terminate"));
+    EXPECT_THAT(world.Texts(TNWLOG_NOTICE),
+                ElementsAre(HasSubstr(" starts as service"), " the driver's service velcor is running already",
+                            " the performance library is up", " stopping", " stopped"));
 }
 
 TEST_F(AgentLifeTest, AgentStateTellsEachPhaseAndWhoTheAgentIs)
@@ -383,12 +395,12 @@ TEST_F(AgentLifeTest, AgentStateTellsWhenTheLibraryWasLastBroughtUp)
 {
     world.lives = { false, true };
     world.signals = { Signal::Nothing };
-    world.times = { 5, 6, 7, 8, 9 };
+    world.times = { 5, 6, 7, 8, 9, 10, 11 };
     Live();
     EXPECT_EQ(world.saved[0].broughtUp, "");
     EXPECT_EQ(world.saved[1].phase, AgentPhase::Running);
     EXPECT_EQ(world.saved[1].broughtUp, "2026-03-07T14:05:06.042+01:00");
-    EXPECT_EQ(Last().broughtUp, "2026-03-07T14:05:08.042+01:00");  // 7 is the time of the failure
+    EXPECT_EQ(Last().broughtUp, "2026-03-07T14:05:09.042+01:00");  // up at 7, gone at 8
 }
 
 TEST_F(AgentLifeTest, AHandleThatLivesIsLeftAlone)
@@ -420,6 +432,42 @@ TEST_F(AgentLifeTest, ARefusedConfigurationKeepsTheLibraryUpAndIsLookedAtAgain)
                                          "hold", "check", "reinitialize", "terminate", "initialize", "terminate"));
     EXPECT_THAT(world.Texts(TNWLOG_ERROR),
                 ElementsAre(" the device is back, but the configuration is refused: cut off"));
+    EXPECT_EQ(Last().lastFailure->message, "the device is back, but the configuration is refused: cut off");
+}
+
+// A line at each look would push older history out of the log.
+TEST_F(AgentLifeTest, WhatKeepsTheLibraryFromComingUpAnewIsToldAndSavedOncePerReason)
+{
+    world.verdicts = { Accepted(DEFAULTS), Refused("cut off"), Refused("cut off"),   Refused("no number"),
+                       Accepted(DEFAULTS), Accepted(DEFAULTS), Refused("no number"), Accepted(DEFAULTS) };
+    world.initializeResults = { true, false, false, true };
+    world.initializeCode = DKPF_ERR_MAPPING;
+    world.lives = { false };
+    world.signals.assign(7, Signal::Nothing);
+    Live();
+    const std::string refused = " the device is back, but the configuration is refused: ";
+    EXPECT_THAT(world.Texts(TNWLOG_ERROR),
+                ElementsAre(refused + "cut off", refused + "no number",
+                            HasSubstr("DkpfInitialize failed with 0xb000001a"), refused + "no number"));
+    EXPECT_EQ(Last().lastFailure->message, "the device is back, but the configuration is refused: no number");
+    std::vector<std::string> failures;
+    for (const AgentState& state : world.saved) {
+        if (state.lastFailure && (failures.empty() || failures.back() != state.lastFailure->message))
+            failures.push_back(state.lastFailure->message);
+    }
+    EXPECT_THAT(failures, ElementsAre("the driver's device is gone", HasSubstr("cut off"), HasSubstr("no number"),
+                                      HasSubstr("DkpfInitialize"), HasSubstr("no number")));
+}
+
+// The next time it is news again.
+TEST_F(AgentLifeTest, TheSameHindranceIsToldAgainOnceTheLibraryCameUpInBetween)
+{
+    world.verdicts = { Accepted(DEFAULTS), Refused("cut off"), Accepted(DEFAULTS), Refused("cut off") };
+    world.lives = { false };
+    world.signals.assign(3, Signal::Nothing);
+    Live();
+    EXPECT_EQ(world.Texts(TNWLOG_ERROR).size(), 2u);
+    EXPECT_EQ(world.Texts(TNWLOG_WARNING).size(), 2u);
 }
 
 TEST_F(AgentLifeTest, ALibraryThatDoesNotComeUpAnewIsTriedAgainWithoutTerminatingItTwice)
@@ -469,6 +517,18 @@ TEST_F(AgentLifeTest, ABroughtUpLibraryHasAllSettingsOfTheFileInForce)
     EXPECT_EQ(*Last().inForce, changed);
 }
 
+// Reloads 2 s apart: of six, the third and the sixth come when five seconds have passed.
+TEST_F(AgentLifeTest, ReloadsDoNotPutTheLookAtTheDeviceOff)
+{
+    world.lives = { false };
+    world.holds = { true, false };
+    world.reloadMs = 2000;
+    world.signals.assign(6, Signal::Reload);
+    Live();
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "hold in vain"), 2);
+    EXPECT_THAT(world.waits, ElementsAre(5000, 3000, 1000, 5000, 3000, 1000, 5000));
+}
+
 /* ---- Reload ---- */
 
 TEST_F(AgentLifeTest, AReloadTakesOverFourSettingsAndLetsFiveWait)
@@ -480,6 +540,7 @@ TEST_F(AgentLifeTest, AReloadTakesOverFourSettingsAndLetsFiveWait)
 
     const AgentState& after = Last();
     EXPECT_EQ(after.lastReload->result, ReloadResult::Accepted);
+    EXPECT_EQ(after.lastReload->at, "2026-03-07T14:05:09.042+01:00");
     EXPECT_THAT(after.lastReload->takenOver, ElementsAre(PERF_ENABLE, PERF_LOG_SAVE, WRITE_INTERVAL, COLLECT_PARAM));
     EXPECT_THAT(after.lastReload->waiting,
                 ElementsAre(PERF_LOG_SIZE, PERF_LOG_ROTATION, COLLECT_INTERVAL, LOG_LEVEL, LOG_SIZE));
@@ -588,7 +649,7 @@ TEST_F(AgentLifeTest, AnUnchangedUtcOffsetWritesNothing)
     world.signals = { Signal::Nothing, Signal::Nothing };
     Live();
     EXPECT_EQ(world.saved.size(), 4u);  // starting, running, stopping, stopped
-    EXPECT_EQ(world.waitLimit, 5000u);
+    EXPECT_THAT(world.waits, ElementsAre(5000, 5000, 5000));
 }
 
 /* ---- End and records ---- */
@@ -599,6 +660,8 @@ TEST_F(AgentLifeTest, ThreadsThatDoNotEndMakeTheStopOverdue)
     EXPECT_EQ(Live(), AGENT_STOP_OVERDUE);
     EXPECT_EQ(Last().exitCode, 7u);
     EXPECT_THAT(Last().lastFailure->message, HasSubstr("0xb000000a"));
+    EXPECT_THAT(world.Texts(TNWLOG_NOTICE), testing::Not(Contains(" stopped")));
+    EXPECT_EQ(world.Texts(TNWLOG_ERROR).back(), " not down: threads of the library still run; the process ends now");
 }
 
 TEST_F(AgentLifeTest, ALesserFailureOfTheStopIsRememberedButIsACleanEnd)

@@ -1,12 +1,17 @@
 /*
- * The watch over the agent's end, with a clock that moves when somebody waits, and its last line, with a journal that
- * waits for the test.
+ * The watch over the agent's end, with a clock that moves when somebody waits, and with a journal and a front that hang
+ * until the test lets them go.
  */
 #include <gtest/gtest.h>
-#include <algorithm>
+#include <atomic>
+#include <string>
 #include <vector>
 
+#include "aside.h"
+#include "front.h"
+#include "process_stop_watch.h"
 #include "stop_watch.h"
+#include "tnwlog.h"
 
 using namespace dkpf;
 
@@ -43,58 +48,171 @@ public:
     }
 };
 
-// A line of which the test says when it comes to its end.
-class SlowJournal : public Journal {
+// Calls that hang until the test lets them go.
+class Hanging {
 public:
-    ~SlowJournal() override
+    ~Hanging()
     {
-        SetEvent(goOn);
-        WaitForSingleObject(ended, INFINITE);
-        CloseHandle(goOn);
-        CloseHandle(ended);
+        CloseHandle(m_goOn);
+    }
+    void Hang()
+    {
+        WaitForSingleObject(m_goOn, INFINITE);
+    }
+    void End()  // the last thing that a call does
+    {
+        m_ended++;
+    }
+    void LetGo()
+    {
+        SetEvent(m_goOn);
+    }
+    /* What a call refers to must live on until then. */
+    void AwaitEnded(int count)
+    {
+        for (int i = 0; m_ended < count && i < 60000; i++)
+            Sleep(1);
+        EXPECT_GE(m_ended, count);
+    }
+
+private:
+    HANDLE           m_goOn = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::atomic<int> m_ended{ 0 };
+};
+
+class HangingFront : public Front {
+public:
+    explicit HangingFront(Hanging& calls) : m_calls(calls)
+    {
+    }
+    bool IsConsole() const override
+    {
+        return true;
+    }
+    void Running() override
+    {
+    }
+    void StillStopping(DWORD checkPoint, DWORD hintMs) override
+    {
+        last = checkPoint;
+        hint = hintMs;
+        signs++;
+        m_calls.Hang();
+        m_calls.End();
+    }
+    void Stopped(AgentExit code) override
+    {
+        stopped = code;
+        m_calls.Hang();
+        m_calls.End();
+    }
+
+    std::atomic<DWORD> last{ 0 }, hint{ 0 };
+    std::atomic<int>   signs{ 0 }, stopped{ -1 };
+
+private:
+    Hanging& m_calls;
+};
+
+class HangingJournal : public Journal {
+public:
+    explicit HangingJournal(Hanging& calls) : m_calls(calls)
+    {
     }
     void Open(DWORD, DWORD) override
     {
     }
-    void Line(DWORD lineLevel, const SourcePlace& place, const std::string& lineText) override
+    void Line(DWORD lineLevel, const SourcePlace&, const std::string& lineText) override
     {
-        WaitForSingleObject(goOn, INFINITE);
+        m_calls.Hang();
         level = lineLevel;
-        line = place.line;
         text = lineText;
-        thread = GetCurrentThreadId();
-        SetEvent(ended);
+        m_calls.End();
     }
 
-    HANDLE      goOn = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    HANDLE      ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    DWORD       level = 0, thread = 0;
-    int         line = 0;
+    DWORD       level = 0;
     std::string text;
+
+private:
+    Hanging& m_calls;
 };
+
+// The watch of a real process; the clock moves when somebody waits, and the process stays.
+class WatchThatStays : public ProcessStopWatch {
+public:
+    using ProcessStopWatch::ProcessStopWatch;
+
+    DWORD Tick() override
+    {
+        return now;
+    }
+    bool WaitEnd(DWORD limitMs) override
+    {
+        now += limitMs;
+        return false;
+    }
+
+    DWORD            now = 0;
+    std::vector<int> ends;
+
+protected:
+    void EndProcess(AgentExit code) override
+    {
+        ends.push_back(code);
+    }
+};
+
+constexpr DWORD PATIENT_MS = 600000;
 
 }  // namespace
 
-TEST(LastLine, IsWaitedForWhileThereIsTime)
+TEST(Aside, ACallIsWaitedForAndIsMadeInAThreadOfItsOwn)
 {
-    SlowJournal journal;
-    SetEvent(journal.goOn);
-    EXPECT_TRUE(LineWithin(journal, 1, { "unit", 7, "Routine" }, " the last", 600000));
-    EXPECT_EQ(journal.level, 1u);
-    EXPECT_EQ(journal.line, 7);
-    EXPECT_EQ(journal.text, " the last");
-    EXPECT_NE(journal.thread, GetCurrentThreadId());
+    DWORD thread = 0;
+    Aside aside;
+    EXPECT_TRUE(aside.Do([&thread] { thread = GetCurrentThreadId(); }, PATIENT_MS));
+    EXPECT_NE(thread, 0u);
+    EXPECT_NE(thread, GetCurrentThreadId());
 }
 
-// As on a volume that hangs: the caller goes on, and what it handed over is still good when the line is written.
-TEST(LastLine, ThatDoesNotComeToItsEndIsLeftAlone)
+// As on a volume that hangs: the caller goes on, and what it handed over is still good when the call goes on.
+TEST(Aside, ACallThatDoesNotComeToItsEndIsLeftAlone)
 {
-    SlowJournal journal;
-    EXPECT_FALSE(LineWithin(journal, 1, { "unit", 7, "Routine" }, std::string(100, 'x'), 1));
-    EXPECT_EQ(WaitForSingleObject(journal.ended, 0), DWORD{ WAIT_TIMEOUT });
-    SetEvent(journal.goOn);
-    WaitForSingleObject(journal.ended, INFINITE);
+    Hanging        calls;
+    HangingJournal journal(calls);
+    {
+        Aside aside;
+        EXPECT_FALSE(aside.Do([&journal, text = std::string(100, 'x')] { journal.Line(1, {}, text); }, 1));
+    }
+    calls.LetGo();
+    calls.AwaitEnded(1);
     EXPECT_EQ(journal.text, std::string(100, 'x'));
+}
+
+TEST(Aside, NoSecondCallIsMadeWhileTheFirstIsOut)
+{
+    Hanging calls;
+    bool    second = false;
+    Aside   aside;
+    EXPECT_FALSE(aside.Do(
+        [&calls] {
+            calls.Hang();
+            calls.End();
+        },
+        1));
+    EXPECT_FALSE(aside.Do([&second] { second = true; }, PATIENT_MS));
+    EXPECT_FALSE(second);
+    calls.LetGo();
+    calls.AwaitEnded(1);
+}
+
+TEST(Aside, TheNextCallIsMadeWhenTheLastOneIsDone)
+{
+    int   made = 0;
+    Aside aside;
+    EXPECT_TRUE(aside.Do([&made] { made++; }, PATIENT_MS));
+    EXPECT_TRUE(aside.Do([&made] { made++; }, PATIENT_MS));
+    EXPECT_EQ(made, 2);
 }
 
 TEST(StopWatch, AQuickEndNeedsNoSignOfLife)
@@ -164,4 +282,53 @@ TEST(StopWatch, TheTickCountersWrapIsHarmless)
     WatchStop(watch);
     EXPECT_EQ(watch.givenUp, 0);
     EXPECT_EQ(watch.checkPoints.size(), 19u);
+}
+
+/* ---- Of a real process ---- */
+
+TEST(ProcessStopWatch, TellsJournalAndFrontAndEndsTheProcess)
+{
+    Hanging        calls;
+    HangingFront   front(calls);
+    HangingJournal journal(calls);
+    calls.LetGo();
+    WatchThatStays watch(front, journal, nullptr, PATIENT_MS);
+    WatchStop(watch);
+    EXPECT_EQ(front.signs, 310);
+    EXPECT_EQ(front.last, 310u);
+    EXPECT_EQ(front.hint, 5000u);
+    EXPECT_EQ(journal.level, DWORD{ TNWLOG_ERROR });
+    EXPECT_EQ(journal.text, " not down after 310 s: the process ends now");
+    EXPECT_EQ(front.stopped, 7);
+    EXPECT_EQ(watch.ends, (std::vector<int>{ 7 }));
+}
+
+// As with a pipe that nobody reads, and a console that is held by a selection.
+TEST(ProcessStopWatch, NeitherFrontNorJournalCanKeepIt)
+{
+    Hanging        calls;
+    HangingFront   front(calls);
+    HangingJournal journal(calls);
+    WatchThatStays watch(front, journal, nullptr, 1);
+    WatchStop(watch);
+    EXPECT_EQ(watch.ends, (std::vector<int>{ 7 }));
+    EXPECT_EQ(watch.now, 310000u);
+    calls.LetGo();
+    calls.AwaitEnded(3);
+    EXPECT_EQ(front.signs, 1);  // no second one while it was out
+    EXPECT_EQ(front.stopped, 7);
+}
+
+TEST(CountsAsStop, OnlyAServiceThatNobodyAskedToStopAndThatCannotComeDownDoesNot)
+{
+    for (bool console : { false, true }) {
+        for (bool asked : { false, true }) {
+            for (int code = AGENT_STOPPED; code < AGENT_STOP_OVERDUE; code++)
+                EXPECT_TRUE(CountsAsStop(console, asked, static_cast<AgentExit>(code))) << code;
+        }
+    }
+    EXPECT_FALSE(CountsAsStop(false, false, AGENT_STOP_OVERDUE));
+    EXPECT_TRUE(CountsAsStop(false, true, AGENT_STOP_OVERDUE));
+    EXPECT_TRUE(CountsAsStop(true, false, AGENT_STOP_OVERDUE));
+    EXPECT_TRUE(CountsAsStop(true, true, AGENT_STOP_OVERDUE));
 }

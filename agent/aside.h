@@ -1,0 +1,31 @@
+/*
+ * Calls that may hang: a log's volume, a pipe that nobody reads, a console that is held by a selection.
+ */
+#ifndef DKPF_AGENT_ASIDE_H
+#define DKPF_AGENT_ASIDE_H
+
+#include <windows.h>
+#include <functional>
+#include <future>
+
+namespace dkpf {
+
+inline constexpr DWORD ASIDE_MS = 1000;  // what such a call may cost a process that is to end
+
+/* One call at a time, each in a thread of its own. Do belongs to one thread. */
+class Aside {
+public:
+    /**
+     * Waits for the call and goes on without it when the time is over. What the call refers to must live on until it is
+     * done, or the process ends; it is not stopped by the end of this object.
+     * @return FALSE: not done yet; or not made, because the last one is not done or there is no memory for a thread
+     */
+    bool Do(std::function<void()> call, DWORD limitMs);
+
+private:
+    std::future<void> m_last;
+};
+
+}  // namespace dkpf
+
+#endif
