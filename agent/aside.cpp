@@ -1,29 +1,48 @@
 #include "aside.h"
 
-#include <chrono>
-#include <exception>
+#include <system_error>
 #include <thread>
 
 namespace dkpf {
 
-static bool DoneWithin(const std::future<void>& call, DWORD limitMs)
-{
-    return call.wait_for(std::chrono::milliseconds(limitMs)) == std::future_status::ready;
-}
+/* An event of the system: the waits of std::future miss a call's end now and then where calls are short and many. */
+struct Aside::Call {
+    explicit Call(std::function<void()> call) : what(std::move(call))
+    {
+    }
+    ~Call()
+    {
+        if (done != nullptr)
+            CloseHandle(done);
+    }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+    bool  DoneWithin(DWORD limitMs) const
+    {
+        return WaitForSingleObject(done, limitMs) == WAIT_OBJECT_0;
+    }
+
+    std::function<void()> what;
+    HANDLE                done = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+};
 
 bool Aside::Do(std::function<void()> call, DWORD limitMs)
 {
-    if (m_last.valid() && !DoneWithin(m_last, 0))
+    if (m_last != nullptr && !m_last->DoneWithin(0))
+        return false;
+    const auto made = std::make_shared<Call>(std::move(call));
+    if (made->done == nullptr)
         return false;
     try {
-        std::packaged_task<void()> task(std::move(call));
-        std::future<void>          done = task.get_future();
-        std::thread(std::move(task)).detach();
-        m_last = std::move(done);
-        return DoneWithin(m_last, limitMs);
-    } catch (const std::exception&) {
-        return false;  // no memory for a thread
+        std::thread([made] {
+            made->what();
+            SetEvent(made->done);
+        }).detach();
+    } catch (const std::system_error&) {
+        return false;
     }
+    m_last = made;
+    return made->DoneWithin(limitMs);
 }
 
 }  // namespace dkpf

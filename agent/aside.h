@@ -6,7 +6,7 @@
 
 #include <windows.h>
 #include <functional>
-#include <future>
+#include <memory>
 
 namespace dkpf {
 
@@ -18,12 +18,14 @@ public:
     /**
      * Waits for the call and goes on without it when the time is over. What the call refers to must live on until it is
      * done, or the process ends; it is not stopped by the end of this object.
+     * @param call  must not throw
      * @return FALSE: not done yet; or not made, because the last one is not done or there is no memory for a thread
      */
     bool Do(std::function<void()> call, DWORD limitMs);
 
 private:
-    std::future<void> m_last;
+    struct Call;
+    std::shared_ptr<Call> m_last;  // its thread's too
 };
 
 }  // namespace dkpf
