@@ -4,8 +4,8 @@
 #include <atomic>
 #include <memory>
 #include <optional>
-#include <thread>
 
+#include "aside.h"
 #include "names.h"
 
 namespace dkpf {
@@ -29,13 +29,15 @@ ServiceStart DriverStart::EnsureRunning(DWORD limitMs, const std::function<bool(
         ServiceStart      result;
     };
     const auto attempt = std::make_shared<Attempt>();
-    std::thread([attempt, limitMs, &services = m_services] {
+    const bool tried = LeaveAside([attempt, limitMs, &services = m_services] {
         attempt->result = StartAndWait(services, DRIVER_SERVICE, limitMs, [&attempt](DWORD ms) {
             Sleep(ms);
             return !attempt->left;
         });
         attempt->done = true;
-    }).detach();
+    });
+    if (!tried)
+        return { false, "could not be started: there is no memory for a thread" };
 
     const DWORD start = GetTickCount();
     while (!attempt->done && GetTickCount() - start < limitMs && !stopAsked())

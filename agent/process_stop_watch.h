@@ -11,6 +11,8 @@
 
 namespace dkpf {
 
+inline constexpr DWORD ASIDE_MS = 1000;  // what a word may cost a process that is to end
+
 class ProcessStopWatch : public StopWatchPorts {
 public:
     /* @param ended    set when the agent has come to its end

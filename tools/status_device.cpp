@@ -1,9 +1,9 @@
 #include "status_device.h"
 
-#include <chrono>
-#include <future>
-#include <thread>
+#include <memory>
+#include <utility>
 
+#include "aside.h"
 #include "velcor.h"
 
 namespace dkpf {
@@ -39,11 +39,9 @@ DeviceFact AskDevice(bool fed)
 
 DeviceFact LookAtDevice(std::function<DeviceFact()> ask, DWORD limitMs)
 {
-    std::packaged_task<DeviceFact()> task(std::move(ask));
-    std::future<DeviceFact>          answer = task.get_future();
-    std::thread(std::move(task)).detach();
-    if (answer.wait_for(std::chrono::milliseconds(limitMs)) == std::future_status::ready)
-        return answer.get();
+    const auto answer = std::make_shared<DeviceFact>();  // the thread's too, which may outlive this call
+    if (Aside().Do([answer, ask = std::move(ask)] { *answer = ask(); }, limitMs))
+        return *answer;
     DeviceFact fact;
     fact.hangs = true;
     return fact;

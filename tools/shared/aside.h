@@ -1,8 +1,9 @@
 /*
- * Calls that may hang: a log's volume, a pipe that nobody reads, a console that is held by a selection.
+ * Calls that may hang: a log's volume, a pipe that nobody reads, a console that is held by a selection, a
+ * driver that does not answer.
  */
-#ifndef DKPF_AGENT_ASIDE_H
-#define DKPF_AGENT_ASIDE_H
+#ifndef DKPF_TOOLS_ASIDE_H
+#define DKPF_TOOLS_ASIDE_H
 
 #include <windows.h>
 #include <functional>
@@ -10,9 +11,15 @@
 
 namespace dkpf {
 
-inline constexpr DWORD ASIDE_MS = 1000;  // what such a call may cost a process that is to end
+/**
+ * Makes the call in a thread of its own and goes on at once. What the call refers to must live on until it is done, or
+ * the process ends.
+ * @param call  must not throw
+ * @return FALSE: not made, there is no memory for a thread
+ */
+bool LeaveAside(std::function<void()> call);
 
-/* One call at a time, each in a thread of its own. Do belongs to one thread. */
+/* The same for one call at a time, with a wait. Do belongs to one thread. */
 class Aside {
 public:
     /**
