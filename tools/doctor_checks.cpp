@@ -889,7 +889,8 @@ size_t CountOf(const Findings& findings, Level level)
 
 DoctorSummary Summarize(const Findings& findings)
 {
-    return { CheckCount(), CountOf(findings, Level::Warning) + CountOf(findings, Level::Wrong) };
+    const size_t wrong = CountOf(findings, Level::Wrong);
+    return { CheckCount(), CountOf(findings, Level::Warning) + wrong, wrong };
 }
 
 static bool ExportNamesAreRight(const RegistrationFacts& registration)

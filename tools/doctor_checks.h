@@ -40,6 +40,7 @@ size_t CheckCount();
 
 size_t CountOf(const Findings& findings, Level level);
 
+/* What dkpfctl status says and judges of them. */
 DoctorSummary Summarize(const Findings& findings);
 
 /* Whether an open of the provider would succeed now; if not, why holds the reason. The system switches a provider off

@@ -12,13 +12,6 @@ ToolExit DoctorExit(const Findings& findings)
     return CountOf(findings, Level::Warning) != 0 ? TOOL_WARNINGS : TOOL_OK;
 }
 
-DoctorSummary SummaryForStatus(const Findings& findings)
-{
-    DoctorSummary summary = Summarize(findings);
-    summary.wrong = CountOf(findings, Level::Wrong);
-    return summary;
-}
-
 /* The column that the eye runs down: what needs somebody stands in capitals. */
 static std::string LevelColumn(Level level)
 {

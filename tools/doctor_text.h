@@ -16,9 +16,6 @@ namespace dkpf {
 /* By the worst finding. */
 ToolExit DoctorExit(const Findings& findings);
 
-/* What dkpfctl status says and judges of them. */
-DoctorSummary SummaryForStatus(const Findings& findings);
-
 /* fix: where --fix was given. */
 std::string DoctorText(const DoctorFacts& facts, const Findings& findings, const std::optional<FixResult>& fix);
 std::string DoctorJson(const DoctorFacts& facts, const Findings& findings, const std::optional<FixResult>& fix);

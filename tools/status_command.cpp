@@ -3,7 +3,7 @@
  */
 #include "commands.h"
 #include "console_out.h"
-#include "doctor_text.h"
+#include "doctor_checks.h"
 #include "status_text.h"
 #include "status_troubles.h"
 
@@ -12,7 +12,7 @@ namespace dkpf {
 ToolExit RunStatus(const StatusOptions& options)
 {
     DoctorFacts doctor = GatherDoctor();
-    doctor.status.doctor = SummaryForStatus(RunChecks(doctor));
+    doctor.status.doctor = Summarize(RunChecks(doctor));
     const StatusFacts& facts = doctor.status;
     const Troubles     troubles = FindTroubles(facts);
     Print((options.json ? StatusJson : StatusText)(facts, troubles));

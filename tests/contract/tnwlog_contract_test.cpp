@@ -107,6 +107,14 @@ protected:
         arguments.header = header;
         return OpenCsv(arguments);
     }
+    /* One that rotates at 1 KiB. */
+    HTNWCSV OpenSmallCsv(DWORD maxLine)
+    {
+        CsvArguments arguments;
+        arguments.size = 1;
+        arguments.maxLine = maxLine;
+        return OpenCsv(arguments);
+    }
     void ExpectCsvInitRefused(const CsvArguments& a, DWORD status = TNWLOG_INVALID_ARGUMENT)
     {
         HTNWCSV file = Rubbish<HTNWCSV>();
@@ -692,10 +700,7 @@ TEST_P(TnwlogContract, CsvWriteRefusesNullAndAHandleThatIsClosed)
 
 TEST_P(TnwlogContract, ALineThatWouldPassTheBoundStartsAGeneration)
 {
-    CsvArguments arguments;
-    arguments.size = 1;
-    arguments.maxLine = 1024;
-    HTNWCSV           file = OpenCsv(arguments);
+    HTNWCSV           file = OpenSmallCsv(1024);
     const std::string fills(1024 - 5 - 2, 'x');  // behind header and line ends the file has 1024 bytes
     EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "%s", fills.c_str()));
     EXPECT_EQ(Files({ { "a,b", fills } }), side->Csv("nmp1")) << "to the byte";
@@ -706,10 +711,7 @@ TEST_P(TnwlogContract, ALineThatWouldPassTheBoundStartsAGeneration)
 
 TEST_P(TnwlogContract, ALineLongerThanTheBoundGetsAFileOfItsOwn)
 {
-    CsvArguments arguments;
-    arguments.size = 1;
-    arguments.maxLine = 4096;
-    HTNWCSV           file = OpenCsv(arguments);
+    HTNWCSV           file = OpenSmallCsv(4096);
     const std::string large(3000, 'x');
     EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "%s", large.c_str())) << "a file with its header alone is empty enough";
     EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "1"));
@@ -789,10 +791,7 @@ TEST_P(TnwlogContract, LinesOfAFileThatCannotBeRotatedStandUnderTheNewHeaderOnce
 
 TEST_P(TnwlogContract, AFileThatWasMovedAwayIsStartedAnewAtItsBoundAndByRotate)
 {
-    CsvArguments arguments;
-    arguments.size = 1;
-    arguments.maxLine = 1024;
-    HTNWCSV           file = OpenCsv(arguments);
+    HTNWCSV           file = OpenSmallCsv(1024);
     const std::string line(600, 'x');
     EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "%s", line.c_str()));
     side->MoveAway("nmp1");
@@ -808,10 +807,7 @@ TEST_P(TnwlogContract, AFileThatWasMovedAwayIsStartedAnewAtItsBoundAndByRotate)
 
 TEST_P(TnwlogContract, AFileBeyondItsBoundThatCannotBeRenamedStillTakesItsLines)
 {
-    CsvArguments arguments;
-    arguments.size = 1;
-    arguments.maxLine = 1024;
-    HTNWCSV           file = OpenCsv(arguments);
+    HTNWCSV           file = OpenSmallCsv(1024);
     const std::string line(600, 'x');
     EXPECT_EQ(TNWLOG_OK, CsvWrite(file, "%s", line.c_str()));
     side->HoldName("nmp1");

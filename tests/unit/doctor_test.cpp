@@ -960,7 +960,7 @@ TEST_F(DoctorTest, TheWholeJson)
 TEST_F(DoctorTest, StatusShowsTheShortOfIt)
 {
     const std::string checks = std::to_string(CheckCount());
-    const auto        summarize = [this] { facts.status.doctor = SummaryForStatus(RunChecks(facts)); };
+    const auto        summarize = [this] { facts.status.doctor = Summarize(RunChecks(facts)); };
     const auto        json = [&](int findings, int wrong) {
         return "\"doctor\": {\n    \"checks\": " + checks + ",\n    \"findings\": " + std::to_string(findings) +
                ",\n    \"wrong\": " + std::to_string(wrong) + "\n  },\n";
